@@ -1,0 +1,19 @@
+# Defines the interface library secapp_options that every target of the project links: warnings, hardening, sanitizers.
+
+add_library(secapp_options INTERFACE)
+target_compile_options(secapp_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(SECAPP_WERROR)
+  target_compile_options(secapp_options INTERFACE -Werror)
+endif()
+
+if(SECAPP_SANITIZE)
+  target_compile_options(secapp_options INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(secapp_options INTERFACE -fsanitize=address,undefined)
+else()
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(secapp_options INTERFACE
+    $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2;-fstack-protector-strong;-fPIE>)
+  target_link_options(secapp_options INTERFACE
+    $<$<CONFIG:Release,RelWithDebInfo>:-pie;-Wl,-z,relro,-z,now>)
+endif()
