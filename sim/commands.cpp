@@ -1,0 +1,397 @@
+#include "commands.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <strings.h>
+
+namespace vqxsim {
+
+namespace {
+
+/// The words after the command word, and the text that they were cut from.
+struct Arguments {
+    std::string_view text;
+    std::vector<std::string_view> words;
+};
+
+struct Command {
+    std::string_view word;
+    std::string_view arguments; ///< for the help lists
+    std::size_t fewest;         ///< argument words
+    std::size_t most;
+    bool advanced; ///< listed by helpadvanced only
+    Failure (*run)(Firmware&, const Arguments&, Reply&);
+};
+
+constexpr std::size_t unlimited = static_cast<std::size_t>(-1);
+constexpr std::uint64_t dumpLimit = 0x100000;
+
+using Word32 = std::uint32_t;
+
+unsigned long long shown(std::uint64_t number) {
+    return number;
+}
+
+void addLine(Reply& reply, std::string_view line) {
+    reply.text.append(line).append("\r\n");
+}
+
+Failure notHexadecimal(std::string_view word) {
+    return "Not a hexadecimal number: " + printable(word, 64);
+}
+
+/// Reads the argument words as hexadecimal numbers of at most `limit`.
+Failure readNumbers(const Arguments& arguments, std::uint64_t limit, std::vector<std::uint64_t>& numbers) {
+    numbers.reserve(arguments.words.size());
+    for (const std::string_view word : arguments.words) {
+        const auto number = parseHexadecimal(word);
+        if (!number) {
+            return notHexadecimal(word);
+        }
+        if (*number > limit) {
+            return "Number out of range: " + printable(word, 64);
+        }
+        numbers.push_back(*number);
+    }
+    return std::nullopt;
+}
+
+constexpr std::uint64_t noLimit = UINT64_MAX;
+constexpr std::uint64_t wordLimit = UINT32_MAX;
+
+Failure outsideBuffer(const Firmware& firmware, std::uint64_t offset, std::uint64_t length) {
+    return format("0x%llx bytes at offset 0x%llx exceed the buffer of 0x%llx bytes", shown(length),
+                  shown(offset), shown(firmware.buffer.size));
+}
+
+bool fitsBuffer(const Firmware& firmware, std::uint64_t offset, std::uint64_t length) {
+    return offset <= firmware.buffer.size && length <= firmware.buffer.size - offset;
+}
+
+Failure batchMode(Firmware& firmware, const Arguments& arguments, Reply&) {
+    const auto mode = parseHexadecimal(arguments.words[0]);
+    if (!mode || *mode > 1) {
+        return "Mode is 0 or 1";
+    }
+    firmware.batchMode = *mode == 1;
+    return std::nullopt;
+}
+
+Failure print(Firmware&, const Arguments& arguments, Reply& reply) {
+    addLine(reply, arguments.text);
+    return std::nullopt;
+}
+
+/// Adds the table's commands, one a line.
+void listCommands(Reply& reply, bool advanced);
+
+Failure help(Firmware&, const Arguments&, Reply& reply) {
+    listCommands(reply, false);
+    return std::nullopt;
+}
+
+Failure helpAdvanced(Firmware&, const Arguments&, Reply& reply) {
+    listCommands(reply, true);
+    return std::nullopt;
+}
+
+Failure version(Firmware&, const Arguments&, Reply& reply) {
+    addLine(reply, "VQX companion firmware 1.0 (simulated)");
+    return std::nullopt;
+}
+
+Failure queryPart(Firmware&, const Arguments&, Reply& reply) {
+    addLine(reply, "Partid = 0x51a0c0de");
+    addLine(reply, "Decode = VQX51");
+    addLine(reply, "Core clock = 12000000");
+    return std::nullopt;
+}
+
+Failure queryFlash(Firmware& firmware, const Arguments&, Reply& reply) {
+    const auto& regions = firmware.flash.regions;
+    if (regions.empty()) {
+        addLine(reply, "No Flash");
+        return std::nullopt;
+    }
+    addLine(reply, format("Number of Flash Devices = %zu", regions.size()));
+    for (const Region& region : regions) {
+        const RegionSpec& spec = region.spec;
+        addLine(reply, "Name = " + spec.name);
+        addLine(reply, format("Base = 0x%llx", shown(spec.base)));
+        addLine(reply, format("Size = 0x%llx", shown(spec.size)));
+        addLine(reply, format("Page = 0x%llx", shown(spec.page)));
+        addLine(reply, format("Buffer = 0x%llx", shown(spec.buffer)));
+        addLine(reply, format("Blank = 0x%02x", spec.blank));
+    }
+    return std::nullopt;
+}
+
+Failure queryId(Firmware& firmware, const Arguments&, Reply& reply) {
+    const auto identity = firmware.usbIdentity.value_or(std::pair<std::uint16_t, std::uint16_t>{0, 0});
+    addLine(reply, "Serial = 5a100000-00000001-00c0ffee-20240229");
+    addLine(reply, format("USB vendor = 0x%04x", identity.second));
+    addLine(reply, format("USB product = 0x%04x", identity.first));
+    addLine(reply, format("Boot bank = %u", firmware.bootBank));
+    return std::nullopt;
+}
+
+Failure queryMorvi(Firmware& firmware, const Arguments&, Reply& reply) {
+    const auto& regions = firmware.flash.regions;
+    const bool present = std::any_of(regions.begin(), regions.end(), [](const Region& region) {
+        return strcasecmp(region.spec.name.c_str(), "MORVI") == 0;
+    });
+    if (!present) {
+        return "No external flash";
+    }
+    addLine(reply, "Device family = MV25");
+    return std::nullopt;
+}
+
+Failure debugOptions(Firmware& firmware, const Arguments& arguments, Reply&) {
+    const auto options = parseHexadecimal(arguments.words[0]);
+    if (!options || *options > 7) {
+        return "Options are 0 to 7";
+    }
+    firmware.debugOptions = static_cast<unsigned>(*options);
+    return std::nullopt;
+}
+
+Failure dataSet(Firmware& firmware, const Arguments& arguments, Reply&) {
+    std::vector<std::uint64_t> numbers;
+    if (Failure failure = readNumbers(arguments, wordLimit, numbers)) {
+        return failure;
+    }
+    const std::uint64_t length = numbers[0] * 4;
+    if (!fitsBuffer(firmware, 0, length)) {
+        return outsideBuffer(firmware, 0, length);
+    }
+    if (numbers[1] > 0xFF) {
+        return "Fill is one byte";
+    }
+    if (!fillMemory(firmware.buffer, 0, length, static_cast<std::uint8_t>(numbers[1]))) {
+        return "Out of memory";
+    }
+    return std::nullopt;
+}
+
+Failure dataBurst(Firmware& firmware, const Arguments& arguments, Reply&) {
+    std::vector<std::uint64_t> numbers;
+    if (Failure failure = readNumbers(arguments, wordLimit, numbers)) {
+        return failure;
+    }
+    if (numbers[0] == 0) {
+        return "Burst of no bytes";
+    }
+    if (!fitsBuffer(firmware, numbers[1], numbers[0])) {
+        return outsideBuffer(firmware, numbers[1], numbers[0]);
+    }
+    firmware.burst.emplace();
+    firmware.burst->length = numbers[0];
+    firmware.burst->offset = numbers[1];
+    firmware.burst->checksum = static_cast<Word32>(numbers[2]);
+    return std::nullopt;
+}
+
+Failure dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
+    std::vector<std::uint64_t> numbers;
+    if (Failure failure = readNumbers(arguments, wordLimit, numbers)) {
+        return failure;
+    }
+    const std::uint64_t length = (numbers.size() - 1) * 4;
+    if (!fitsBuffer(firmware, numbers[0], length)) {
+        return outsideBuffer(firmware, numbers[0], length);
+    }
+    if (firmware.flash.nullMemory) {
+        return std::nullopt;
+    }
+    std::uint8_t* room = touch(firmware.buffer, numbers[0], length).data();
+    for (std::size_t i = 1; i < numbers.size(); ++i, room += 4) {
+        const auto word = static_cast<Word32>(numbers[i]);
+        std::memcpy(room, &word, 4);
+    }
+    return std::nullopt;
+}
+
+/// Checks the arguments of the page commands and gives the part of the transfer buffer that they work on.
+Failure stagedPages(Firmware& firmware, const Arguments& arguments, std::uint64_t& address,
+                    std::span<const std::uint8_t>& data) {
+    std::vector<std::uint64_t> numbers;
+    if (Failure failure = readNumbers(arguments, noLimit, numbers)) {
+        return failure;
+    }
+    address = numbers[0];
+    Failure failure;
+    const std::uint64_t length = pageBytes(firmware.flash, address, numbers[1], failure);
+    if (failure) {
+        return failure;
+    }
+    if (!fitsBuffer(firmware, 0, length)) {
+        return outsideBuffer(firmware, 0, length);
+    }
+    data = touch(firmware.buffer, 0, length);
+    return std::nullopt;
+}
+
+Failure programPages(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+    std::uint64_t address = 0;
+    std::span<const std::uint8_t> data;
+    if (Failure failure = stagedPages(firmware, arguments, address, data)) {
+        return failure;
+    }
+    const std::uint64_t pages = data.size() / findRegion(firmware.flash, address)->spec.page;
+    reply.busy = firmware.programTime * static_cast<std::int64_t>(pages);
+    return programFlash(firmware.flash, address, data, firmware.weakCell);
+}
+
+Failure verifyPages(Firmware& firmware, const Arguments& arguments, Reply&) {
+    std::uint64_t address = 0;
+    std::span<const std::uint8_t> data;
+    if (Failure failure = stagedPages(firmware, arguments, address, data)) {
+        return failure;
+    }
+    return verifyFlash(firmware.flash, address, data);
+}
+
+Failure readWord(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+    std::vector<std::uint64_t> numbers;
+    if (Failure failure = readNumbers(arguments, noLimit, numbers)) {
+        return failure;
+    }
+    if (numbers[0] % 4 != 0) {
+        return format("Address 0x%08llx is not at the start of a word", shown(numbers[0]));
+    }
+    std::vector<std::uint8_t> bytes;
+    if (Failure failure = readFlash(firmware.flash, numbers[0], 4, bytes)) {
+        return failure;
+    }
+    Word32 word = 0;
+    std::memcpy(&word, bytes.data(), 4);
+    addLine(reply, format("0x%08x", word));
+    return std::nullopt;
+}
+
+Failure erase(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+    const auto address = parseHexadecimal(arguments.words[0]);
+    if (!address) {
+        return notHexadecimal(arguments.words[0]);
+    }
+    if (findRegion(firmware.flash, *address) != nullptr) {
+        reply.busy = firmware.eraseTime;
+    }
+    return eraseFlash(firmware.flash, *address, firmware.weakCell);
+}
+
+Failure blankCheck(Firmware& firmware, const Arguments& arguments, Reply&) {
+    const auto address = parseHexadecimal(arguments.words[0]);
+    return address ? checkBlank(firmware.flash, *address) : notHexadecimal(arguments.words[0]);
+}
+
+Failure bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
+    const auto bank = parseNumber(arguments.words[0]);
+    if (!bank || *bank > 1) {
+        return "Boot bank is 0 or 1";
+    }
+    firmware.bootBank = static_cast<unsigned>(*bank);
+    return std::nullopt;
+}
+
+Failure programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
+    const auto product = parseNumber(arguments.words[0]);
+    const auto vendor = parseNumber(arguments.words[1]);
+    if (!product || !vendor || *product > 0xFFFF || *vendor > 0xFFFF) {
+        return "USB identifiers are numbers of 16 bits";
+    }
+    const std::pair<std::uint16_t, std::uint16_t> identity(static_cast<std::uint16_t>(*product),
+                                                           static_cast<std::uint16_t>(*vendor));
+    if (firmware.usbIdentity && *firmware.usbIdentity != identity) {
+        return format("USB identifiers are already programmed: product 0x%04x, vendor 0x%04x",
+                      firmware.usbIdentity->first, firmware.usbIdentity->second);
+    }
+    firmware.usbIdentity = identity;
+    return std::nullopt;
+}
+
+Failure dump(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+    std::vector<std::uint64_t> numbers;
+    if (Failure failure = readNumbers(arguments, noLimit, numbers)) {
+        return failure;
+    }
+    if (numbers[1] > dumpLimit) {
+        return format("At most 0x%llx bytes at a time", shown(dumpLimit));
+    }
+    std::vector<std::uint8_t> bytes;
+    if (Failure failure = readFlash(firmware.flash, numbers[0], numbers[1], bytes)) {
+        return failure;
+    }
+    for (std::size_t start = 0; start < bytes.size(); start += 16) {
+        std::string line = format("%08llx:", shown(numbers[0] + start));
+        for (std::size_t i = start; i < std::min(start + 16, bytes.size()); ++i) {
+            line += format(" %02x", bytes[i]);
+        }
+        addLine(reply, line);
+    }
+    return std::nullopt;
+}
+
+constexpr auto commands = std::to_array<Command>({
+    {"batchmode", "0|1", 1, 1, true, batchMode},
+    {"blankCheck", "address", 1, 1, false, blankCheck},
+    {"bootBank", "0|1", 1, 1, false, bootBank},
+    {"databurst", "length offset checksum", 3, 3, true, dataBurst},
+    {"dataPacket", "offset word...", 2, unlimited, true, dataPacket},
+    {"dataSet", "words fill", 2, 2, true, dataSet},
+    {"DebugOptions", "0..7", 1, 1, true, debugOptions},
+    {"dump", "address count", 2, 2, false, dump},
+    {"eraseFlash", "address", 1, 1, false, erase},
+    {"help", "", 0, 0, false, help},
+    {"helpadvanced", "", 0, 0, false, helpAdvanced},
+    {"otp_ProgUSBID", "product vendor", 2, 2, true, programUsbId},
+    {"print", "text...", 0, unlimited, false, print},
+    {"programPage", "address pages", 2, 2, true, programPages},
+    {"queryFlash", "", 0, 0, false, queryFlash},
+    {"queryID", "", 0, 0, false, queryId},
+    {"queryMORVI", "", 0, 0, false, queryMorvi},
+    {"queryPart", "", 0, 0, false, queryPart},
+    {"readWord", "address", 1, 1, false, readWord},
+    {"verifyPage", "address pages", 2, 2, true, verifyPages},
+    {"version", "", 0, 0, false, version},
+});
+
+void listCommands(Reply& reply, bool advanced) {
+    for (const Command& command : commands) {
+        if (advanced || !command.advanced) {
+            addLine(reply, trimmed(std::string(command.word) + " " + std::string(command.arguments)));
+        }
+    }
+}
+
+Arguments splitWords(std::string_view text) {
+    Arguments arguments{trimmed(text), {}};
+    std::size_t start = 0;
+    while ((start = text.find_first_not_of(" \t", start)) != std::string_view::npos) {
+        const std::size_t end = std::min(text.find_first_of(" \t", start), text.size());
+        arguments.words.push_back(text.substr(start, end - start));
+        start = end;
+    }
+    return arguments;
+}
+
+} // namespace
+
+Failure runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
+    const std::string_view word = line.substr(0, line.find_first_of(" \t"));
+    const auto command =
+        std::find_if(commands.begin(), commands.end(), [=](const Command& c) { return c.word == word; });
+    if (command == commands.end()) {
+        return "Unknown command " + printable(word, 64);
+    }
+    const Arguments arguments = splitWords(line.substr(word.size()));
+    if (arguments.words.size() < command->fewest || arguments.words.size() > command->most) {
+        return "Usage: " +
+               std::string(trimmed(std::string(command->word) + " " + std::string(command->arguments)));
+    }
+    return command->run(firmware, arguments, reply);
+}
+
+} // namespace vqxsim

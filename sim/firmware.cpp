@@ -1,0 +1,213 @@
+#include "firmware.h"
+
+#include "commands.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vqxsim {
+
+namespace {
+
+constexpr std::uint64_t smallestBuffer = 0x8000;
+
+/// Bytes of a burst for which room is made at once; a longer one grows as it arrives.
+constexpr std::uint64_t burstReserve = 1U << 20;
+
+bool isRawText(const Firmware& firmware) {
+    const std::string_view text = trimmed(firmware.line);
+    return !text.empty() && text.front() != '=';
+}
+
+void appendToLine(Firmware& firmware, std::string_view text) {
+    const std::size_t room = lineLimit + 1 - firmware.line.size();
+    firmware.line.append(text.substr(0, room));
+}
+
+Request takeLine(Firmware& firmware) {
+    Request request;
+    request.kind = firmware.line.size() > lineLimit ? RequestKind::longLine : RequestKind::line;
+    std::string_view text = trimmed(firmware.line);
+    if (text.starts_with('=')) {
+        text = trimmed(text.substr(1));
+    }
+    request.text = text;
+    firmware.line.clear();
+    return request;
+}
+
+std::size_t collectBurst(Firmware& firmware, std::string_view bytes, std::optional<Request>& request) {
+    Burst& burst = *firmware.burst;
+    const std::size_t taken = std::min<std::uint64_t>(burst.length - burst.bytes.size(), bytes.size());
+    if (burst.bytes.empty()) {
+        burst.bytes.reserve(std::min(burst.length, burstReserve));
+    }
+    burst.bytes.append(bytes.substr(0, taken));
+    if (burst.bytes.size() == burst.length) {
+        request.emplace();
+        request->kind = RequestKind::burst;
+        request->text = std::move(burst.bytes);
+        request->header = {burst.length, burst.offset, burst.checksum, {}};
+        firmware.burst.reset();
+    }
+    return taken;
+}
+
+Failure storeBurst(Firmware& firmware, const Request& request) {
+    const std::uint32_t found = burstChecksum(request.text);
+    if (found != request.header.checksum) {
+        return format("Burst checksum is 0x%x, not 0x%x", found, request.header.checksum);
+    }
+    if (!firmware.flash.nullMemory) {
+        const auto room = touch(firmware.buffer, request.header.offset, request.text.size());
+        std::memcpy(room.data(), request.text.data(), room.size());
+    }
+    return std::nullopt;
+}
+
+Failure carryOut(Firmware& firmware, const Request& request, Reply& reply) {
+    switch (request.kind) {
+    case RequestKind::line:
+        if (request.text.empty()) {
+            return std::nullopt;
+        }
+        if (!firmware.batchMode) {
+            reply.text = "=" + request.text + "\r\n";
+        }
+        return runCommand(firmware, request.text, reply);
+    case RequestKind::burst:
+        return storeBurst(firmware, request);
+    case RequestKind::longLine:
+        return format("Line of more than %zu characters", lineLimit);
+    case RequestKind::brokenBurst:
+        break;
+    }
+    return format("Burst given up after %zu of %llu bytes", request.text.size(),
+                  static_cast<unsigned long long>(request.header.length));
+}
+
+} // namespace
+
+Failure startFirmware(Firmware& firmware, const FirmwareConfig& config) {
+    firmware = Firmware{};
+    firmware.flash.folder = config.folder;
+    firmware.flash.nullMemory = config.nullMemory;
+    firmware.programTime = config.programTime;
+    firmware.eraseTime = config.eraseTime;
+    std::uint64_t bufferSize = smallestBuffer;
+    for (const RegionSpec& spec : config.regions) {
+        firmware.flash.regions.push_back({spec, std::nullopt});
+        bufferSize = std::max(bufferSize, spec.buffer);
+    }
+    if (!config.folder.empty()) {
+        if (Failure failure = openFolder(firmware.flash)) {
+            return failure;
+        }
+    }
+    return openMemory(firmware.buffer, bufferSize, 0, "");
+}
+
+void restartFirmware(Firmware& firmware) {
+    const bool kept = fillMemory(firmware.buffer, 0, firmware.buffer.size, 0);
+    static_cast<void>(kept); // the buffer is in no file, so this cannot fail
+    firmware.batchMode = false;
+    firmware.debugOptions = 7;
+    firmware.line.clear();
+    firmware.afterReturn = false;
+    firmware.burst.reset();
+}
+
+std::size_t collectRequest(Firmware& firmware, std::string_view bytes, TimePoint now,
+                           std::optional<Request>& request) {
+    firmware.lastInput = now;
+    if (firmware.burst) {
+        return collectBurst(firmware, bytes, request);
+    }
+    const bool restOfLineEnd = firmware.afterReturn && bytes.front() == '\n';
+    firmware.afterReturn = false;
+    if (restOfLineEnd) {
+        return 1;
+    }
+    const std::size_t end = bytes.find_first_of("\r\n");
+    appendToLine(firmware, bytes.substr(0, end));
+    if (end == std::string_view::npos) {
+        return bytes.size();
+    }
+    firmware.afterReturn = bytes[end] == '\r';
+    request = takeLine(firmware);
+    return end + 1;
+}
+
+std::optional<TimePoint> silenceDeadline(const Firmware& firmware) {
+    if (firmware.burst) {
+        return firmware.lastInput + burstPatience;
+    }
+    if (isRawText(firmware)) {
+        return firmware.lastInput + rawTextPatience;
+    }
+    return std::nullopt;
+}
+
+std::optional<Request> endSilence(Firmware& firmware, TimePoint now) {
+    const auto deadline = silenceDeadline(firmware);
+    if (!deadline || now < *deadline) {
+        return std::nullopt;
+    }
+    if (!firmware.burst) {
+        return takeLine(firmware);
+    }
+    Request request;
+    request.kind = RequestKind::brokenBurst;
+    request.text = std::move(firmware.burst->bytes);
+    request.header = {firmware.burst->length, firmware.burst->offset, firmware.burst->checksum, {}};
+    firmware.burst.reset();
+    return request;
+}
+
+Reply execute(Firmware& firmware, const Request& request) {
+    Reply reply;
+    const Failure failure = carryOut(firmware, request, reply);
+    reply.text += failure ? "VQX_ERROR " + *failure + "\r\n" : "VQX_OK\r\n";
+    return reply;
+}
+
+std::string converse(Firmware& firmware, std::string_view bytes, TimePoint now) {
+    std::string answers;
+    while (!bytes.empty()) {
+        std::optional<Request> request;
+        bytes.remove_prefix(collectRequest(firmware, bytes, now, request));
+        if (request) {
+            answers += execute(firmware, *request).text;
+        }
+    }
+    return answers;
+}
+
+std::string_view requestWord(const Request& request) {
+    if (request.kind == RequestKind::burst) {
+        return "burst";
+    }
+    if (request.kind != RequestKind::line) {
+        return {};
+    }
+    const std::string_view text = request.text;
+    return text.substr(0, text.find_first_of(" \t"));
+}
+
+std::uint32_t burstChecksum(std::string_view bytes) {
+    std::uint32_t sum = 0;
+    std::size_t at = 0;
+    for (; at + 4 <= bytes.size(); at += 4) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, bytes.data() + at, 4);
+        sum += word;
+    }
+    if (at < bytes.size()) {
+        std::uint32_t word = 0xFFFFFFFF;
+        std::memcpy(&word, bytes.data() + at, bytes.size() - at);
+        sum += word;
+    }
+    return sum;
+}
+
+} // namespace vqxsim

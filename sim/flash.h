@@ -1,0 +1,73 @@
+#pragma once
+
+#include "memory.h"
+
+#include <chrono>
+#include <random>
+
+namespace vqxsim {
+
+/// What a flash region claims to be. Addresses and sizes are bytes, below 2^36, so that sums never wrap.
+struct RegionSpec {
+    std::string name;
+    std::uint64_t base = 0;
+    std::uint64_t size = 0x80000;
+    std::uint64_t page = 512;
+    std::uint64_t buffer = 0x8000;
+    std::uint8_t blank = 0xFF;
+};
+
+/// One flash region; its memory is made when it is first used.
+struct Region {
+    RegionSpec spec;
+    std::optional<SparseMemory> memory;
+};
+
+/// The flash memories of one target.
+struct Flash {
+    std::vector<Region> regions;
+    std::string folder;      ///< keeps each region in a file NAME.bin; empty: nothing outlives the process
+    bool nullMemory = false; ///< commands succeed without touching memory
+};
+
+/// A flash cell that does not follow the next program or erase: one bit keeps its old value.
+struct WeakCell {
+    std::optional<std::uint64_t> address; ///< none: any byte that the command changes, chosen with `pick`
+    unsigned bit = 0; ///< 0 to 7: the bit if it changes, else the next higher one that does
+    std::uint64_t pick = 0;
+    bool silent = false; ///< the firmware reports success all the same
+    bool struck = false; ///< set when a bit was kept
+};
+
+/// Opens the files of `flash.folder`, as far as they are small enough to be held ready. Fails when a region's
+/// name does not serve as a file name, two regions have the same, or a file cannot be used.
+[[nodiscard]] Failure openFolder(Flash& flash);
+
+/// The first region that holds the address, none when it lies outside all.
+[[nodiscard]] Region* findRegion(Flash& flash, std::uint64_t address);
+
+/// Writes `data`, whole pages, at a page's address: bits only ever leave their blank value. Fails, with the
+/// pages before it written, at a page whose content then differs from the data. `weak`, when given, keeps one
+/// bit from changing.
+[[nodiscard]] Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
+                                   WeakCell* weak);
+
+/// Compares `data`, whole pages, with the flash and fails with the first address that differs.
+[[nodiscard]] Failure verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data);
+
+/// Makes the region that holds the address blank; `weak`, when given, keeps one bit of it.
+[[nodiscard]] Failure eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak);
+
+/// Fails with the first address of the region holding `address` that is not blank.
+[[nodiscard]] Failure checkBlank(Flash& flash, std::uint64_t address);
+
+/// Appends `length` bytes from the address on to `bytes`.
+[[nodiscard]] Failure readFlash(Flash& flash, std::uint64_t address, std::uint64_t length,
+                                std::vector<std::uint8_t>& bytes);
+
+/// The number of bytes of `pages` pages at the address, when the pages lie in one region; else sets
+/// `failure`.
+[[nodiscard]] std::uint64_t pageBytes(Flash& flash, std::uint64_t address, std::uint64_t pages,
+                                      Failure& failure);
+
+} // namespace vqxsim

@@ -1,0 +1,178 @@
+#include "memory.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace vqxsim {
+
+namespace {
+
+constexpr std::uint64_t blockSize = 0x10000;
+
+/// A file up to this size holds its whole content from the start, so that it can be compared with an image. A
+/// larger one has holes where nothing was touched yet.
+constexpr std::uint64_t wholeFileLimit = 64U << 20;
+
+Failure systemFailure(const std::string& what) {
+    return what + ": " + std::strerror(errno);
+}
+
+std::uint64_t blockLength(const SparseMemory& memory, std::size_t block) {
+    return std::min(blockSize, memory.size - block * blockSize);
+}
+
+bool touchBlock(SparseMemory& memory, std::size_t block) {
+    const std::uint64_t start = block * blockSize;
+    const std::uint64_t length = blockLength(memory, block);
+    if (memory.file) {
+        // Writing to a mapping for which the disk has no room would end the process; this reports it instead.
+        const int error =
+            posix_fallocate(memory.file.get(), static_cast<off_t>(start), static_cast<off_t>(length));
+        if (error != 0) {
+            errno = error;
+            return false;
+        }
+    }
+    std::memset(memory.bytes.get() + start, memory.fillValue[block], length);
+    memory.touched[block] = true;
+    return true;
+}
+
+void markFoundContent(SparseMemory& memory) {
+    if (memory.size <= wholeFileLimit) {
+        memory.touched.assign(memory.touched.size(), true);
+        return;
+    }
+    off_t at = 0;
+    while ((at = lseek(memory.file.get(), at, SEEK_DATA)) >= 0) {
+        const auto block = static_cast<std::uint64_t>(at) / blockSize;
+        memory.touched[block] = true;
+        at = static_cast<off_t>((block + 1) * blockSize);
+    }
+}
+
+/// Opens the file and brings it to the memory's size. Sets `found` when it had content.
+Failure openFile(SparseMemory& memory, const std::string& path, bool& found) {
+    memory.file = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    struct stat status {};
+    if (!memory.file || fstat(memory.file.get(), &status) != 0) {
+        return systemFailure(path);
+    }
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    found = size > 0;
+    if (found && size != memory.size) {
+        return format("%s: holds %llu bytes, the region %llu", path.c_str(),
+                      static_cast<unsigned long long>(size), static_cast<unsigned long long>(memory.size));
+    }
+    if (!found && ftruncate(memory.file.get(), static_cast<off_t>(memory.size)) != 0) {
+        return systemFailure(path);
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+    std::swap(number_, other.number_);
+    return *this;
+}
+
+Descriptor::~Descriptor() {
+    if (number_ >= 0) {
+        close(number_);
+    }
+}
+
+void Unmap::operator()(std::uint8_t* bytes) const {
+    munmap(bytes, length);
+}
+
+Failure openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill, const std::string& path) {
+    memory = SparseMemory{};
+    memory.size = size;
+    bool found = false;
+    if (!path.empty()) {
+        if (Failure failure = openFile(memory, path, found)) {
+            return failure;
+        }
+    }
+    if (size == 0) {
+        return std::nullopt;
+    }
+    const int kind = memory.file ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+    void* const bytes = mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, memory.file.get(), 0);
+    if (bytes == MAP_FAILED) {
+        return systemFailure(format("%llu bytes of memory", static_cast<unsigned long long>(size)));
+    }
+    memory.bytes = {static_cast<std::uint8_t*>(bytes), Unmap{size}};
+    const auto blocks = static_cast<std::size_t>((size + blockSize - 1) / blockSize);
+    memory.fillValue.assign(blocks, fill);
+    memory.touched.assign(blocks, false);
+    if (found) {
+        markFoundContent(memory);
+    } else if (memory.file && size <= wholeFileLimit && touch(memory, 0, size).empty()) {
+        return systemFailure(path);
+    }
+    return std::nullopt;
+}
+
+std::span<std::uint8_t> touch(SparseMemory& memory, std::uint64_t offset, std::uint64_t length) {
+    if (length == 0) {
+        return {};
+    }
+    for (std::uint64_t block = offset / blockSize; block <= (offset + length - 1) / blockSize; ++block) {
+        if (!memory.touched[block] && !touchBlock(memory, block)) {
+            return {};
+        }
+    }
+    return {memory.bytes.get() + offset, static_cast<std::size_t>(length)};
+}
+
+bool fillMemory(SparseMemory& memory, std::uint64_t offset, std::uint64_t length, std::uint8_t value) {
+    const std::uint64_t end = offset + length;
+    while (offset < end) {
+        const auto block = static_cast<std::size_t>(offset / blockSize);
+        const std::uint64_t blockStart = block * blockSize;
+        const std::uint64_t next = std::min(end, blockStart + blockSize);
+        const bool whole = offset == blockStart && next - offset == blockLength(memory, block);
+        if (whole && (!memory.touched[block] || !memory.file)) {
+            memory.touched[block] = false;
+            memory.fillValue[block] = value;
+        } else {
+            const auto bytes = touch(memory, offset, next - offset);
+            if (bytes.empty()) {
+                return false;
+            }
+            std::memset(bytes.data(), value, bytes.size());
+        }
+        offset = next;
+    }
+    return true;
+}
+
+std::optional<std::uint64_t> firstOther(const SparseMemory& memory, std::uint8_t value) {
+    for (std::size_t block = 0; block < memory.touched.size(); ++block) {
+        const std::uint64_t start = block * blockSize;
+        if (!memory.touched[block]) {
+            if (memory.fillValue[block] != value) {
+                return start;
+            }
+            continue;
+        }
+        const std::uint8_t* const begin = memory.bytes.get() + start;
+        const std::uint8_t* const end = begin + blockLength(memory, block);
+        const std::uint8_t* const other =
+            std::find_if(begin, end, [=](std::uint8_t b) { return b != value; });
+        if (other != end) {
+            return start + static_cast<std::uint64_t>(other - begin);
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace vqxsim

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "text.h"
+
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace vqxsim {
+
+/// Closes a file descriptor when it goes out of use; -1 is none.
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor&& other) noexcept : number_(other.number_) { other.number_ = -1; }
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    ~Descriptor();
+
+    [[nodiscard]] int get() const { return number_; }
+    [[nodiscard]] explicit operator bool() const { return number_ >= 0; }
+
+private:
+    int number_ = -1;
+};
+
+/// Undoes a memory mapping of `length` bytes.
+struct Unmap {
+    std::size_t length = 0;
+    void operator()(std::uint8_t* bytes) const;
+};
+
+/// Memory that costs only what is touched, however large it claims to be. It is handled in blocks; a block
+/// that was never touched holds one value throughout. Kept in a file, its touched bytes are what other
+/// programs see there at once.
+struct SparseMemory {
+    std::uint64_t size = 0;
+    std::unique_ptr<std::uint8_t, Unmap> bytes;
+    Descriptor file;                     ///< none for memory that ends with the process
+    std::vector<std::uint8_t> fillValue; ///< per block: what an untouched block holds
+    std::vector<bool> touched;           ///< per block: `bytes` holds its content
+};
+
+/// Makes `memory` hold `size` bytes of `fill`. A `path` that is not empty names the file that keeps them:
+/// found content stays, a new or empty file is filled. Fails when memory or file cannot be had, or the file
+/// has another size.
+[[nodiscard]] Failure openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill,
+                                 const std::string& path);
+
+/// Gives the bytes [offset, offset + length), which must lie inside the memory, for reading and writing. An
+/// empty span for a length above 0 means that the file cannot hold them (`errno` tells why).
+[[nodiscard]] std::span<std::uint8_t> touch(SparseMemory& memory, std::uint64_t offset, std::uint64_t length);
+
+/// Sets [offset, offset + length) to `value`, whole untouched blocks at no cost. Returns false as `touch`
+/// fails.
+[[nodiscard]] bool fillMemory(SparseMemory& memory, std::uint64_t offset, std::uint64_t length,
+                              std::uint8_t value);
+
+/// The offset of the first byte that is not `value`, none when all are.
+[[nodiscard]] std::optional<std::uint64_t> firstOther(const SparseMemory& memory, std::uint8_t value);
+
+} // namespace vqxsim

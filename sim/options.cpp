@@ -1,0 +1,222 @@
+#include "options.h"
+
+#include <algorithm>
+#include <array>
+#include <getopt.h>
+
+namespace vqxsim {
+
+namespace {
+
+/// Region numbers stay below this, so that sums of them never wrap.
+constexpr std::uint64_t regionNumberLimit = 0xFFFFFFFFF;
+
+struct RegionKey {
+    std::string_view name;
+    std::uint64_t limit;
+    void (*set)(RegionSpec&, std::uint64_t);
+};
+
+constexpr auto regionKeys = std::to_array<RegionKey>({
+    {"base", regionNumberLimit, [](RegionSpec& spec, std::uint64_t n) { spec.base = n; }},
+    {"size", regionNumberLimit, [](RegionSpec& spec, std::uint64_t n) { spec.size = n; }},
+    {"page", regionNumberLimit, [](RegionSpec& spec, std::uint64_t n) { spec.page = n; }},
+    {"buffer", regionNumberLimit, [](RegionSpec& spec, std::uint64_t n) { spec.buffer = n; }},
+    {"blank", 0xFF, [](RegionSpec& spec, std::uint64_t n) { spec.blank = static_cast<std::uint8_t>(n); }},
+});
+
+std::vector<RegionSpec> defaultRegions() {
+    return {{"FLASH", 0x10000000, 0x80000, 512, 0x8000, 0xFF},
+            {"BANKB", 0x10080000, 0x80000, 512, 0x8000, 0xFF},
+            {"MORVI", 0x14000000, 0x400000, 256, 0x8000, 0xFF}};
+}
+
+/// A number with an optional K or M for 1024 and 1024 * 1024.
+std::optional<std::uint64_t> parseSize(std::string_view text) {
+    unsigned shift = 0;
+    if (text.ends_with('K') || text.ends_with('M')) {
+        shift = text.back() == 'K' ? 10 : 20;
+        text.remove_suffix(1);
+    }
+    const auto number = parseNumber(text);
+    if (!number || *number > regionNumberLimit >> shift) {
+        return std::nullopt;
+    }
+    return *number << shift;
+}
+
+std::string_view cutAt(std::string_view& text, char separator) {
+    const std::size_t end = std::min(text.find(separator), text.size());
+    const std::string_view piece = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    return piece;
+}
+
+Failure setRegionKey(RegionSpec& spec, std::string_view setting) {
+    std::string_view value = setting;
+    const std::string_view name = cutAt(value, '=');
+    const auto key = std::find_if(regionKeys.begin(), regionKeys.end(),
+                                  [=](const RegionKey& k) { return k.name == name; });
+    if (key == regionKeys.end()) {
+        return "unknown region setting '" + printable(setting, 64) +
+               "' (base, size, page, buffer and blank exist)";
+    }
+    const auto number = parseSize(value);
+    if (!number || *number > key->limit) {
+        return "bad number in region setting '" + printable(setting, 64) + "'";
+    }
+    key->set(spec, *number);
+    return std::nullopt;
+}
+
+Failure addRegion(Options& options, std::string_view text) {
+    RegionSpec spec;
+    spec.name = cutAt(text, ',');
+    while (!text.empty()) {
+        if (Failure failure = setRegionKey(spec, cutAt(text, ','))) {
+            return failure;
+        }
+    }
+    options.firmware.regions.push_back(std::move(spec));
+    return std::nullopt;
+}
+
+/// Reads a number of at most `limit` for an option.
+Failure readNumber(std::string_view text, std::uint64_t limit, std::uint64_t& number) {
+    const auto read = parseNumber(text);
+    if (!read || *read > limit) {
+        return format("'%s' is not a number from 0 to %llu", printable(text, 64).c_str(),
+                      static_cast<unsigned long long>(limit));
+    }
+    number = *read;
+    return std::nullopt;
+}
+
+constexpr std::uint64_t longestTime = 1000000000;
+
+Failure setFolder(Options& options, std::string_view text) {
+    options.firmware.folder = text;
+    return text.empty() ? Failure("the folder is empty") : std::nullopt;
+}
+
+Failure setLink(Options& options, std::string_view text) {
+    options.link = text;
+    return text.empty() ? Failure("the path is empty") : std::nullopt;
+}
+
+Failure setNullMemory(Options& options, std::string_view) {
+    options.firmware.nullMemory = true;
+    return std::nullopt;
+}
+
+Failure setProgramTime(Options& options, std::string_view text) {
+    std::uint64_t number = 0;
+    Failure failure = readNumber(text, longestTime, number);
+    options.firmware.programTime = std::chrono::microseconds(number);
+    return failure;
+}
+
+Failure setEraseTime(Options& options, std::string_view text) {
+    std::uint64_t number = 0;
+    Failure failure = readNumber(text, longestTime, number);
+    options.firmware.eraseTime = std::chrono::milliseconds(number);
+    return failure;
+}
+
+Failure askHelp(Options& options, std::string_view) {
+    options.action = Action::showHelp;
+    return std::nullopt;
+}
+
+Failure askVersion(Options& options, std::string_view) {
+    options.action = Action::showVersion;
+    return std::nullopt;
+}
+
+bool noFlash(const std::string& name) {
+    return name == "no-flash";
+}
+
+struct OptionRow {
+    const char* name;
+    const char* argument; ///< null: takes none
+    const char* help;
+    Failure (*set)(Options&, std::string_view);
+};
+
+constexpr auto optionRows = std::to_array<OptionRow>({
+    {"region", "NAME[,KEY=N...]",
+     "a flash region, repeatable, in place of the usual three; keys: base (0), size (512K), page (512), buffer (32K), blank (0xff)",
+     addRegion},
+    {"no-flash", nullptr, "a target without flash regions",
+     [](Options&, std::string_view) { return Failure(); }},
+    {"memory", "DIR", "keep each region in DIR/NAME.bin, visible to other programs at once", setFolder},
+    {"null-memory", nullptr, "flash commands succeed without touching memory; bursts are checked, not stored",
+     setNullMemory},
+    {"program-time", "US", "programming a page takes so many microseconds", setProgramTime},
+    {"erase-time", "MS", "erasing a region takes so many milliseconds", setEraseTime},
+    {"link", "PATH", "make PATH a symbolic link to the device while it serves", setLink},
+    {"help", nullptr, "show this text", askHelp},
+    {"version", nullptr, "show the version", askVersion},
+});
+
+std::vector<option> longOptions() {
+    std::vector<option> rows;
+    for (const OptionRow& row : optionRows) {
+        rows.push_back({row.name, row.argument != nullptr ? required_argument : no_argument, nullptr, 0});
+    }
+    rows.push_back({nullptr, 0, nullptr, 0});
+    return rows;
+}
+
+} // namespace
+
+Failure readOptions(int argc, char** argv, Options& options) {
+    const std::vector<option> rows = longOptions();
+    bool withoutFlash = false;
+    opterr = 0;
+    optind = 0; // starts afresh, for a process that reads more than one command line
+    for (;;) {
+        const int given = optind > 0 ? optind : 1;
+        int row = 0;
+        const int result = getopt_long(argc, argv, "+:", rows.data(), &row);
+        if (result == -1) {
+            break;
+        }
+        if (result != 0) {
+            const std::string shown = printable(given < argc ? argv[given] : "", 64);
+            return result == ':' ? "option '" + shown + "' needs an argument" : "bad option '" + shown + "'";
+        }
+        const OptionRow& chosen = optionRows[static_cast<std::size_t>(row)];
+        withoutFlash = withoutFlash || noFlash(chosen.name);
+        if (const Failure failure = chosen.set(options, optarg != nullptr ? optarg : "")) {
+            return "option --" + std::string(chosen.name) + ": " + *failure;
+        }
+    }
+    options.command.assign(argv + optind, argv + argc);
+    if (withoutFlash && !options.firmware.regions.empty()) {
+        return "--no-flash and --region exclude each other";
+    }
+    if (!withoutFlash && options.firmware.regions.empty()) {
+        options.firmware.regions = defaultRegions();
+    }
+    return std::nullopt;
+}
+
+std::string helpText() {
+    std::string text =
+        "Usage: vqxsim [options] [-- command [argument...]]\n"
+        "\n"
+        "Simulates a target on a pseudo-terminal. Prints the path of the device and serves until SIGINT, SIGTERM or SIGHUP;\n"
+        "with a command, runs it with each argument {} replaced by that path and ends with its exit status.\n"
+        "\n"
+        "Options (numbers are decimal, or hexadecimal with 0x; in regions K and M stand for 1024 and 1024 * 1024):\n";
+    for (const OptionRow& row : optionRows) {
+        const std::string name = "--" + std::string(row.name) + (row.argument != nullptr ? " " : "") +
+                                 (row.argument != nullptr ? row.argument : "");
+        text += format("  %-26s %s\n", name.c_str(), row.help);
+    }
+    return text;
+}
+
+} // namespace vqxsim

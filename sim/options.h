@@ -1,0 +1,24 @@
+#pragma once
+
+#include "firmware.h"
+
+namespace vqxsim {
+
+/// What the command line asks for.
+enum class Action { serve, showHelp, showVersion };
+
+/// The command line of the simulator.
+struct Options {
+    Action action = Action::serve;
+    FirmwareConfig firmware;
+    std::string link;                 ///< symbolic link to the device, empty for none
+    std::vector<std::string> command; ///< program to run and its arguments, empty for none
+};
+
+/// Reads the command line into `options`. Fails with a text for the user.
+[[nodiscard]] Failure readOptions(int argc, char** argv, Options& options);
+
+/// The help text.
+[[nodiscard]] std::string helpText();
+
+} // namespace vqxsim

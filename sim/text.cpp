@@ -1,0 +1,72 @@
+#include "text.h"
+
+#include <charconv>
+#include <cstdarg>
+#include <cstdio>
+
+namespace vqxsim {
+
+namespace {
+
+std::optional<std::uint64_t> parseDigits(std::string_view digits, int base) {
+    std::uint64_t value = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, value, base);
+    if (error != std::errc() || stop != end) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+bool hasHexadecimalPrefix(std::string_view word) {
+    return word.starts_with("0x") || word.starts_with("0X");
+}
+
+} // namespace
+
+std::string format(const char* pattern, ...) {
+    va_list arguments;
+    va_start(arguments, pattern);
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, pattern, arguments);
+    va_end(arguments);
+    std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+    std::vsnprintf(text.data(), text.size() + 1, pattern, again);
+    va_end(again);
+    return text;
+}
+
+std::optional<std::uint64_t> parseHexadecimal(std::string_view word) {
+    return parseDigits(hasHexadecimalPrefix(word) ? word.substr(2) : word, 16);
+}
+
+std::optional<std::uint64_t> parseNumber(std::string_view word) {
+    return hasHexadecimalPrefix(word) ? parseDigits(word.substr(2), 16) : parseDigits(word, 10);
+}
+
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::string printable(std::string_view text, std::size_t limit) {
+    std::string shown;
+    for (const char c : text.substr(0, limit)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7F) {
+            shown += c;
+        } else {
+            shown += format("\\x%02x", byte);
+        }
+    }
+    if (text.size() > limit) {
+        shown += "...";
+    }
+    return shown;
+}
+
+} // namespace vqxsim

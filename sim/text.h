@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vqxsim {
+
+/// The text of an error, or none on success.
+using Failure = std::optional<std::string>;
+
+/// Formats like printf into a text of any length.
+[[nodiscard]] std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+
+/// Reads a whole word of hexadecimal digits, with or without "0x"; none when it holds anything else or
+/// exceeds 64 bits.
+[[nodiscard]] std::optional<std::uint64_t> parseHexadecimal(std::string_view word);
+
+/// Reads a whole word as a number: hexadecimal with "0x", else decimal.
+[[nodiscard]] std::optional<std::uint64_t> parseNumber(std::string_view word);
+
+/// The text with blanks and tabs removed from both ends.
+[[nodiscard]] std::string_view trimmed(std::string_view text);
+
+/// The text made safe for one line of output: other than printable ASCII is shown as \xNN, and at most
+/// `limit` characters of the text are shown.
+[[nodiscard]] std::string printable(std::string_view text, std::size_t limit);
+
+} // namespace vqxsim
