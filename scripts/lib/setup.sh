@@ -1,0 +1,74 @@
+# shellcheck shell=bash
+# What the scripts share: saying what happens, installing what is missing, building a preset. Sourced, not run.
+
+project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+readonly project_root
+
+# Needs are pairs of what must be there, a command or a file, and the Debian package that brings it.
+# shellcheck disable=SC2034 # read by the scripts that source this file
+readonly build_needs=(c++:g++ cmake:cmake ninja:ninja-build)
+# shellcheck disable=SC2034
+readonly test_needs=(/usr/include/gtest/gtest.h:libgtest-dev)
+# shellcheck disable=SC2034
+readonly check_needs=(clang-format-14:clang-format-14 clang-tidy-14:clang-tidy-14 run-clang-tidy-14:clang-tidy-14
+    cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc)
+
+say() {
+    printf '==> %s\n' "$*"
+}
+
+# die STATUS TEXT: ends the script.
+die() {
+    printf '%s: %s\n' "$(basename "$0")" "$2" >&2
+    exit "$1"
+}
+
+is_present() {
+    if [[ $1 == /* ]]; then
+        [[ -e $1 ]]
+    else
+        command -v "$1" >/dev/null
+    fi
+}
+
+as_root() {
+    if [[ $EUID -eq 0 ]]; then
+        "$@"
+    else
+        sudo -- "$@"
+    fi
+}
+
+# ensure NEED...: installs the packages of what is missing; touches nothing when all is there.
+ensure() {
+    local need
+    local -A missing=()
+    for need in "$@"; do
+        is_present "${need%:*}" || missing[${need#*:}]=1
+    done
+    [[ ${#missing[@]} -gt 0 ]] || return 0
+
+    local packages
+    mapfile -t packages < <(printf '%s\n' "${!missing[@]}" | sort)
+    command -v apt-get >/dev/null || die 1 "please install what these Debian packages hold: ${packages[*]}"
+    [[ $EUID -eq 0 ]] || command -v sudo >/dev/null ||
+        die 1 "please install as root: apt-get install ${packages[*]}"
+    say "Installing ${packages[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends "${packages[@]}"
+    for need in "$@"; do
+        is_present "${need%:*}" || die 1 "${need%:*} is still missing after installing ${need#*:}"
+    done
+}
+
+# build PRESET [TARGET...]: builds into out/PRESET, everything without targets.
+build() {
+    local preset=$1
+    shift
+    say "Building the preset $preset into out/$preset"
+    (
+        cd "$project_root" || exit
+        cmake --preset "$preset" >/dev/null
+        cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+    )
+}
