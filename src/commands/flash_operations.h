@@ -1,0 +1,29 @@
+#pragma once
+
+#include "commands/image_file.h"
+#include "link/handler_data.h"
+#include "support/text.h"
+#include "transfer/records.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace secapp {
+
+/// What one flash operation works on; the sizes, the fill byte and the operation are in the command's
+/// descriptor.
+struct FlashTarget {
+    /// The address as written and its value.
+    std::string item;
+    std::uint64_t address = 0;
+    /// The image of program and verify; none for a fill, for which `source` holds the value and the length.
+    const ImageFile* image = nullptr;
+    TransferSource source;
+};
+
+/// Erases, blank-checks, programs or verifies at one address, as the descriptor's `operation` says.
+[[nodiscard]] ErrorText runFlashOperation(HandlerData& record, TransferDescriptor& descriptor,
+                                          FlashTarget& target);
+
+} // namespace secapp

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "link/handler_data.h"
+#include "support/text.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace secapp {
+
+struct HandlerEntry;
+
+/// Carries out one command. `text` is the whole command after variable substitution, its command word
+/// included; `word` is the command word as typed; `entry` is the matched row of the command table, null when
+/// a command is run without one. Returns nothing on success, else the error text.
+using CommandHandler = ErrorText (*)(HandlerData& record, std::string_view text, std::string_view word,
+                                     const HandlerEntry* entry);
+
+/// One row of the command table.
+struct HandlerEntry {
+    /// Null in the last row, which matches every word.
+    const char* name;
+    const char* description;
+    const char* argumentHelp;
+    bool showInHelp;
+    /// 0: the whole word must equal `name`; N: only the first N characters are compared. Both without regard
+    /// to case.
+    std::uint32_t matchLength;
+    CommandHandler handler;
+};
+
+/// The usage line of a command for its "missing" messages; empty without a row.
+[[nodiscard]] inline std::string commandUsage(const HandlerEntry* entry) {
+    return entry == nullptr ? std::string() : formatText("\nUsage: %s %s", entry->name, entry->argumentHelp);
+}
+
+} // namespace secapp

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "commands/handler.h"
+
+#include <array>
+#include <string_view>
+
+namespace secapp {
+
+/// The commands that the tool knows, in the order in which they are tried; the last row takes every other
+/// word.
+extern const std::array<HandlerEntry, 17> handlerEntries;
+
+/// The first row that matches the command word.
+[[nodiscard]] const HandlerEntry& findHandler(std::string_view word);
+
+} // namespace secapp

@@ -1,0 +1,81 @@
+#include "frontend/local_commands.h"
+
+#include "frontend/prompt.h"
+#include "link/timing.h"
+#include "support/echo.h"
+#include "support/numbers.h"
+
+namespace secapp {
+namespace {
+
+/// When the script's stopwatch was started, none while it is stopped.
+std::optional<timeval> timer;
+
+/// What follows the command word, which the text begins with.
+std::string_view argumentsOf(std::string_view text, std::string_view commandWord) {
+    return trimwhitespace(trimwhitespace(text).substr(commandWord.size()));
+}
+
+ErrorText printElapsed(HandlerData& record) {
+    if (!timer)
+        return formatError("Timer not running");
+    const timeval elapsed = elapsedSince(*timer);
+    if (record.outputHandler != nullptr)
+        record.outputHandler(record,
+                             formatText("Elapsed time %ld.%03ds\n", static_cast<long>(elapsed.tv_sec),
+                                        static_cast<int>(elapsed.tv_usec / 1000)),
+                             false);
+    return std::nullopt;
+}
+
+} // namespace
+
+ErrorText echoHandler(HandlerData& record, std::string_view text, std::string_view word,
+                      const HandlerEntry* /*entry*/) {
+    print(record.echoFlags | ECHO_SCRIPT, "%s", std::string(argumentsOf(text, word)).c_str());
+    return std::nullopt;
+}
+
+ErrorText delayHandler(HandlerData& /*record*/, std::string_view text, std::string_view word,
+                       const HandlerEntry* /*entry*/) {
+    (void)nextWord(text);
+    const std::optional<std::string_view> time = nextWord(text);
+    if (!time)
+        return formatError("No time specified for %s", std::string(word).c_str());
+    std::uint32_t microseconds = 0;
+    ErrorText error = decode(*time, microseconds);
+    localSleep(microseconds);
+    return error;
+}
+
+ErrorText pauseHandler(HandlerData& /*record*/, std::string_view text, std::string_view word,
+                       const HandlerEntry* /*entry*/) {
+    const std::string_view message = argumentsOf(text, word);
+    if (startsWithIgnoringCase(message, "on"))
+        setScriptPause(1);
+    else if (startsWithIgnoringCase(message, "off"))
+        setScriptPause(0);
+    else if (!waitForLine(message.empty() ? "Pause:" : message))
+        return formatError("Unable to read from stdin\n");
+    return std::nullopt;
+}
+
+ErrorText timerHandler(HandlerData& record, std::string_view text, std::string_view word,
+                       const HandlerEntry* entry) {
+    (void)nextWord(text);
+    const std::optional<std::string_view> operation = nextWord(text);
+    if (!operation)
+        return formatError("%s: Missing parameter %s", std::string(word).c_str(),
+                           commandUsage(entry).c_str());
+    if (*operation == "print")
+        return printElapsed(record);
+    if (*operation == "start" || *operation == "on")
+        timer = currentTime();
+    else if (*operation == "stop" || *operation == "off")
+        timer.reset();
+    else
+        return formatError("Unknown timer operation:%s", std::string(*operation).c_str());
+    return std::nullopt;
+}
+
+} // namespace secapp

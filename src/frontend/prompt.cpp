@@ -1,0 +1,48 @@
+#include "frontend/prompt.h"
+
+#include "support/text.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace secapp {
+namespace {
+
+std::int32_t scriptPause = 0;
+
+std::optional<std::string> ask(std::string_view question) {
+    writeText(stdout, question);
+    std::fflush(stdout);
+    return readTextLine(stdin);
+}
+
+} // namespace
+
+std::int32_t getScriptPause() {
+    return scriptPause;
+}
+
+void setScriptPause(std::int32_t pause) {
+    scriptPause = pause;
+}
+
+bool confirmCommand(std::string_view text) {
+    const std::string command(text);
+    const std::optional<std::string> answer = ask("Execute '" + command + "'? (Y/n/q)");
+    if (!answer)
+        writeText(stderr, "Unable to read from stdin\n");
+    if (!answer || startsWithIgnoringCase(*answer, "q")) {
+        writeText(stderr, "Quiting\n");
+        std::exit(1);
+    }
+    if (!startsWithIgnoringCase(*answer, "n"))
+        return true;
+    writeText(stderr, "Skipped '" + command + "'\n");
+    return false;
+}
+
+bool waitForLine(std::string_view message) {
+    return ask(message).has_value();
+}
+
+} // namespace secapp

@@ -1,0 +1,129 @@
+#include "frontend/script.h"
+
+#include "frontend/command_table.h"
+#include "frontend/help.h"
+#include "frontend/prompt.h"
+#include "frontend/variables.h"
+#include "link/protocol.h"
+#include "support/echo.h"
+
+#include <utility>
+
+namespace secapp {
+namespace {
+
+/// What a prefix does to the command behind it.
+struct PrefixEffect {
+    char prefix;
+    std::uint32_t keptFlags;
+    std::uint32_t addedFlags;
+};
+
+constexpr std::uint32_t allFlags = 0xFFFFFFFF;
+constexpr std::string_view prefixCharacters = "-!+%@?";
+constexpr PrefixEffect prefixEffects[] = {
+    {'-', 0, 0},
+    {'!', 0, 0},
+    {'+', allFlags, ECHO_NOISY},
+    {'%', allFlags, ECHO_DEBUG},
+    {'@', allFlags, ECHO_IMMEDIATE},
+};
+
+std::uint32_t flagsWithPrefix(char prefix, std::uint32_t echoFlags) {
+    for (const PrefixEffect& effect : prefixEffects) {
+        if (effect.prefix == prefix)
+            return (echoFlags & effect.keptFlags) | effect.addedFlags;
+    }
+    return echoFlags;
+}
+
+ErrorText unrecognised(std::string_view text) {
+    return formatError("Unrecognised command: %s", std::string(text).c_str());
+}
+
+/// Substitutes the variables and hands the command to the row of the table that matches its first word.
+ErrorText callHandler(HandlerData& record, std::string_view commandText) {
+    const std::optional<std::string> text = replaceVariables(commandText);
+    if (!text)
+        return formatError("Command too long after substitution (over %zu bytes)", substitutionLimit);
+    std::string_view rest = *text;
+    const std::optional<std::string_view> word = nextWord(rest);
+    if (!word)
+        return unrecognised(*text);
+    const HandlerEntry& entry = findHandler(*word);
+    return entry.handler(record, *text, *word, &entry);
+}
+
+} // namespace
+
+std::optional<std::string> getScriptLine(ScriptSource& source, const char* deviceName) {
+    if (deviceName != nullptr && source.batchSwitch) {
+        source.batchSwitch = false;
+        return "batchmode 1";
+    }
+    std::optional<std::string> line = std::exchange(source.immediateLine, std::nullopt);
+    if (!line && source.stream != nullptr)
+        line = readTextLine(source.stream);
+    if (line)
+        ++source.lineCounter;
+    return line;
+}
+
+ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText, std::uint32_t echoFlags) {
+    std::string_view text = trimwhitespace(commandText);
+    if (text.empty() || text.front() == '#')
+        return std::nullopt;
+
+    const char prefix = prefixCharacters.find(text.front()) != std::string_view::npos ? text.front() : '\0';
+    if (prefix != '\0')
+        text = trimwhitespace(text.substr(1));
+    if (prefix == '?' && text.empty())
+        display_usage(runRecord.deviceName);
+
+    const int rememberedDebug = DEBUG;
+    const std::int32_t rememberedPause = getScriptPause();
+    const std::uint32_t flags = flagsWithPrefix(prefix, echoFlags);
+    if (prefix == '%')
+        DEBUG = 1;
+    if (prefix == '?')
+        setScriptPause(1);
+    print(flags, "%s", std::string(trimRight(commandText)).c_str());
+    std::string response;
+    ErrorText error = processLine(runRecord, text, response, flags);
+    DEBUG = rememberedDebug;
+    if (prefix == '?')
+        setScriptPause(rememberedPause);
+    return error;
+}
+
+ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std::string& response,
+                      std::uint32_t echoFlags) {
+    if (commandText.empty())
+        return unrecognised(commandText);
+    if (getScriptPause() != 0 && !confirmCommand(commandText))
+        return std::nullopt;
+
+    HandlerData record = newHandlerData(runRecord, echoFlags);
+    record.outputHandler = stdOutputHandler;
+    const bool immediate = (echoFlags & ECHO_IMMEDIATE) != 0;
+    ErrorText error = immediate ? immediateHandler(record, commandText) : callHandler(record, commandText);
+    runRecord.serialHandle = record.serialHandle;
+    runRecord.savedSettings = record.savedSettings;
+    response = std::move(record.response);
+    return error;
+}
+
+ErrorText immediateHandler(HandlerData& record, std::string_view text) {
+    writeLineRaw(record, text);
+    return getResponse(record);
+}
+
+void stdOutputHandler(HandlerData& /*record*/, std::string_view text, bool addNewline) {
+    writeText(stdout, text);
+    if (addNewline)
+        std::fputc('\n', stdout);
+    else
+        std::fflush(stdout);
+}
+
+} // namespace secapp

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "commands/handler.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace secapp {
+
+/// Defines a script variable; one that is defined already keeps its place in the order of substitution.
+void addVariable(std::string_view name, std::string_view value);
+
+/// The text with every [name] of a variable replaced by its value, one variable after the other in the order
+/// of their definition, so that a value may refer to variables defined later. None when the result would be
+/// larger than `substitutionLimit` bytes.
+[[nodiscard]] std::optional<std::string> replaceVariables(std::string_view text);
+inline constexpr std::size_t substitutionLimit = std::size_t{64} * 1024 * 1024;
+
+/// The text with every occurrence of the pattern replaced, from left to right; inserted values are not
+/// searched again.
+[[nodiscard]] std::string replace_str(std::string_view text, std::string_view pattern,
+                                      std::string_view value);
+
+/// A definition "name=value" cut at its first "=" signs; the value ends at a further one. No name when there
+/// is nothing but "=" signs.
+struct Definition {
+    std::optional<std::string_view> name;
+    std::optional<std::string_view> value;
+};
+[[nodiscard]] Definition splitDefinition(std::string_view text);
+
+/// "var name=value".
+[[nodiscard]] ErrorText varHandler(HandlerData& record, std::string_view text, std::string_view word,
+                                   const HandlerEntry* entry);
+
+} // namespace secapp

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include <sys/time.h>
+
+namespace secapp {
+
+/// The operations of `localTimerExt`.
+inline constexpr int TIMER_START = 0;
+inline constexpr int TIMER_STOP = 1;
+inline constexpr int TIMER_PRINT = 2;
+inline constexpr int TIMER_TEXT = 3;
+inline constexpr int TIMER_SECONDS = 4;
+
+/// The stopwatch slots in use, of ten (0 to 9).
+inline constexpr int READ_TIMER = 0;
+inline constexpr int COMMAND_TIMER = 1;
+inline constexpr int LINE_WAIT_TIMER = 2;
+inline constexpr int SLEEP_TIMER = 9;
+
+/// The elapsed time as text ("seconds.microseconds", six places) or as seconds; nothing from the other
+/// operations, from a slot that is not running and from an unknown operation.
+using TimerResult = std::variant<std::monostate, std::string, float>;
+
+/// Works a stopwatch. `TIMER_PRINT` writes `format` to standard error with its last "%s" replaced by the
+/// elapsed text; without a format "Timer N: " and the text. A slot outside 0 to 9 ends the program with
+/// status 255.
+TimerResult localTimerExt(int operation, int slot, std::string_view format = {});
+
+/// The current time of a clock that only moves forward, for differences.
+[[nodiscard]] timeval currentTime();
+
+/// result = x - y, normalised; `y` may be modified. Returns 1 when x is earlier than y, else 0.
+int timeval_subtract(timeval& result, const timeval& x, timeval& y);
+
+/// The time since `start`.
+[[nodiscard]] timeval elapsedSince(timeval start);
+
+/// Sleeps for the given number of microseconds.
+void localSleep(std::uint32_t microseconds);
+
+/// Accepted for scripts of old: there is one way of sleeping.
+void useInternalSleepAlgorithm();
+
+/// Time-out of a target's answer in ms; 0 or less means no limit. Default 5000.
+[[nodiscard]] std::int32_t getTimeoutms();
+void setTimeoutms(std::int32_t milliseconds);
+
+/// Time-out of an erase in ms; 0 or less means no limit. Default -1.
+[[nodiscard]] std::int32_t getEraseTimeoutms();
+void setEraseTimeoutms(std::int32_t milliseconds);
+
+/// Seconds between progress dots while an answer is awaited, 0 for none. The setter returns the previous
+/// value.
+[[nodiscard]] std::int32_t getReadlineEchoPeriod();
+std::int32_t setReadlineEchoPeriod(std::int32_t seconds);
+
+/// Delay in µs before each command line, 0 for none.
+[[nodiscard]] std::uint32_t getAutoDelay();
+void setAutoDelay(std::uint32_t microseconds);
+
+} // namespace secapp

@@ -1,0 +1,151 @@
+#include "commands/image_file.h"
+#include "frontend/help.h"
+#include "frontend/options.h"
+#include "frontend/script.h"
+#include "frontend/version.h"
+#include "link/ports.h"
+#include "link/serial.h"
+#include "link/wire.h"
+#include "support/echo.h"
+#include "support/output.h"
+#include "transfer/encoders.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace secapp {
+namespace {
+
+constexpr int startFailure = 1;
+constexpr int commandFailure = -1;
+constexpr int noScript = -2;
+
+/// The failing piece of a script and what was wrong with it.
+struct Failure {
+    std::string piece;
+    std::string error;
+};
+
+std::string resolveDevice(const Options& options) {
+    std::string device;
+    if (options.deviceName != nullptr) {
+        device = options.deviceName;
+    } else if (const ErrorText error = getSerialDeviceName(-1, device)) {
+        writeText(stderr, *error + "\n");
+        std::exit(startFailure);
+    }
+    if ((options.echoFlags & ECHO_PORT) != 0)
+        writeText(stderr, formatText("Using serial port %s\n", device.c_str()));
+    return device;
+}
+
+File openScript(const Options& options) {
+    if (!options.scriptPath)
+        return nullptr;
+    File script = openDataFile(*options.scriptPath);
+    if (!script) {
+        writeText(stderr, formatText("Unable to open script file %s\n", options.scriptPath->c_str()));
+        std::exit(startFailure);
+    }
+    return script;
+}
+
+void checkWordsPerLine() {
+    if (getWordsPerLine() - 1 < maxWordsPerLine)
+        return;
+    writeText(stderr, formatText("Words per line must be >0 and <= %d\n", static_cast<int>(maxWordsPerLine)));
+    std::exit(startFailure);
+}
+
+ScriptSource chooseSource(const Options& options, const File& script) {
+    ScriptSource source;
+    source.batchSwitch = options.batchMode;
+    source.immediateLine = options.immediateLine;
+    if (options.scriptPath) {
+        source.name = *options.scriptPath;
+        source.stream = script.get();
+    } else if (options.fromTerminal) {
+        source.name = "Terminal";
+        source.stream = stdin;
+    } else {
+        source.name = "<Command line>";
+    }
+    return source;
+}
+
+/// Runs the commands of one line until one fails.
+std::optional<Failure> runLine(HandlerData& record, std::string_view line, std::uint32_t echoFlags) {
+    if (line.find('\0') != std::string_view::npos)
+        return Failure{std::string(line.substr(0, line.find('\0'))), "Script line holds a zero byte"};
+    while (const std::optional<std::string_view> piece = nextPiece(line, ";")) {
+        setLastTargetCommand("");
+        if (ErrorText error = runScriptCommand(record, *piece, echoFlags))
+            return Failure{std::string(trimRight(*piece)), *error};
+    }
+    return std::nullopt;
+}
+
+std::optional<Failure> runScript(HandlerData& record, ScriptSource& source, std::uint32_t echoFlags) {
+    while (const std::optional<std::string> line = getScriptLine(source, record.deviceName)) {
+        debug_print("line: %d, %s\n", source.lineCounter, line->c_str());
+        if (std::optional<Failure> failure = runLine(record, *line, echoFlags))
+            return failure;
+    }
+    if (source.stream != nullptr && std::ferror(source.stream) != 0)
+        return Failure{"", "Script could not be read to its end"};
+    return std::nullopt;
+}
+
+void reportFailure(const ScriptSource& source, const Failure& failure) {
+    writeText(stderr, formatText("Error: %s:%d: %s\n", source.name.c_str(), source.lineCounter,
+                                 failure.error.c_str()));
+    writeText(stderr, formatText("   Script cmd:      %s\n", failure.piece.c_str()));
+    writeText(stderr, formatText("   Last target cmd: %s\n", getLastTargetCommand().c_str()));
+}
+
+void closePort(HandlerData& record) {
+    if (record.serialHandle == 0)
+        return;
+    debug_print("Closing %s", record.deviceName);
+    serial_terminate(record.serialHandle, record.savedSettings);
+    record.serialHandle = 0;
+}
+
+[[noreturn]] void run(int argc, char** argv) {
+    setProgramName(argc > 0 ? argv[0] : "secapp");
+    const Options options = parseOptions(argc, argv);
+    const std::string device = resolveDevice(options);
+    const File script = openScript(options);
+    checkWordsPerLine();
+    if (!options.scriptPath && !options.fromTerminal && !options.immediateLine)
+        usage(getProgramName().c_str(), false, noScript, device.c_str());
+
+    HandlerData record;
+    record.deviceName = device.c_str();
+    record.echoFlags = options.echoFlags;
+    ScriptSource source = chooseSource(options, script);
+    const std::optional<Failure> failure = runScript(record, source, options.echoFlags);
+    if (failure)
+        reportFailure(source, *failure);
+    closePort(record);
+    if (failure)
+        writeText(stderr, "Terminated with errors\n");
+    if ((options.echoFlags & echoExitMask) != 0)
+        writeText(stdout, formatText("Processed %d lines\n", source.lineCounter));
+    finish(failure ? commandFailure : 0);
+}
+
+} // namespace
+} // namespace secapp
+
+int main(int argc, char** argv) {
+    try {
+        secapp::openStandardStreams();
+        secapp::run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        secapp::writeText(stderr, "Out of memory\n");
+    } catch (const std::exception& error) {
+        secapp::writeText(stderr, secapp::formatText("Internal error: %s\n", error.what()));
+    }
+    std::exit(secapp::commandFailure);
+}

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace secapp {
+
+/// What an operation that can fail returns: nothing on success, else the text that the user reads. Callers
+/// pass it upward unchanged.
+using ErrorText = std::optional<std::string>;
+
+/// The number of characters of an error text or of a piece of a script line; longer ones are cut.
+inline constexpr std::size_t textLimit = 1023;
+
+/// Formats as printf does, into a text of any length.
+[[nodiscard, gnu::format(printf, 1, 2)]] std::string formatText(const char* format, ...);
+
+/// Makes an error text, cut at 1023 characters.
+[[nodiscard, gnu::format(printf, 1, 2)]] std::string formatError(const char* format, ...);
+
+/// The part of the text without white space (blank, tab, newline, vertical tab, form feed, return) at its
+/// ends.
+[[nodiscard]] std::string_view trimwhitespace(std::string_view text);
+
+/// The text without white space at its end; leading white space stays.
+[[nodiscard]] std::string_view trimRight(std::string_view text);
+
+/// Takes the next piece off the front of `rest`: skips characters of `separators`, then reads up to the next
+/// one of them, which is dropped. None when nothing but separators is left.
+[[nodiscard]] std::optional<std::string_view> nextPiece(std::string_view& rest, std::string_view separators);
+
+/// Takes the next word (separated by blanks and tabs) off the front of `rest`; none when no word is left.
+[[nodiscard]] std::optional<std::string_view> nextWord(std::string_view& rest);
+
+/// Both compare byte for byte without regard to the case of ASCII letters.
+[[nodiscard]] bool equalsIgnoringCase(std::string_view a, std::string_view b);
+[[nodiscard]] bool startsWithIgnoringCase(std::string_view text, std::string_view start);
+
+/// A "key = value" line cut at its first "=": both sides trimmed, the value ending at a second "=". No value
+/// for a line without "=".
+struct KeyValue {
+    std::string_view key;
+    std::optional<std::string_view> value;
+};
+[[nodiscard]] KeyValue splitKeyValue(std::string_view line);
+
+/// The last component of a path as the POSIX `basename` gives it: trailing slashes do not count, "/" stays
+/// "/".
+[[nodiscard]] std::string getBasename(std::string_view path);
+
+/// Reads one line of at most `textLimit` characters, its newline included, as `fgets` does: a longer line
+/// arrives in pieces. None at the end of the stream or when it cannot be read.
+[[nodiscard]] std::optional<std::string> readTextLine(std::FILE* stream);
+
+/// Writes the text to the stream as it stands.
+void writeText(std::FILE* stream, std::string_view text);
+
+/// The length of a text as the int that the precision of "%.*s" takes.
+[[nodiscard]] inline int printLength(std::string_view text) {
+    return static_cast<int>(text.size());
+}
+
+} // namespace secapp

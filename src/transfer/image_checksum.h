@@ -1,0 +1,27 @@
+#pragma once
+
+#include "link/handler_data.h"
+#include "support/text.h"
+
+#include <cstdint>
+#include <span>
+
+namespace secapp {
+
+/// The part of an image that its check word covers: eight words whose sum is 0, the last of them the check
+/// word.
+inline constexpr std::size_t checkedImageSize = 32;
+
+/// The check word for the first seven words of the data.
+[[nodiscard]] std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image);
+
+/// Reads a word of the target's memory; the exchange must be the first on this record. An error when the
+/// answer does not begin with a hexadecimal number.
+[[nodiscard]] ErrorText readWord(HandlerData& record, std::uint32_t address, std::uint32_t& value);
+
+/// Replaces the check word in the first chunk of an image that goes to `address`, as `checksumMode` asks. The
+/// chunk has at least `checkedImageSize` bytes.
+[[nodiscard]] ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::uint32_t address,
+                                      std::span<std::uint8_t> chunk);
+
+} // namespace secapp

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "transfer/regions.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+
+namespace secapp {
+
+/// The values of `TransferDescriptor::operation`.
+inline constexpr std::uint32_t operationProgram = 0;
+inline constexpr std::uint32_t operationVerify = 1;
+inline constexpr std::uint32_t operationErase = 2;
+inline constexpr std::uint32_t operationBlankCheck = 3;
+
+/// The values of `TransferDescriptor::checksumMode`: leave the image's check word, calculate it, or take it
+/// from the target.
+inline constexpr std::uint32_t checksumNone = 0;
+inline constexpr std::uint32_t checksumCalculate = 1;
+inline constexpr std::uint32_t checksumFromTarget = 2;
+
+/// The state of one command's transfers. All sizes are in bytes.
+struct TransferDescriptor {
+    /// Bytes of this transfer handed to the encoder so far.
+    std::uint32_t bytesStaged = 0;
+    /// Target address of the transfer's first byte.
+    std::uint32_t baseAddress = 0;
+    /// Size of the destination region, 0 for RAM.
+    std::uint32_t regionSize = 0;
+    /// How many of the staged bytes the target has programmed or verified.
+    std::uint32_t bytesCommitted = 0;
+    /// At least 1.
+    std::uint32_t pageSize = 0;
+    /// The part of the target's transfer buffer in use, and so of one chunk; at least 1.
+    std::uint32_t bufferSize = 0;
+    /// The most raw bytes in one burst; at least 1.
+    std::uint32_t burstSize = 0;
+    /// What the target's buffer is reset to.
+    std::uint8_t fillByte = 0;
+    std::uint32_t operation = operationProgram;
+    std::uint32_t checksumMode = checksumNone;
+    /// The target's regions, none until the command needs them.
+    std::optional<FlashList> flashList;
+};
+
+/// What a transfer reads from: a file or, without one, a value repeated over a length.
+struct TransferSource {
+    /// Not owned.
+    std::FILE* stream = nullptr;
+    /// The low `fillWidth` bytes are repeated, the lowest first.
+    std::uint32_t fillValue = 0;
+    /// Bytes of the fill still to be produced.
+    std::uint32_t fillRemaining = 0;
+    /// 1, 2 or 4.
+    std::uint32_t fillWidth = 0;
+};
+
+} // namespace secapp
