@@ -117,9 +117,7 @@ void restartFirmware(Firmware& firmware) {
     firmware.burst.reset();
 }
 
-std::size_t collectRequest(Firmware& firmware, std::string_view bytes, TimePoint now,
-                           std::optional<Request>& request) {
-    firmware.lastInput = now;
+std::size_t collectRequest(Firmware& firmware, std::string_view bytes, std::optional<Request>& request) {
     if (firmware.burst) {
         return collectBurst(firmware, bytes, request);
     }
@@ -138,21 +136,14 @@ std::size_t collectRequest(Firmware& firmware, std::string_view bytes, TimePoint
     return end + 1;
 }
 
-std::optional<TimePoint> silenceDeadline(const Firmware& firmware) {
+std::optional<Duration> patience(const Firmware& firmware) {
     if (firmware.burst) {
-        return firmware.lastInput + burstPatience;
+        return burstPatience;
     }
-    if (isRawText(firmware)) {
-        return firmware.lastInput + rawTextPatience;
-    }
-    return std::nullopt;
+    return isRawText(firmware) ? std::optional(rawTextPatience) : std::nullopt;
 }
 
-std::optional<Request> endSilence(Firmware& firmware, TimePoint now) {
-    const auto deadline = silenceDeadline(firmware);
-    if (!deadline || now < *deadline) {
-        return std::nullopt;
-    }
+Request endSilence(Firmware& firmware) {
     if (!firmware.burst) {
         return takeLine(firmware);
     }
@@ -171,11 +162,11 @@ Reply execute(Firmware& firmware, const Request& request) {
     return reply;
 }
 
-std::string converse(Firmware& firmware, std::string_view bytes, TimePoint now) {
+std::string converse(Firmware& firmware, std::string_view bytes) {
     std::string answers;
     while (!bytes.empty()) {
         std::optional<Request> request;
-        bytes.remove_prefix(collectRequest(firmware, bytes, now, request));
+        bytes.remove_prefix(collectRequest(firmware, bytes, request));
         if (request) {
             answers += execute(firmware, *request).text;
         }

@@ -6,7 +6,6 @@
 
 namespace vqxsim {
 
-using TimePoint = std::chrono::steady_clock::time_point;
 using Duration = std::chrono::steady_clock::duration;
 
 /// A burst whose bytes stop coming for this long is given up.
@@ -53,7 +52,6 @@ struct Firmware {
     std::string line; ///< the command line that is arriving, cut at one character over the limit
     bool afterReturn = false;
     std::optional<Burst> burst;
-    TimePoint lastInput;
 };
 
 enum class RequestKind {
@@ -83,23 +81,24 @@ struct Reply {
 /// start.
 void restartFirmware(Firmware& firmware);
 
-/// Takes bytes that arrived at `now`, up to the end of the first complete request, which it puts into
-/// `request`; returns how many it took. `bytes` must not be empty. Every request must be executed before more
-/// bytes are given.
-[[nodiscard]] std::size_t collectRequest(Firmware& firmware, std::string_view bytes, TimePoint now,
+/// Takes bytes up to the end of the first complete request, which it puts into `request`; returns how many it
+/// took, at least one of `bytes`, which must not be empty. Every request must be executed before more bytes
+/// are given.
+[[nodiscard]] std::size_t collectRequest(Firmware& firmware, std::string_view bytes,
                                          std::optional<Request>& request);
 
-/// When silence of the host becomes a request by itself, none when it does not.
-[[nodiscard]] std::optional<TimePoint> silenceDeadline(const Firmware& firmware);
+/// How long the host must be silent for the silence to become a request by itself; none when it does not.
+[[nodiscard]] std::optional<Duration> patience(const Firmware& firmware);
 
-/// The request that the silence until `now` makes: raw text that has ended, or a burst that broke off.
-[[nodiscard]] std::optional<Request> endSilence(Firmware& firmware, TimePoint now);
+/// The request that a silence longer than the patience makes: raw text that has ended, or a burst that broke
+/// off.
+[[nodiscard]] Request endSilence(Firmware& firmware);
 
 /// Carries a request out.
 [[nodiscard]] Reply execute(Firmware& firmware, const Request& request);
 
-/// Answers `bytes` that arrive at `now` as a whole: all that the host would read back.
-[[nodiscard]] std::string converse(Firmware& firmware, std::string_view bytes, TimePoint now);
+/// Gives the firmware `bytes` and returns all that the host would read back.
+[[nodiscard]] std::string converse(Firmware& firmware, std::string_view bytes);
 
 /// The word by which a request is known: the command word of a line, "burst" for the bytes of a burst, else
 /// empty.

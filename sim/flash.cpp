@@ -63,6 +63,7 @@ void strikeWeakCell(WeakCell& weak, std::uint64_t base, std::uint64_t length, Ch
         if (candidates != 0) {
             keep(offset, chooseBit(candidates, weak.bit));
             weak.struck = true;
+            weak.address = base + offset;
             return;
         }
     }

@@ -32,7 +32,8 @@ struct Flash {
 
 /// A flash cell that does not follow the next program or erase: one bit keeps its old value.
 struct WeakCell {
-    std::optional<std::uint64_t> address; ///< none: any byte that the command changes, chosen with `pick`
+    std::optional<std::uint64_t>
+        address;      ///< none: any byte that the command changes, chosen with `pick` and set here
     unsigned bit = 0; ///< 0 to 7: the bit if it changes, else the next higher one that does
     std::uint64_t pick = 0;
     bool silent = false; ///< the firmware reports success all the same

@@ -123,6 +123,30 @@ Failure setEraseTime(Options& options, std::string_view text) {
     return failure;
 }
 
+Failure setRate(Options& options, std::string_view text) {
+    return readNumber(text, longestTime, options.speed.bytesPerSecond);
+}
+
+Failure setLatency(Options& options, std::string_view text) {
+    std::uint64_t number = 0;
+    Failure failure = readNumber(text, longestTime, number);
+    options.speed.latency = std::chrono::microseconds(number);
+    return failure;
+}
+
+Failure setLog(Options& options, std::string_view text) {
+    options.log = text;
+    return text.empty() ? Failure("the path is empty") : std::nullopt;
+}
+
+Failure addFault(Options& options, std::string_view text) {
+    return readFault(text, options.faults.emplace_back());
+}
+
+Failure setSeed(Options& options, std::string_view text) {
+    return readNumber(text, UINT64_MAX, options.seed);
+}
+
 Failure askHelp(Options& options, std::string_view) {
     options.action = Action::showHelp;
     return std::nullopt;
@@ -155,6 +179,11 @@ constexpr auto optionRows = std::to_array<OptionRow>({
      setNullMemory},
     {"program-time", "US", "programming a page takes so many microseconds", setProgramTime},
     {"erase-time", "MS", "erasing a region takes so many milliseconds", setEraseTime},
+    {"rate", "BYTES", "a link of so many bytes per second, both directions together", setRate},
+    {"latency", "US", "every answer comes so many microseconds later", setLatency},
+    {"log", "FILE", "write the conversation with times", setLog},
+    {"fault", "KIND[,KEY=V...]", "something that goes wrong, repeatable; see below", addFault},
+    {"seed", "N", "seed of everything random in the faults (1)", setSeed},
     {"link", "PATH", "make PATH a symbolic link to the device while it serves", setLink},
     {"help", nullptr, "show this text", askHelp},
     {"version", nullptr, "show the version", askVersion},
@@ -200,6 +229,11 @@ Failure readOptions(int argc, char** argv, Options& options) {
     if (!withoutFlash && options.firmware.regions.empty()) {
         options.firmware.regions = defaultRegions();
     }
+    const bool comesBack = std::any_of(options.faults.begin(), options.faults.end(),
+                                       [](const Fault& fault) { return fault.replug.has_value(); });
+    if (comesBack && options.link.empty()) {
+        return "a device that is plugged in again needs --link";
+    }
     return std::nullopt;
 }
 
@@ -216,7 +250,7 @@ std::string helpText() {
                                  (row.argument != nullptr ? row.argument : "");
         text += format("  %-26s %s\n", name.c_str(), row.help);
     }
-    return text;
+    return text + "\n" + faultHelp();
 }
 
 } // namespace vqxsim

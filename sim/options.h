@@ -1,6 +1,6 @@
 #pragma once
 
-#include "firmware.h"
+#include "link.h"
 
 namespace vqxsim {
 
@@ -11,6 +11,10 @@ enum class Action { serve, showHelp, showVersion };
 struct Options {
     Action action = Action::serve;
     FirmwareConfig firmware;
+    LinkSpeed speed;
+    std::vector<Fault> faults;
+    std::uint64_t seed = 1;           ///< of everything random in the faults
+    std::string log;                  ///< file for the conversation, empty for none
     std::string link;                 ///< symbolic link to the device, empty for none
     std::vector<std::string> command; ///< program to run and its arguments, empty for none
 };

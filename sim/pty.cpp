@@ -1,13 +1,17 @@
 #include "pty.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <termios.h>
+#include <thread>
 #include <unistd.h>
 
 namespace vqxsim {
@@ -37,7 +41,55 @@ Failure openPty(Pty& pty) {
     if (tcsetattr(pty.host.get(), TCSANOW, &settings) != 0) {
         return systemFailure(pty.path);
     }
+    pty.watch = Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (!pty.watch || inotify_add_watch(pty.watch.get(), pty.path.c_str(), IN_OPEN | IN_CLOSE) < 0) {
+        return systemFailure(pty.path);
+    }
     return std::nullopt;
+}
+
+std::chrono::nanoseconds measureWakeUp(const Pty& pty) {
+    using Clock = std::chrono::steady_clock;
+    constexpr int patienceMs = 100;
+    constexpr auto longest = std::chrono::microseconds(50); // more is a busy machine
+    constexpr auto untilAsleep = std::chrono::microseconds(200);
+    std::array<Clock::time_point, 64> written{};
+    std::array<Clock::duration, 64> times{};
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        std::thread host([&] {
+            std::this_thread::sleep_for(untilAsleep);
+            written[i] = Clock::now();
+            const ssize_t count = write(pty.host.get(), "\r", 1);
+            static_cast<void>(count); // the poll tells whether it worked
+        });
+        pollfd wait{pty.target.get(), POLLIN, 0};
+        char byte = 0;
+        const bool came = poll(&wait, 1, patienceMs) == 1;
+        const auto now = Clock::now();
+        host.join();
+        if (!came || read(pty.target.get(), &byte, 1) != 1) {
+            return Clock::duration::zero();
+        }
+        times[i] = now - written[i];
+    }
+    std::sort(times.begin(), times.end());
+    return std::min<Clock::duration>(times[times.size() / 2], longest);
+}
+
+HostEvents takeHostEvents(Pty& pty) {
+    HostEvents events;
+    alignas(inotify_event) std::array<char, 4096> buffer{};
+    ssize_t length = 0;
+    while ((length = read(pty.watch.get(), buffer.data(), buffer.size())) > 0) {
+        for (ssize_t at = 0; at < length;) {
+            inotify_event event{};
+            std::memcpy(&event, buffer.data() + at, sizeof event);
+            events.opened += (event.mask & IN_OPEN) != 0 ? 1 : 0;
+            events.closed += (event.mask & IN_CLOSE) != 0 ? 1 : 0;
+            at += static_cast<ssize_t>(sizeof event + event.len);
+        }
+    }
+    return events;
 }
 
 Failure makeLink(const Pty& pty, const std::string& link) {

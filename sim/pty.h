@@ -2,6 +2,8 @@
 
 #include "memory.h"
 
+#include <chrono>
+
 namespace vqxsim {
 
 /// A pseudo-terminal in raw mode. Its host side is held open here too, so that the line outlives hosts that
@@ -9,11 +11,25 @@ namespace vqxsim {
 struct Pty {
     Descriptor target; ///< the simulator's end, non-blocking
     Descriptor host;   ///< keeps the line up; never read or written
+    Descriptor watch;  ///< readable when hosts have opened or closed the device
     std::string path;  ///< the device that a host opens
+};
+
+/// How often the device was opened and closed.
+struct HostEvents {
+    int opened = 0;
+    int closed = 0;
 };
 
 /// Opens a new pseudo-terminal.
 [[nodiscard]] Failure openPty(Pty& pty);
+
+/// How long bytes written by a host typically take until a sleeping simulator runs; to be asked before a host
+/// is there.
+[[nodiscard]] std::chrono::nanoseconds measureWakeUp(const Pty& pty);
+
+/// What hosts did since the last call.
+[[nodiscard]] HostEvents takeHostEvents(Pty& pty);
 
 /// Makes `link` a symbolic link to the device; replaces a symbolic link, but nothing else.
 [[nodiscard]] Failure makeLink(const Pty& pty, const std::string& link);

@@ -1,13 +1,17 @@
 #include "server.h"
 
+#include "log.h"
 #include "pty.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,16 +22,28 @@ namespace {
 
 /// Everything that one run of the simulator holds.
 struct Server {
-    Firmware firmware;
+    Target target;
+    Link link;
     Pty pty;
+    Log log;
     Descriptor signals;
+    std::string linkPath;
     std::string input = std::string(0x10000, '\0');
-    std::string output; ///< waits for the host to take it
-    pid_t child = 0;    ///< 0: none
+    TimePoint lastInput;
+    bool outputBlocked = false; ///< the port takes no bytes
+    std::optional<TimePoint> replug;
+    int hosts = 0;
+    pid_t child = 0; ///< 0: none
     bool stopping = false;
     bool ended = false;
     int status = 0;
 };
+
+/// Writes per turn of the loop, so that endless output leaves room for everything else.
+constexpr int writesPerTurn = 64;
+
+/// A log is made readable when nothing has happened for this long.
+constexpr Duration logPatience = std::chrono::milliseconds(50);
 
 sigset_t handledSignals() {
     sigset_t set;
@@ -71,7 +87,11 @@ Failure startCommand(Server& server, std::vector<std::string> command, const sig
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     const int error = posix_spawnp(&server.child, words[0], nullptr, &attributes, words.data(), environ);
     posix_spawnattr_destroy(&attributes);
-    return error == 0 ? std::nullopt : Failure(printable(words[0], 200) + ": " + std::strerror(error));
+    if (error != 0) {
+        server.status = error == ENOENT ? 127 : 126;
+        return printable(words[0], 200) + ": " + std::strerror(error);
+    }
+    return std::nullopt;
 }
 
 void childEnded(Server& server) {
@@ -100,55 +120,189 @@ void handleSignals(Server& server) {
     }
 }
 
-void sendOutput(Server& server) {
-    while (!server.output.empty()) {
-        const ssize_t sent = write(server.pty.target.get(), server.output.data(), server.output.size());
-        if (sent <= 0) {
-            return;
-        }
-        server.output.erase(0, static_cast<std::size_t>(sent));
+void vanish(Server& server, std::optional<Duration> replug) {
+    removeLink(server.pty, server.linkPath);
+    server.pty = Pty{};
+    server.link.queue.clear();
+    server.link.frozen = TimePoint{};
+    server.outputBlocked = false;
+    server.hosts = 0;
+    restartFirmware(server.target.firmware);
+    if (replug) {
+        server.replug = std::chrono::steady_clock::now() + *replug;
+    }
+    noteLine(server.log, '#', "unplugged");
+}
+
+Failure plugIn(Server& server) {
+    server.replug.reset();
+    if (Failure failure = openPty(server.pty)) {
+        return failure;
+    }
+    noteLine(server.log, '#', "plugged in as " + server.pty.path);
+    return server.linkPath.empty() ? std::nullopt : makeLink(server.pty, server.linkPath);
+}
+
+void answer(Server& server, const Outcome& outcome, TimePoint arrived) {
+    noteOutcome(server.log, outcome);
+    if (outcome.exchange.unplug) {
+        vanish(server, outcome.exchange.replug);
+    } else {
+        queueAnswer(server.link, outcome, arrived);
     }
 }
 
 void receiveInput(Server& server) {
-    const ssize_t count = read(server.pty.target.get(), server.input.data(), server.input.size());
-    if (count > 0) {
-        server.output += converse(server.firmware, {server.input.data(), static_cast<std::size_t>(count)},
-                                  std::chrono::steady_clock::now());
+    const ssize_t count = read(server.pty.target.get(), server.input.data(), readLimit(server.link));
+    if (count <= 0) {
+        return;
+    }
+    const TimePoint now = std::chrono::steady_clock::now();
+    std::string_view bytes(server.input.data(), static_cast<std::size_t>(count));
+    while (!bytes.empty() && server.pty.target) {
+        std::optional<Outcome> outcome;
+        const std::size_t taken = takeBytes(server.target, bytes, outcome);
+        bytes.remove_prefix(taken);
+        server.lastInput = carryBytes(server.link, now, taken);
+        if (outcome) {
+            answer(server, *outcome, server.lastInput);
+        }
     }
 }
 
-void waitForEvents(Server& server) {
-    pollfd waits[] = {{server.pty.target.get(), POLLIN, 0}, {server.signals.get(), POLLIN, 0}};
-    if (!server.output.empty()) {
-        waits[0].events |= POLLOUT;
+void sendOutput(Server& server) {
+    for (int i = 0; i < writesPerTurn; ++i) {
+        const std::string_view bytes = dueBytes(server.link, std::chrono::steady_clock::now());
+        if (bytes.empty()) {
+            return;
+        }
+        const ssize_t sent = write(server.pty.target.get(), bytes.data(), bytes.size());
+        if (sent <= 0) {
+            server.outputBlocked = true;
+            return;
+        }
+        if (const auto complete =
+                noteSent(server.link, static_cast<std::size_t>(sent), std::chrono::steady_clock::now())) {
+            noteTransmission(server.log, *complete);
+        }
     }
-    timespec patience{};
-    const auto deadline = silenceDeadline(server.firmware);
-    if (deadline) {
-        const auto left = std::max(*deadline - std::chrono::steady_clock::now(), Duration::zero());
-        patience.tv_sec = static_cast<time_t>(left.count() / 1000000000);
-        patience.tv_nsec = static_cast<long>(left.count() % 1000000000);
+}
+
+void noteHosts(Server& server) {
+    const HostEvents events = takeHostEvents(server.pty);
+    server.hosts += events.opened - events.closed;
+    if (events.opened > 0) {
+        noteLine(server.log, '#', "opened by a host");
     }
-    if (ppoll(waits, 2, deadline ? &patience : nullptr, nullptr) < 0) {
-        return;
+    if (events.closed > 0) {
+        noteLine(server.log, '#', "closed by a host");
+        if (server.hosts <= 0) {
+            endEndless(server.link);
+        }
+    }
+}
+
+/// When the host's silence becomes a request: patience starts once the last answer is out.
+std::optional<TimePoint> silenceDeadline(const Server& server) {
+    const auto time = patience(server.target.firmware);
+    if (!time) {
+        return std::nullopt;
+    }
+    return std::max({server.lastInput, server.link.ready, server.link.free}) + *time;
+}
+
+void handleTimes(Server& server) {
+    const TimePoint now = std::chrono::steady_clock::now();
+    const auto silence = silenceDeadline(server);
+    if (silence && now >= *silence) {
+        answer(server, takeSilence(server.target), now);
+    }
+    if (server.replug && now >= *server.replug) {
+        if (const Failure failure = plugIn(server)) {
+            std::fprintf(stderr, "vqxsim: %s\n", failure->c_str());
+        }
+    }
+}
+
+void soonest(std::optional<TimePoint>& wake, std::optional<TimePoint> other) {
+    if (other && (!wake || *other < *wake)) {
+        wake = other;
+    }
+}
+
+/// Waits until something happens or is due, `now` being the time; returns false when it only waited for the
+/// log.
+bool waitForEvents(Server& server, TimePoint now) {
+    const bool mayRead = readableFrom(server.link) <= now;
+    std::optional<TimePoint> wake = server.replug;
+    soonest(wake, silenceDeadline(server));
+    soonest(wake, server.outputBlocked ? std::nullopt : nextDue(server.link));
+    soonest(wake, mayRead ? std::nullopt : std::optional(readableFrom(server.link)));
+    const bool forLog = server.log.unflushed && (!wake || *wake > now + logPatience);
+    soonest(wake, forLog ? std::optional(now + logPatience) : std::nullopt);
+
+    std::array<pollfd, 3> waits{};
+    waits[0] = {server.pty.target.get(),
+                static_cast<short>((mayRead ? POLLIN : 0) | (server.outputBlocked ? POLLOUT : 0)), 0};
+    waits[1] = {server.signals.get(), POLLIN, 0};
+    waits[2] = {server.pty.watch.get(), POLLIN, 0};
+    const auto left = wake ? std::max(*wake - now, Duration::zero()).count() : 0;
+    const timespec time{static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
+    const int events = ppoll(waits.data(), waits.size(), wake ? &time : nullptr, nullptr);
+    if (events <= 0) {
+        return !forLog;
     }
     if (waits[1].revents != 0) {
         handleSignals(server);
     }
+    if (waits[2].revents != 0) {
+        noteHosts(server);
+    }
+    if ((waits[0].revents & POLLOUT) != 0) {
+        server.outputBlocked = false;
+    }
     if ((waits[0].revents & POLLIN) != 0) {
         receiveInput(server);
+    }
+    return true;
+}
+
+void reportLog(Server& server) {
+    if (const Failure failure = flushLog(server.log)) {
+        std::fprintf(stderr, "vqxsim: %s\n", failure->c_str());
+        server.log.file.reset();
     }
 }
 
 void serveLoop(Server& server) {
     while (!server.ended) {
-        waitForEvents(server);
-        if (const auto request = endSilence(server.firmware, std::chrono::steady_clock::now())) {
-            server.output += execute(server.firmware, *request).text;
+        if (!waitForEvents(server, std::chrono::steady_clock::now())) {
+            reportLog(server);
         }
+        handleTimes(server);
         sendOutput(server);
     }
+    reportLog(server);
+}
+
+Failure prepare(Server& server, const Options& options) {
+    server.link.speed = options.speed;
+    server.linkPath = options.link;
+    server.target.faults = options.faults;
+    server.target.random.seed(options.seed);
+    if (Failure failure = startFirmware(server.target.firmware, options.firmware)) {
+        return failure;
+    }
+    if (!options.log.empty()) {
+        if (Failure failure = openLog(server.log, options.log)) {
+            return failure;
+        }
+    }
+    Failure failure = plugIn(server);
+    if (!failure && isImitated(server.link)) {
+        server.link.wakeUp = measureWakeUp(server.pty);
+    }
+    return failure;
 }
 
 } // namespace
@@ -156,33 +310,21 @@ void serveLoop(Server& server) {
 Failure serve(const Options& options, int& status) {
     Server server;
     sigset_t mask;
-    if (Failure failure = startFirmware(server.firmware, options.firmware)) {
-        return failure;
-    }
-    if (Failure failure = openPty(server.pty)) {
-        return failure;
-    }
     if (Failure failure = catchSignals(server, mask)) {
         return failure;
     }
-    if (!options.link.empty()) {
-        if (Failure failure = makeLink(server.pty, options.link)) {
-            return failure;
-        }
-    }
-    Failure failure;
-    if (options.command.empty()) {
+    Failure failure = prepare(server, options);
+    if (!failure && options.command.empty()) {
         std::puts(server.pty.path.c_str());
         std::fflush(stdout);
-    } else {
+    } else if (!failure) {
         failure = startCommand(server, options.command, mask);
     }
     if (!failure) {
+        prctl(PR_SET_TIMERSLACK, 1); // not before the command was started, which would inherit it
         serveLoop(server);
     }
-    if (!options.link.empty()) {
-        removeLink(server.pty, options.link);
-    }
+    removeLink(server.pty, server.linkPath);
     status = server.status;
     return failure;
 }

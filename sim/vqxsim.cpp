@@ -24,7 +24,7 @@ int run(int argc, char** argv) {
     int status = 0;
     if (const auto failure = vqxsim::serve(options, status)) {
         std::fprintf(stderr, "vqxsim: %s\n", failure->c_str());
-        return usageStatus;
+        return status != 0 ? status : usageStatus;
     }
     return status;
 }

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "firmware.h"
+
+#include <random>
+
+namespace vqxsim {
+
+using Random = std::mt19937_64;
+
+struct FaultKind;
+
+/// One fault asked for on the command line. Which settings a kind reads is in the table of kinds.
+struct Fault {
+    const FaultKind* kind = nullptr;
+    std::uint64_t at = 0;                 ///< strikes from this exchange on, counted from 1
+    std::optional<std::uint64_t> count;   ///< strikes so often; none: once with `at`, else without limit
+    double chance = 100;                  ///< percent
+    std::string command;                  ///< only at requests known by this word; empty: at all
+    std::string text = "Injected error";  ///< of an error status
+    std::string status = "VQX_ERROR";     ///< first word of an error status
+    std::string with = "LF";              ///< line end: CR, LF, CRLF or NUL
+    std::optional<Duration> time;         ///< delay, hang, pause between bytes
+    std::optional<Duration> replug;       ///< comes back after this time
+    std::optional<std::uint64_t> bytes;   ///< of noise, flood or a cut answer; UINT64_MAX: endless
+    std::optional<std::uint64_t> offset;  ///< in the burst
+    std::optional<std::uint64_t> byte;    ///< received so far, counted from 1
+    std::optional<std::uint64_t> address; ///< of the weak flash cell
+    std::optional<std::uint64_t> bit;     ///< 0 to 7
+    bool lines = true;                    ///< noise or flood has line ends
+    bool silent = false;                  ///< the firmware does not notice
+    std::uint64_t struck = 0;             ///< how often it has struck
+};
+
+/// What happens to a byte of a burst on its way.
+struct ByteFault {
+    enum class Kind { flip, lose, doubled } kind = Kind::flip;
+    std::uint64_t offset = 0; ///< bytes of the burst that still come before it
+    std::uint8_t mask = 0;    ///< bits to flip
+};
+
+/// One exchange as the faults see and change it.
+struct Exchange {
+    std::uint64_t number = 0;
+    std::string word;              ///< see `requestWord`
+    std::uint64_t burstLength = 0; ///< of the burst that begins, in the burst phase
+
+    std::optional<std::string> refusal; ///< status line in place of carrying the request out
+    std::optional<WeakCell> weakCell;
+    Fault* weakSource = nullptr; ///< the fault that gave the weak cell; not owned
+    std::optional<ByteFault> byteFault;
+    Duration hang{0}; ///< before the request is carried out
+    bool unplug = false;
+    std::optional<Duration> replug;
+
+    std::string answer; ///< up to the flood, if there is one
+    Duration delay{0};
+    std::optional<Duration> bytePause; ///< the answer comes in single bytes
+    std::string floodText;             ///< repeated
+    std::uint64_t floodBytes = 0;      ///< UINT64_MAX: endless
+    std::string answerAfterFlood;
+
+    std::vector<std::string> notes; ///< what the faults did, for the log
+};
+
+/// When faults of a kind strike: before a request is carried out, as a burst begins, or at the answer.
+enum class FaultPhase { request, burst, answer };
+
+/// One row of the table of kinds.
+struct FaultKind {
+    std::string_view name;
+    std::string_view settings; ///< those that the kind has besides at, count, chance and command
+    std::string_view help;
+    FaultPhase phase;
+    /// Changes the exchange and returns what it did, for the log; an empty text when it did nothing (yet).
+    std::string (*strike)(const Fault&, Exchange&, Random&);
+};
+
+/// Reads "KIND[,setting=value...]" into `fault`. Fails with a text for the user.
+[[nodiscard]] Failure readFault(std::string_view text, Fault& fault);
+
+/// Lets the faults of a phase strike at an exchange.
+void strikeFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random);
+
+/// Counts and notes the exchange's weak cell once the request was carried out, if it kept a bit.
+void settleWeakCell(Exchange& exchange);
+
+/// The table of kinds and their settings, for the help text.
+[[nodiscard]] std::string faultHelp();
+
+} // namespace vqxsim

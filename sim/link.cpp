@@ -1,0 +1,138 @@
+#include "link.h"
+
+#include <algorithm>
+
+namespace vqxsim {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// What a port and its driver hold on the way to a slow link.
+constexpr std::size_t portQueue = 4096;
+constexpr Duration readAhead = milliseconds(20);
+
+/// Lateness beyond this is a halt of the whole machine, not to be made up for.
+constexpr Duration longestLateness = milliseconds(50);
+
+constexpr std::size_t fastRead = 0x10000;
+
+Duration passage(const Link& link, std::uint64_t count) {
+    if (link.speed.bytesPerSecond == 0) {
+        return Duration::zero();
+    }
+    const double seconds = static_cast<double>(count) / static_cast<double>(link.speed.bytesPerSecond);
+    return Duration(static_cast<Duration::rep>(seconds * 1e9));
+}
+
+Duration aheadLimit(const Link& link) {
+    return std::max(readAhead, passage(link, portQueue));
+}
+
+/// Queues bytes that can be sent from `start` on; they are due once they have passed the link.
+void queueBytes(Link& link, Transmission transmission, TimePoint start) {
+    if (transmission.total == 0 || transmission.bytes.empty()) {
+        return;
+    }
+    transmission.pause += passage(link, transmission.step);
+    const TimePoint begin = std::max(start, link.free);
+    transmission.due = begin + passage(link, transmission.step);
+    const std::uint64_t steps = (transmission.total - 1) / transmission.step;
+    if (transmission.total != UINT64_MAX) {
+        link.free = transmission.due + transmission.pause * static_cast<Duration::rep>(steps);
+    }
+    link.queue.push_back(std::move(transmission));
+}
+
+Transmission wholeText(const std::string& text, std::optional<Duration> bytePause) {
+    Transmission transmission;
+    transmission.bytes = text;
+    transmission.total = text.size();
+    transmission.step = bytePause ? 1 : text.size();
+    transmission.pause = bytePause.value_or(Duration::zero());
+    return transmission;
+}
+
+} // namespace
+
+bool isImitated(const Link& link) {
+    return link.speed.bytesPerSecond > 0 || link.speed.latency > Duration::zero();
+}
+
+TimePoint carryBytes(Link& link, TimePoint now, std::size_t count) {
+    link.free = std::max(now - link.wakeUp - link.lateness, link.free) + passage(link, count);
+    return link.free;
+}
+
+TimePoint readableFrom(const Link& link) {
+    return std::max(link.free - aheadLimit(link), link.frozen);
+}
+
+std::size_t readLimit(const Link& link) {
+    if (link.speed.bytesPerSecond == 0) {
+        return fastRead;
+    }
+    const double perRead =
+        std::chrono::duration<double>(readAhead).count() * static_cast<double>(link.speed.bytesPerSecond);
+    return perRead < fastRead ? std::max(portQueue, static_cast<std::size_t>(perRead)) : fastRead;
+}
+
+void queueAnswer(Link& link, const Outcome& outcome, TimePoint arrived) {
+    const Exchange& exchange = outcome.exchange;
+    const TimePoint start = std::max(arrived, link.ready) + exchange.hang;
+    link.frozen = exchange.hang > Duration::zero() ? start : link.frozen;
+    link.ready = start + outcome.busy;
+    const TimePoint answered = link.ready + link.speed.latency + exchange.delay;
+    queueBytes(link, wholeText(exchange.answer, exchange.bytePause), answered);
+    if (exchange.floodBytes > 0) {
+        Transmission flood;
+        flood.bytes = exchange.floodText;
+        flood.total = exchange.floodBytes;
+        flood.step = flood.bytes.size();
+        queueBytes(link, std::move(flood), answered);
+        queueBytes(link, wholeText(exchange.answerAfterFlood, exchange.bytePause), answered);
+    }
+}
+
+std::optional<TimePoint> nextDue(const Link& link) {
+    return link.queue.empty() ? std::nullopt : std::optional(link.queue.front().due);
+}
+
+std::string_view dueBytes(const Link& link, TimePoint now) {
+    if (link.queue.empty() || link.queue.front().due > now) {
+        return {};
+    }
+    const Transmission& first = link.queue.front();
+    const std::uint64_t inStep = first.step - first.sent % first.step;
+    const std::uint64_t offset = first.sent % first.bytes.size();
+    const std::uint64_t count = std::min({inStep, first.total - first.sent, first.bytes.size() - offset});
+    return std::string_view(first.bytes).substr(offset, count);
+}
+
+std::optional<Transmission> noteSent(Link& link, std::size_t count, TimePoint now) {
+    Transmission& first = link.queue.front();
+    first.sent += count;
+    if (first.sent % first.step == 0 || first.sent == first.total) {
+        link.lateness = isImitated(link) ? std::min(now - first.due, longestLateness) : Duration::zero();
+        first.due += first.pause;
+    }
+    if (first.sent < first.total) {
+        return std::nullopt;
+    }
+    std::optional<Transmission> complete = std::move(first);
+    link.queue.pop_front();
+    return complete;
+}
+
+void endEndless(Link& link) {
+    for (Transmission& transmission : link.queue) {
+        if (transmission.total == UINT64_MAX) {
+            transmission.total = transmission.sent;
+        }
+    }
+    if (!link.queue.empty() && link.queue.front().sent >= link.queue.front().total) {
+        link.queue.pop_front();
+    }
+}
+
+} // namespace vqxsim

@@ -1,0 +1,88 @@
+#include "log.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace vqxsim {
+
+namespace {
+
+/// Characters of one line that are shown.
+constexpr std::size_t shownLength = 8192;
+
+std::string requestText(const Request& request) {
+    switch (request.kind) {
+    case RequestKind::line:
+        return request.text;
+    case RequestKind::burst:
+        return format("[burst of 0x%zx bytes, checksum 0x%08x]", request.text.size(),
+                      burstChecksum(request.text));
+    case RequestKind::longLine:
+        return "[line too long] " + request.text.substr(0, 64);
+    case RequestKind::brokenBurst:
+        break;
+    }
+    return format("[burst broken off after 0x%zx bytes]", request.text.size());
+}
+
+} // namespace
+
+Failure openLog(Log& log, const std::string& path) {
+    log.file.reset(std::fopen(path.c_str(), "we"));
+    log.start = std::chrono::steady_clock::now();
+    return log.file ? std::nullopt : Failure(path + ": " + std::strerror(errno));
+}
+
+void noteLine(Log& log, char direction, std::string_view text) {
+    if (!log.file) {
+        return;
+    }
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - log.start;
+    std::fprintf(log.file.get(), "%.6f %c %s\n", time.count(), direction,
+                 printable(text, shownLength).c_str());
+    log.unflushed = true;
+}
+
+void noteOutcome(Log& log, const Outcome& outcome) {
+    if (!log.file) {
+        return;
+    }
+    const std::uint64_t number = outcome.exchange.number; // 0: no request was complete
+    if (number > 0) {
+        noteLine(log, '>', requestText(outcome.request));
+    }
+    for (const std::string& note : outcome.exchange.notes) {
+        noteLine(log, '!',
+                 number == 0
+                     ? note
+                     : format("exchange %llu, %s", static_cast<unsigned long long>(number), note.c_str()));
+    }
+}
+
+void noteTransmission(Log& log, const Transmission& transmission) {
+    if (!log.file) {
+        return;
+    }
+    if (transmission.total != transmission.bytes.size()) {
+        noteLine(log, '<',
+                 format("[flood of %llu bytes]", static_cast<unsigned long long>(transmission.sent)));
+        return;
+    }
+    const std::string_view text = transmission.bytes;
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find("\r\n", start), text.size());
+        noteLine(log, '<', text.substr(start, end - start));
+        start = end + 2;
+    }
+}
+
+Failure flushLog(Log& log) {
+    log.unflushed = false;
+    if (log.file && (std::fflush(log.file.get()) != 0 || std::ferror(log.file.get()) != 0)) {
+        return std::string("log: ") + std::strerror(errno);
+    }
+    return std::nullopt;
+}
+
+} // namespace vqxsim

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "link.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace vqxsim {
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+/// The record of a conversation, one line per line of text: seconds since the start, a direction and the
+/// text. Directions are
+/// ">" from the host, "<" to the host, "!" for faults and "#" for the port.
+struct Log {
+    std::unique_ptr<std::FILE, CloseFile> file; ///< none: nothing is kept
+    TimePoint start;
+    bool unflushed = false;
+};
+
+[[nodiscard]] Failure openLog(Log& log, const std::string& path);
+
+/// Notes one line.
+void noteLine(Log& log, char direction, std::string_view text);
+
+/// Notes a request and what the faults did to its exchange.
+void noteOutcome(Log& log, const Outcome& outcome);
+
+/// Notes bytes that went to the host.
+void noteTransmission(Log& log, const Transmission& transmission);
+
+/// Makes what was noted visible to readers of the file. Fails when it could not be written.
+[[nodiscard]] Failure flushLog(Log& log);
+
+} // namespace vqxsim

@@ -1,0 +1,110 @@
+#include "target.h"
+
+#include <algorithm>
+
+namespace vqxsim {
+
+namespace {
+
+Exchange beginExchange(const Target& target, std::string_view word) {
+    Exchange exchange;
+    exchange.number = target.exchanges + 1;
+    exchange.word = word;
+    return exchange;
+}
+
+void judgeBurst(Target& target) {
+    if (!target.firmware.burst) {
+        target.burstJudged = false;
+        target.byteFault.reset();
+    } else if (!target.burstJudged) {
+        target.burstJudged = true;
+        Exchange exchange = beginExchange(target, "burst");
+        exchange.burstLength = target.firmware.burst->length;
+        strikeFaults(target.faults, FaultPhase::burst, exchange, target.random);
+        target.byteFault = exchange.byteFault;
+        target.notes = std::move(exchange.notes);
+    }
+}
+
+Outcome carryOut(Target& target, Request request) {
+    Outcome outcome;
+    outcome.request = std::move(request);
+    outcome.exchange = beginExchange(target, requestWord(outcome.request));
+    ++target.exchanges;
+    Exchange& exchange = outcome.exchange;
+    exchange.notes = std::move(target.notes);
+    target.notes.clear();
+    strikeFaults(target.faults, FaultPhase::request, exchange, target.random);
+    if (exchange.refusal) {
+        exchange.answer = *exchange.refusal + "\r\n";
+    } else {
+        target.firmware.weakCell = exchange.weakCell ? &*exchange.weakCell : nullptr;
+        Reply reply = execute(target.firmware, outcome.request);
+        target.firmware.weakCell = nullptr;
+        exchange.answer = std::move(reply.text);
+        outcome.busy = reply.busy;
+        settleWeakCell(exchange);
+    }
+    strikeFaults(target.faults, FaultPhase::answer, exchange, target.random);
+    return outcome;
+}
+
+/// The unplug fault that strikes at a byte still to come, none when there is none.
+Fault* nextUnplug(Target& target) {
+    const auto due = [&](const Fault& fault) {
+        return fault.byte && fault.struck == 0 && *fault.byte > target.received;
+    };
+    const auto found = std::find_if(target.faults.begin(), target.faults.end(), due);
+    return found == target.faults.end() ? nullptr : &*found;
+}
+
+/// Gives the firmware bytes with the byte fault applied; returns how many of them are used up.
+std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Request>& request) {
+    if (!target.byteFault) {
+        return collectRequest(target.firmware, bytes, request);
+    }
+    if (target.byteFault->offset > 0) {
+        bytes = bytes.substr(0, target.byteFault->offset);
+        target.byteFault->offset -= bytes.size();
+        return collectRequest(target.firmware, bytes, request);
+    }
+    const ByteFault fault = *target.byteFault;
+    target.byteFault.reset();
+    if (fault.kind == ByteFault::Kind::lose) {
+        return 1;
+    }
+    const char byte = static_cast<char>(bytes[0] ^ (fault.kind == ByteFault::Kind::flip ? fault.mask : 0));
+    const std::size_t taken = collectRequest(target.firmware, {&byte, 1}, request);
+    return fault.kind == ByteFault::Kind::doubled ? 0 : taken;
+}
+
+} // namespace
+
+std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outcome>& outcome) {
+    judgeBurst(target);
+    Fault* const unplug = nextUnplug(target);
+    if (unplug != nullptr) {
+        bytes = bytes.substr(0, *unplug->byte - target.received);
+    }
+    std::optional<Request> request;
+    const std::size_t taken = passBytes(target, bytes, request);
+    target.received += taken;
+    if (request) {
+        outcome = carryOut(target, std::move(*request));
+    }
+    if (unplug != nullptr && target.received == *unplug->byte) {
+        if (!outcome) {
+            outcome.emplace();
+        }
+        outcome->exchange.notes.push_back(unplug->kind->strike(*unplug, outcome->exchange, target.random));
+        ++unplug->struck;
+    }
+    return taken;
+}
+
+Outcome takeSilence(Target& target) {
+    return carryOut(target, endSilence(target.firmware));
+}
+
+} // namespace vqxsim

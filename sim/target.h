@@ -1,0 +1,34 @@
+#pragma once
+
+#include "faults.h"
+
+namespace vqxsim {
+
+/// The firmware with all that can go wrong on the way to it and back. Knows no link and no clock.
+struct Target {
+    Firmware firmware;
+    std::vector<Fault> faults;
+    Random random;
+    std::uint64_t exchanges = 0;        ///< requests answered so far
+    std::uint64_t received = 0;         ///< bytes taken so far
+    bool burstJudged = false;           ///< the faults have looked at the burst that is arriving
+    std::optional<ByteFault> byteFault; ///< lies ahead in the burst that is arriving
+    std::vector<std::string> notes;     ///< of faults whose exchange has not ended yet
+};
+
+/// What one request led to.
+struct Outcome {
+    Request request;
+    Exchange exchange;
+    std::chrono::microseconds busy{0}; ///< how long the firmware works before it answers
+};
+
+/// Takes bytes from the host up to the end of the first request and carries it out into `outcome`, which
+/// stays empty while a request is incomplete. Returns how many bytes it took, possibly none. `bytes` must not
+/// be empty.
+[[nodiscard]] std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outcome>& outcome);
+
+/// Carries out the request that the host's silence makes.
+[[nodiscard]] Outcome takeSilence(Target& target);
+
+} // namespace vqxsim
