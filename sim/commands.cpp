@@ -9,10 +9,19 @@ namespace vqxsim {
 
 namespace {
 
+using Word32 = std::uint32_t;
+
+constexpr std::uint64_t noNumbers = 0;
+constexpr std::uint64_t anyNumber = UINT64_MAX;
+constexpr std::uint64_t wordNumber = UINT32_MAX;
+constexpr std::size_t unlimited = static_cast<std::size_t>(-1);
+constexpr std::uint64_t dumpLimit = 0x100000;
+
 /// The words after the command word, and the text that they were cut from.
 struct Arguments {
     std::string_view text;
     std::vector<std::string_view> words;
+    std::vector<std::uint64_t> numbers; ///< of a command that takes hexadecimal numbers
 };
 
 struct Command {
@@ -20,14 +29,13 @@ struct Command {
     std::string_view arguments; ///< for the help lists
     std::size_t fewest;         ///< argument words
     std::size_t most;
-    bool advanced; ///< listed by helpadvanced only
+    std::uint64_t numberLimit; ///< words are hexadecimal numbers up to this, or `noNumbers`
+    bool advanced;             ///< listed by helpadvanced only
     Failure (*run)(Firmware&, const Arguments&, Reply&);
 };
 
-constexpr std::size_t unlimited = static_cast<std::size_t>(-1);
-constexpr std::uint64_t dumpLimit = 0x100000;
-
-using Word32 = std::uint32_t;
+/// Adds the table's commands, one a line.
+void listCommands(Reply& reply, bool advanced);
 
 unsigned long long shown(std::uint64_t number) {
     return number;
@@ -37,44 +45,26 @@ void addLine(Reply& reply, std::string_view line) {
     reply.text.append(line).append("\r\n");
 }
 
-Failure notHexadecimal(std::string_view word) {
-    return "Not a hexadecimal number: " + printable(word, 64);
+std::string usage(const Command& command) {
+    return std::string(
+        trimmed(format("%s %s", std::string(command.word).c_str(), std::string(command.arguments).c_str())));
 }
 
-/// Reads the argument words as hexadecimal numbers of at most `limit`.
-Failure readNumbers(const Arguments& arguments, std::uint64_t limit, std::vector<std::uint64_t>& numbers) {
-    numbers.reserve(arguments.words.size());
-    for (const std::string_view word : arguments.words) {
-        const auto number = parseHexadecimal(word);
-        if (!number) {
-            return notHexadecimal(word);
-        }
-        if (*number > limit) {
-            return "Number out of range: " + printable(word, 64);
-        }
-        numbers.push_back(*number);
+/// Fails when [offset, offset + length) is not inside the transfer buffer.
+Failure checkBuffer(const Firmware& firmware, std::uint64_t offset, std::uint64_t length) {
+    const std::uint64_t size = firmware.buffer.size;
+    if (offset <= size && length <= size - offset) {
+        return std::nullopt;
     }
-    return std::nullopt;
-}
-
-constexpr std::uint64_t noLimit = UINT64_MAX;
-constexpr std::uint64_t wordLimit = UINT32_MAX;
-
-Failure outsideBuffer(const Firmware& firmware, std::uint64_t offset, std::uint64_t length) {
     return format("0x%llx bytes at offset 0x%llx exceed the buffer of 0x%llx bytes", shown(length),
-                  shown(offset), shown(firmware.buffer.size));
-}
-
-bool fitsBuffer(const Firmware& firmware, std::uint64_t offset, std::uint64_t length) {
-    return offset <= firmware.buffer.size && length <= firmware.buffer.size - offset;
+                  shown(offset), shown(size));
 }
 
 Failure batchMode(Firmware& firmware, const Arguments& arguments, Reply&) {
-    const auto mode = parseHexadecimal(arguments.words[0]);
-    if (!mode || *mode > 1) {
+    if (arguments.numbers[0] > 1) {
         return "Mode is 0 or 1";
     }
-    firmware.batchMode = *mode == 1;
+    firmware.batchMode = arguments.numbers[0] == 1;
     return std::nullopt;
 }
 
@@ -82,9 +72,6 @@ Failure print(Firmware&, const Arguments& arguments, Reply& reply) {
     addLine(reply, arguments.text);
     return std::nullopt;
 }
-
-/// Adds the table's commands, one a line.
-void listCommands(Reply& reply, bool advanced);
 
 Failure help(Firmware&, const Arguments&, Reply& reply) {
     listCommands(reply, false);
@@ -149,61 +136,44 @@ Failure queryMorvi(Firmware& firmware, const Arguments&, Reply& reply) {
 }
 
 Failure debugOptions(Firmware& firmware, const Arguments& arguments, Reply&) {
-    const auto options = parseHexadecimal(arguments.words[0]);
-    if (!options || *options > 7) {
+    if (arguments.numbers[0] > 7) {
         return "Options are 0 to 7";
     }
-    firmware.debugOptions = static_cast<unsigned>(*options);
+    firmware.debugOptions = static_cast<unsigned>(arguments.numbers[0]);
     return std::nullopt;
 }
 
 Failure dataSet(Firmware& firmware, const Arguments& arguments, Reply&) {
-    std::vector<std::uint64_t> numbers;
-    if (Failure failure = readNumbers(arguments, wordLimit, numbers)) {
+    const std::uint64_t length = arguments.numbers[0] * 4;
+    const std::uint64_t fill = arguments.numbers[1];
+    if (Failure failure = checkBuffer(firmware, 0, length)) {
         return failure;
     }
-    const std::uint64_t length = numbers[0] * 4;
-    if (!fitsBuffer(firmware, 0, length)) {
-        return outsideBuffer(firmware, 0, length);
-    }
-    if (numbers[1] > 0xFF) {
+    if (fill > 0xFF) {
         return "Fill is one byte";
     }
-    if (!fillMemory(firmware.buffer, 0, length, static_cast<std::uint8_t>(numbers[1]))) {
-        return "Out of memory";
-    }
-    return std::nullopt;
+    const bool filled = fillMemory(firmware.buffer, 0, length, static_cast<std::uint8_t>(fill));
+    return filled ? std::nullopt : Failure("Buffer cannot be filled");
 }
 
 Failure dataBurst(Firmware& firmware, const Arguments& arguments, Reply&) {
-    std::vector<std::uint64_t> numbers;
-    if (Failure failure = readNumbers(arguments, wordLimit, numbers)) {
-        return failure;
-    }
+    const auto& numbers = arguments.numbers;
     if (numbers[0] == 0) {
         return "Burst of no bytes";
     }
-    if (!fitsBuffer(firmware, numbers[1], numbers[0])) {
-        return outsideBuffer(firmware, numbers[1], numbers[0]);
+    if (Failure failure = checkBuffer(firmware, numbers[1], numbers[0])) {
+        return failure;
     }
-    firmware.burst.emplace();
-    firmware.burst->length = numbers[0];
-    firmware.burst->offset = numbers[1];
-    firmware.burst->checksum = static_cast<Word32>(numbers[2]);
+    firmware.burst = Burst{numbers[0], numbers[1], static_cast<Word32>(numbers[2]), {}};
     return std::nullopt;
 }
 
 Failure dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
-    std::vector<std::uint64_t> numbers;
-    if (Failure failure = readNumbers(arguments, wordLimit, numbers)) {
-        return failure;
-    }
+    const auto& numbers = arguments.numbers;
     const std::uint64_t length = (numbers.size() - 1) * 4;
-    if (!fitsBuffer(firmware, numbers[0], length)) {
-        return outsideBuffer(firmware, numbers[0], length);
-    }
-    if (firmware.flash.nullMemory) {
-        return std::nullopt;
+    Failure failure = checkBuffer(firmware, numbers[0], length);
+    if (failure || firmware.flash.nullMemory) {
+        return failure;
     }
     std::uint8_t* room = touch(firmware.buffer, numbers[0], length).data();
     for (std::size_t i = 1; i < numbers.size(); ++i, room += 4) {
@@ -214,55 +184,42 @@ Failure dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
 }
 
 /// Checks the arguments of the page commands and gives the part of the transfer buffer that they work on.
-Failure stagedPages(Firmware& firmware, const Arguments& arguments, std::uint64_t& address,
-                    std::span<const std::uint8_t>& data) {
-    std::vector<std::uint64_t> numbers;
-    if (Failure failure = readNumbers(arguments, noLimit, numbers)) {
-        return failure;
+Failure stagedPages(Firmware& firmware, const Arguments& arguments, std::span<const std::uint8_t>& data) {
+    std::uint64_t length = 0;
+    Failure failure = checkPages(firmware.flash, arguments.numbers[0], arguments.numbers[1], length);
+    if (!failure) {
+        failure = checkBuffer(firmware, 0, length);
     }
-    address = numbers[0];
-    Failure failure;
-    const std::uint64_t length = pageBytes(firmware.flash, address, numbers[1], failure);
-    if (failure) {
-        return failure;
+    if (!failure) {
+        data = touch(firmware.buffer, 0, length);
     }
-    if (!fitsBuffer(firmware, 0, length)) {
-        return outsideBuffer(firmware, 0, length);
-    }
-    data = touch(firmware.buffer, 0, length);
-    return std::nullopt;
+    return failure;
 }
 
 Failure programPages(Firmware& firmware, const Arguments& arguments, Reply& reply) {
-    std::uint64_t address = 0;
     std::span<const std::uint8_t> data;
-    if (Failure failure = stagedPages(firmware, arguments, address, data)) {
+    if (Failure failure = stagedPages(firmware, arguments, data)) {
         return failure;
     }
-    const std::uint64_t pages = data.size() / findRegion(firmware.flash, address)->spec.page;
-    reply.busy = firmware.programTime * static_cast<std::int64_t>(pages);
-    return programFlash(firmware.flash, address, data, firmware.weakCell);
+    reply.busy = firmware.programTime * static_cast<std::int64_t>(arguments.numbers[1]);
+    return programFlash(firmware.flash, arguments.numbers[0], data, firmware.weakCell);
 }
 
 Failure verifyPages(Firmware& firmware, const Arguments& arguments, Reply&) {
-    std::uint64_t address = 0;
     std::span<const std::uint8_t> data;
-    if (Failure failure = stagedPages(firmware, arguments, address, data)) {
+    if (Failure failure = stagedPages(firmware, arguments, data)) {
         return failure;
     }
-    return verifyFlash(firmware.flash, address, data);
+    return verifyFlash(firmware.flash, arguments.numbers[0], data);
 }
 
 Failure readWord(Firmware& firmware, const Arguments& arguments, Reply& reply) {
-    std::vector<std::uint64_t> numbers;
-    if (Failure failure = readNumbers(arguments, noLimit, numbers)) {
-        return failure;
-    }
-    if (numbers[0] % 4 != 0) {
-        return format("Address 0x%08llx is not at the start of a word", shown(numbers[0]));
+    const std::uint64_t address = arguments.numbers[0];
+    if (address % 4 != 0) {
+        return format("Address 0x%08llx is not at the start of a word", shown(address));
     }
     std::vector<std::uint8_t> bytes;
-    if (Failure failure = readFlash(firmware.flash, numbers[0], 4, bytes)) {
+    if (Failure failure = readFlash(firmware.flash, address, 4, bytes)) {
         return failure;
     }
     Word32 word = 0;
@@ -272,19 +229,14 @@ Failure readWord(Firmware& firmware, const Arguments& arguments, Reply& reply) {
 }
 
 Failure erase(Firmware& firmware, const Arguments& arguments, Reply& reply) {
-    const auto address = parseHexadecimal(arguments.words[0]);
-    if (!address) {
-        return notHexadecimal(arguments.words[0]);
-    }
-    if (findRegion(firmware.flash, *address) != nullptr) {
+    if (findRegion(firmware.flash, arguments.numbers[0]) != nullptr) {
         reply.busy = firmware.eraseTime;
     }
-    return eraseFlash(firmware.flash, *address, firmware.weakCell);
+    return eraseFlash(firmware.flash, arguments.numbers[0], firmware.weakCell);
 }
 
 Failure blankCheck(Firmware& firmware, const Arguments& arguments, Reply&) {
-    const auto address = parseHexadecimal(arguments.words[0]);
-    return address ? checkBlank(firmware.flash, *address) : notHexadecimal(arguments.words[0]);
+    return checkBlank(firmware.flash, arguments.numbers[0]);
 }
 
 Failure bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
@@ -313,19 +265,17 @@ Failure programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
 }
 
 Failure dump(Firmware& firmware, const Arguments& arguments, Reply& reply) {
-    std::vector<std::uint64_t> numbers;
-    if (Failure failure = readNumbers(arguments, noLimit, numbers)) {
-        return failure;
-    }
-    if (numbers[1] > dumpLimit) {
+    const std::uint64_t address = arguments.numbers[0];
+    const std::uint64_t count = arguments.numbers[1];
+    if (count > dumpLimit) {
         return format("At most 0x%llx bytes at a time", shown(dumpLimit));
     }
     std::vector<std::uint8_t> bytes;
-    if (Failure failure = readFlash(firmware.flash, numbers[0], numbers[1], bytes)) {
+    if (Failure failure = readFlash(firmware.flash, address, count, bytes)) {
         return failure;
     }
     for (std::size_t start = 0; start < bytes.size(); start += 16) {
-        std::string line = format("%08llx:", shown(numbers[0] + start));
+        std::string line = format("%08llx:", shown(address + start));
         for (std::size_t i = start; i < std::min(start + 16, bytes.size()); ++i) {
             line += format(" %02x", bytes[i]);
         }
@@ -335,46 +285,61 @@ Failure dump(Firmware& firmware, const Arguments& arguments, Reply& reply) {
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {"batchmode", "0|1", 1, 1, true, batchMode},
-    {"blankCheck", "address", 1, 1, false, blankCheck},
-    {"bootBank", "0|1", 1, 1, false, bootBank},
-    {"databurst", "length offset checksum", 3, 3, true, dataBurst},
-    {"dataPacket", "offset word...", 2, unlimited, true, dataPacket},
-    {"dataSet", "words fill", 2, 2, true, dataSet},
-    {"DebugOptions", "0..7", 1, 1, true, debugOptions},
-    {"dump", "address count", 2, 2, false, dump},
-    {"eraseFlash", "address", 1, 1, false, erase},
-    {"help", "", 0, 0, false, help},
-    {"helpadvanced", "", 0, 0, false, helpAdvanced},
-    {"otp_ProgUSBID", "product vendor", 2, 2, true, programUsbId},
-    {"print", "text...", 0, unlimited, false, print},
-    {"programPage", "address pages", 2, 2, true, programPages},
-    {"queryFlash", "", 0, 0, false, queryFlash},
-    {"queryID", "", 0, 0, false, queryId},
-    {"queryMORVI", "", 0, 0, false, queryMorvi},
-    {"queryPart", "", 0, 0, false, queryPart},
-    {"readWord", "address", 1, 1, false, readWord},
-    {"verifyPage", "address pages", 2, 2, true, verifyPages},
-    {"version", "", 0, 0, false, version},
+    {"batchmode", "0|1", 1, 1, anyNumber, true, batchMode},
+    {"blankCheck", "address", 1, 1, anyNumber, false, blankCheck},
+    {"bootBank", "0|1", 1, 1, noNumbers, false, bootBank},
+    {"databurst", "length offset checksum", 3, 3, wordNumber, true, dataBurst},
+    {"dataPacket", "offset word...", 2, unlimited, wordNumber, true, dataPacket},
+    {"dataSet", "words fill", 2, 2, wordNumber, true, dataSet},
+    {"DebugOptions", "0..7", 1, 1, anyNumber, true, debugOptions},
+    {"dump", "address count", 2, 2, anyNumber, false, dump},
+    {"eraseFlash", "address", 1, 1, anyNumber, false, erase},
+    {"help", "", 0, 0, noNumbers, false, help},
+    {"helpadvanced", "", 0, 0, noNumbers, false, helpAdvanced},
+    {"otp_ProgUSBID", "product vendor", 2, 2, noNumbers, true, programUsbId},
+    {"print", "text...", 0, unlimited, noNumbers, false, print},
+    {"programPage", "address pages", 2, 2, anyNumber, true, programPages},
+    {"queryFlash", "", 0, 0, noNumbers, false, queryFlash},
+    {"queryID", "", 0, 0, noNumbers, false, queryId},
+    {"queryMORVI", "", 0, 0, noNumbers, false, queryMorvi},
+    {"queryPart", "", 0, 0, noNumbers, false, queryPart},
+    {"readWord", "address", 1, 1, anyNumber, false, readWord},
+    {"verifyPage", "address pages", 2, 2, anyNumber, true, verifyPages},
+    {"version", "", 0, 0, noNumbers, false, version},
 });
 
 void listCommands(Reply& reply, bool advanced) {
     for (const Command& command : commands) {
         if (advanced || !command.advanced) {
-            addLine(reply, trimmed(std::string(command.word) + " " + std::string(command.arguments)));
+            addLine(reply, usage(command));
         }
     }
 }
 
-Arguments splitWords(std::string_view text) {
-    Arguments arguments{trimmed(text), {}};
-    std::size_t start = 0;
-    while ((start = text.find_first_not_of(" \t", start)) != std::string_view::npos) {
+Failure readArguments(const Command& command, std::string_view text, Arguments& arguments) {
+    arguments.text = trimmed(text);
+    for (std::size_t start = 0; (start = text.find_first_not_of(" \t", start)) != std::string_view::npos;) {
         const std::size_t end = std::min(text.find_first_of(" \t", start), text.size());
         arguments.words.push_back(text.substr(start, end - start));
         start = end;
     }
-    return arguments;
+    if (arguments.words.size() < command.fewest || arguments.words.size() > command.most) {
+        return format("Usage: %s", usage(command).c_str());
+    }
+    if (command.numberLimit == noNumbers) {
+        return std::nullopt;
+    }
+    for (const std::string_view word : arguments.words) {
+        const auto number = parseHexadecimal(word);
+        if (!number) {
+            return format("Not a hexadecimal number: %s", printable(word, 64).c_str());
+        }
+        if (*number > command.numberLimit) {
+            return format("Number out of range: %s", printable(word, 64).c_str());
+        }
+        arguments.numbers.push_back(*number);
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -384,12 +349,11 @@ Failure runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
     const auto command =
         std::find_if(commands.begin(), commands.end(), [=](const Command& c) { return c.word == word; });
     if (command == commands.end()) {
-        return "Unknown command " + printable(word, 64);
+        return format("Unknown command %s", printable(word, 64).c_str());
     }
-    const Arguments arguments = splitWords(line.substr(word.size()));
-    if (arguments.words.size() < command->fewest || arguments.words.size() > command->most) {
-        return "Usage: " +
-               std::string(trimmed(std::string(command->word) + " " + std::string(command->arguments)));
+    Arguments arguments;
+    if (Failure failure = readArguments(*command, line.substr(word.size()), arguments)) {
+        return failure;
     }
     return command->run(firmware, arguments, reply);
 }

@@ -15,17 +15,20 @@ constexpr std::uint64_t readyLimit = 64U << 20;
 
 using Bytes = std::span<std::uint8_t>;
 
-Failure outside(std::uint64_t address) {
-    return format("Address 0x%08llx is in no flash region", static_cast<unsigned long long>(address));
+unsigned long long shown(std::uint64_t number) {
+    return number;
 }
 
-Failure at(const char* problem, std::uint64_t address) {
-    return format("%s at 0x%08llx", problem, static_cast<unsigned long long>(address));
+std::string nameOf(const Region& region) {
+    return printable(region.spec.name, 64);
+}
+
+Failure outside(std::uint64_t address) {
+    return format("Address 0x%08llx is in no flash region", shown(address));
 }
 
 Failure unusable(const Region& region) {
-    return format("Memory %s cannot be used: %s", printable(region.spec.name, 64).c_str(),
-                  std::strerror(errno));
+    return format("Memory %s cannot be used: %s", nameOf(region).c_str(), std::strerror(errno));
 }
 
 Failure openRegion(const Flash& flash, Region& region) {
@@ -48,25 +51,46 @@ std::uint8_t chooseBit(unsigned candidates, unsigned bit) {
     return static_cast<std::uint8_t>(from & (~from + 1));
 }
 
-/// Finds a byte for which `changes` tells changing bits, the weak cell's own or the first from its pick on,
-/// and keeps one of them: `keep` gets the offset and the bit.
-template <typename Changes, typename Keep>
-void strikeWeakCell(WeakCell& weak, std::uint64_t base, std::uint64_t length, Changes changes, Keep keep) {
-    const std::uint64_t first = weak.address ? *weak.address - base : weak.pick % length;
-    if (first >= length) {
-        return;
+/// The offset and bit that the weak cell keeps among `length` bytes at `base`; `changes` tells which bits of
+/// a byte change.
+template <typename Changes>
+std::optional<std::pair<std::uint64_t, std::uint8_t>> keptBit(WeakCell* weak, std::uint64_t base,
+                                                              std::uint64_t length, Changes changes) {
+    if (weak == nullptr) {
+        return std::nullopt;
     }
-    const std::uint64_t tries = weak.address ? 1 : length;
-    for (std::uint64_t i = 0; i < tries; ++i) {
+    const std::uint64_t first = weak->address ? *weak->address - base : weak->pick % length;
+    const std::uint64_t tries = weak->address ? 1 : length;
+    for (std::uint64_t i = 0; first < length && i < tries; ++i) {
         const std::uint64_t offset = (first + i) % length;
         const unsigned candidates = changes(offset);
         if (candidates != 0) {
-            keep(offset, chooseBit(candidates, weak.bit));
-            weak.struck = true;
-            weak.address = base + offset;
-            return;
+            weak->struck = true;
+            weak->address = base + offset;
+            return std::pair(offset, chooseBit(candidates, weak->bit));
         }
     }
+    return std::nullopt;
+}
+
+/// The region that holds the address, with its memory at hand.
+Failure useRegion(Flash& flash, std::uint64_t address, Region*& region) {
+    region = findRegion(flash, address);
+    return region == nullptr ? outside(address) : openRegion(flash, *region);
+}
+
+/// The bytes of the flash from the address on, which must lie in one region.
+Failure useBytes(Flash& flash, std::uint64_t address, std::uint64_t length, Region*& region, Bytes& bytes) {
+    if (Failure failure = useRegion(flash, address, region)) {
+        return failure;
+    }
+    const std::uint64_t offset = address - region->spec.base;
+    if (length > region->spec.size - offset) {
+        return format("0x%llx bytes at 0x%08llx exceed memory %s", shown(length), shown(address),
+                      nameOf(*region).c_str());
+    }
+    bytes = touch(*region->memory, offset, length);
+    return bytes.size() == length ? std::nullopt : unusable(*region);
 }
 
 void programPage(Bytes page, std::span<const std::uint8_t> data, std::uint8_t blank) {
@@ -106,28 +130,28 @@ Region* findRegion(Flash& flash, std::uint64_t address) {
     return found == flash.regions.end() ? nullptr : &*found;
 }
 
-std::uint64_t pageBytes(Flash& flash, std::uint64_t address, std::uint64_t pages, Failure& failure) {
+Failure checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages, std::uint64_t& length) {
     const Region* const region = findRegion(flash, address);
     if (region == nullptr) {
-        failure = outside(address);
-        return 0;
+        return outside(address);
     }
     const std::uint64_t page = region->spec.page;
     const std::uint64_t offset = address - region->spec.base;
     if (page == 0) {
-        failure = format("Memory %s has no page size", printable(region->spec.name, 64).c_str());
-    } else if (offset % page != 0) {
-        failure = format("Address 0x%08llx is not at the start of a page",
-                         static_cast<unsigned long long>(address));
-    } else if (pages == 0) {
-        failure = "No pages given";
-    } else if (pages > (region->spec.size - offset) / page) {
-        failure = format("%llu pages do not fit into memory %s", static_cast<unsigned long long>(pages),
-                         printable(region->spec.name, 64).c_str());
-    } else {
-        return pages * page;
+        return format("Memory %s has no page size", nameOf(*region).c_str());
     }
-    return 0;
+    if (offset % page != 0) {
+        return format("Address 0x%08llx is not at the start of a page", shown(address));
+    }
+    if (pages == 0) {
+        return "No pages given";
+    }
+    if (pages > (region->spec.size - offset) / page) {
+        return format("0x%llx pages at 0x%08llx exceed memory %s", shown(pages), shown(address),
+                      nameOf(*region).c_str());
+    }
+    length = pages * page;
+    return std::nullopt;
 }
 
 Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
@@ -135,40 +159,30 @@ Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::u
     if (flash.nullMemory) {
         return std::nullopt;
     }
-    Region& region = *findRegion(flash, address);
-    if (Failure failure = openRegion(flash, region)) {
+    Region* region = nullptr;
+    Bytes cells;
+    if (Failure failure = useBytes(flash, address, data.size(), region, cells)) {
         return failure;
     }
-    const Bytes cells = touch(*region.memory, address - region.spec.base, data.size());
-    if (cells.empty()) {
-        return unusable(region);
-    }
-    const std::uint8_t blank = region.spec.blank;
-    std::optional<std::pair<std::uint64_t, std::uint8_t>> kept;
-    if (weak != nullptr) {
-        strikeWeakCell(
-            *weak, address, data.size(),
-            [&](std::uint64_t i) {
-                return unsigned(data[i] ^ blank) & unsigned(~(cells[i] ^ blank)) & 0xFFU;
-            },
-            [&](std::uint64_t i, std::uint8_t bit) {
-                kept = {i, bit};
-            });
-    }
-    for (std::size_t start = 0; start < data.size(); start += region.spec.page) {
-        const Bytes page = cells.subspan(start, region.spec.page);
-        const auto wanted = data.subspan(start, region.spec.page);
+    const std::uint8_t blank = region->spec.blank;
+    const auto kept = keptBit(weak, address, data.size(), [&](std::uint64_t i) {
+        return static_cast<std::uint8_t>((data[i] ^ blank) & ~(cells[i] ^ blank));
+    });
+    for (std::size_t start = 0; start < data.size(); start += region->spec.page) {
+        const Bytes page = cells.subspan(start, region->spec.page);
+        const auto wanted = data.subspan(start, region->spec.page);
         programPage(page, wanted, blank);
-        if (kept && kept->first - start < page.size()) {
-            cells[kept->first] ^= kept->second;
-            if (weak->silent) {
-                continue;
-            }
-        }
         if (std::memcmp(page.data(), wanted.data(), page.size()) != 0) {
             const auto differing =
                 std::mismatch(page.begin(), page.end(), wanted.begin()).first - page.begin();
-            return at("Program failed", address + start + static_cast<std::uint64_t>(differing));
+            return format("Program failed at 0x%08llx",
+                          shown(address + start + static_cast<std::uint64_t>(differing)));
+        }
+        if (kept && kept->first - start < page.size()) {
+            cells[kept->first] ^= kept->second;
+            if (!weak->silent) {
+                return format("Program failed at 0x%08llx", shown(address + kept->first));
+            }
         }
     }
     return std::nullopt;
@@ -178,100 +192,69 @@ Failure verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::ui
     if (flash.nullMemory) {
         return std::nullopt;
     }
-    Region& region = *findRegion(flash, address);
-    if (Failure failure = openRegion(flash, region)) {
+    Region* region = nullptr;
+    Bytes cells;
+    if (Failure failure = useBytes(flash, address, data.size(), region, cells)) {
         return failure;
-    }
-    const Bytes cells = touch(*region.memory, address - region.spec.base, data.size());
-    if (cells.empty()) {
-        return unusable(region);
     }
     if (std::memcmp(cells.data(), data.data(), data.size()) == 0) {
         return std::nullopt;
     }
-    const auto differing = static_cast<std::size_t>(
-        std::mismatch(cells.begin(), cells.end(), data.begin()).first - cells.begin());
-    return format("Verify failed at 0x%08llx: flash holds 0x%02x, buffer 0x%02x",
-                  static_cast<unsigned long long>(address + differing), cells[differing], data[differing]);
+    const auto at = static_cast<std::size_t>(std::mismatch(cells.begin(), cells.end(), data.begin()).first -
+                                             cells.begin());
+    return format("Verify failed at 0x%08llx: flash holds 0x%02x, buffer 0x%02x", shown(address + at),
+                  cells[at], data[at]);
 }
 
 Failure eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak) {
-    Region* const region = findRegion(flash, address);
-    if (region == nullptr) {
-        return outside(address);
-    }
     if (flash.nullMemory) {
-        return std::nullopt;
+        return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
     }
-    if (Failure failure = openRegion(flash, *region)) {
+    Region* region = nullptr;
+    if (Failure failure = useRegion(flash, address, region)) {
         return failure;
     }
-    const std::uint8_t blank = region->spec.blank;
-    std::optional<std::pair<std::uint64_t, std::uint8_t>> kept;
-    const auto programmed = firstOther(*region->memory, blank);
-    if (weak != nullptr && programmed) {
-        const Bytes cells = touch(*region->memory, 0, region->spec.size);
-        if (cells.empty()) {
-            return unusable(*region);
-        }
-        strikeWeakCell(
-            *weak, region->spec.base, region->spec.size,
-            [&](std::uint64_t i) { return unsigned(cells[i] ^ blank); },
-            [&](std::uint64_t i, std::uint8_t bit) {
-                kept = {i, bit};
-            });
-    }
-    if (!fillMemory(*region->memory, 0, region->spec.size, blank)) {
+    const RegionSpec& spec = region->spec;
+    const bool mayKeep = weak != nullptr && firstOther(*region->memory, spec.blank);
+    const Bytes cells = mayKeep ? touch(*region->memory, 0, spec.size) : Bytes();
+    const auto kept = keptBit(cells.empty() ? nullptr : weak, spec.base, spec.size, [&](std::uint64_t i) {
+        return static_cast<std::uint8_t>(cells[i] ^ spec.blank);
+    });
+    if (!fillMemory(*region->memory, 0, spec.size, spec.blank)) {
         return unusable(*region);
     }
     if (kept) {
         touch(*region->memory, kept->first, 1)[0] ^= kept->second;
         if (!weak->silent) {
-            return at("Erase failed", region->spec.base + kept->first);
+            return format("Erase failed at 0x%08llx", shown(spec.base + kept->first));
         }
     }
     return std::nullopt;
 }
 
 Failure checkBlank(Flash& flash, std::uint64_t address) {
-    Region* const region = findRegion(flash, address);
-    if (region == nullptr) {
-        return outside(address);
-    }
     if (flash.nullMemory) {
-        return std::nullopt;
+        return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
     }
-    if (Failure failure = openRegion(flash, *region)) {
+    Region* region = nullptr;
+    if (Failure failure = useRegion(flash, address, region)) {
         return failure;
     }
     const auto other = firstOther(*region->memory, region->spec.blank);
-    return other ? at("Not blank", region->spec.base + *other) : std::nullopt;
+    return other ? format("Not blank at 0x%08llx", shown(region->spec.base + *other)) : Failure();
 }
 
 Failure readFlash(Flash& flash, std::uint64_t address, std::uint64_t length,
                   std::vector<std::uint8_t>& bytes) {
-    Region* const region = findRegion(flash, address);
-    if (region == nullptr) {
-        return outside(address);
-    }
-    const std::uint64_t offset = address - region->spec.base;
-    if (length > region->spec.size - offset) {
-        return format("%llu bytes at 0x%08llx exceed memory %s", static_cast<unsigned long long>(length),
-                      static_cast<unsigned long long>(address), printable(region->spec.name, 64).c_str());
-    }
     if (flash.nullMemory) {
-        bytes.insert(bytes.end(), length, region->spec.blank);
-        return std::nullopt;
+        bytes.assign(length, 0xFF);
+        return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
     }
-    if (Failure failure = openRegion(flash, *region)) {
-        return failure;
-    }
-    const Bytes cells = touch(*region->memory, offset, length);
-    if (cells.size() != length) {
-        return unusable(*region);
-    }
-    bytes.insert(bytes.end(), cells.begin(), cells.end());
-    return std::nullopt;
+    Region* region = nullptr;
+    Bytes cells;
+    Failure failure = useBytes(flash, address, length, region, cells);
+    bytes.assign(cells.begin(), cells.end());
+    return failure;
 }
 
 } // namespace vqxsim

@@ -47,13 +47,17 @@ struct WeakCell {
 /// The first region that holds the address, none when it lies outside all.
 [[nodiscard]] Region* findRegion(Flash& flash, std::uint64_t address);
 
-/// Writes `data`, whole pages, at a page's address: bits only ever leave their blank value. Fails, with the
-/// pages before it written, at a page whose content then differs from the data. `weak`, when given, keeps one
-/// bit from changing.
+/// Fails when `pages` pages at the address do not lie in one region; else sets `length` to their bytes.
+[[nodiscard]] Failure checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages,
+                                 std::uint64_t& length);
+
+/// Writes `data`, pages that `checkPages` passed, at the address: bits only ever leave their blank value.
+/// Fails, with the pages before it written, at a page whose content then differs from the data. `weak`, when
+/// given, keeps one bit from changing.
 [[nodiscard]] Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
                                    WeakCell* weak);
 
-/// Compares `data`, whole pages, with the flash and fails with the first address that differs.
+/// Compares `data`, likewise, with the flash and fails with the first address that differs.
 [[nodiscard]] Failure verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data);
 
 /// Makes the region that holds the address blank; `weak`, when given, keeps one bit of it.
@@ -62,13 +66,8 @@ struct WeakCell {
 /// Fails with the first address of the region holding `address` that is not blank.
 [[nodiscard]] Failure checkBlank(Flash& flash, std::uint64_t address);
 
-/// Appends `length` bytes from the address on to `bytes`.
+/// Puts `length` bytes from the address on, which must lie in one region, into `bytes`.
 [[nodiscard]] Failure readFlash(Flash& flash, std::uint64_t address, std::uint64_t length,
                                 std::vector<std::uint8_t>& bytes);
-
-/// The number of bytes of `pages` pages at the address, when the pages lie in one region; else sets
-/// `failure`.
-[[nodiscard]] std::uint64_t pageBytes(Flash& flash, std::uint64_t address, std::uint64_t pages,
-                                      Failure& failure);
 
 } // namespace vqxsim

@@ -1,8 +1,6 @@
 #include "log.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 namespace vqxsim {
 
@@ -31,7 +29,7 @@ std::string requestText(const Request& request) {
 Failure openLog(Log& log, const std::string& path) {
     log.file.reset(std::fopen(path.c_str(), "we"));
     log.start = std::chrono::steady_clock::now();
-    return log.file ? std::nullopt : Failure(path + ": " + std::strerror(errno));
+    return log.file ? std::nullopt : systemFailure(path);
 }
 
 void noteLine(Log& log, char direction, std::string_view text) {
@@ -80,7 +78,7 @@ void noteTransmission(Log& log, const Transmission& transmission) {
 Failure flushLog(Log& log) {
     log.unflushed = false;
     if (log.file && (std::fflush(log.file.get()) != 0 || std::ferror(log.file.get()) != 0)) {
-        return std::string("log: ") + std::strerror(errno);
+        return systemFailure("log");
     }
     return std::nullopt;
 }

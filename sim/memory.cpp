@@ -18,10 +18,6 @@ constexpr std::uint64_t blockSize = 0x10000;
 /// larger one has holes where nothing was touched yet.
 constexpr std::uint64_t wholeFileLimit = 64U << 20;
 
-Failure systemFailure(const std::string& what) {
-    return what + ": " + std::strerror(errno);
-}
-
 std::uint64_t blockLength(const SparseMemory& memory, std::size_t block) {
     return std::min(blockSize, memory.size - block * blockSize);
 }

@@ -58,12 +58,12 @@ Failure setRegionKey(RegionSpec& spec, std::string_view setting) {
     const auto key = std::find_if(regionKeys.begin(), regionKeys.end(),
                                   [=](const RegionKey& k) { return k.name == name; });
     if (key == regionKeys.end()) {
-        return "unknown region setting '" + printable(setting, 64) +
-               "' (base, size, page, buffer and blank exist)";
+        return format("unknown region setting '%s' (base, size, page, buffer and blank exist)",
+                      printable(setting, 64).c_str());
     }
     const auto number = parseSize(value);
     if (!number || *number > key->limit) {
-        return "bad number in region setting '" + printable(setting, 64) + "'";
+        return format("bad number in region setting '%s'", printable(setting, 64).c_str());
     }
     key->set(spec, *number);
     return std::nullopt;
@@ -94,78 +94,36 @@ Failure readNumber(std::string_view text, std::uint64_t limit, std::uint64_t& nu
 
 constexpr std::uint64_t longestTime = 1000000000;
 
-Failure setFolder(Options& options, std::string_view text) {
-    options.firmware.folder = text;
-    return text.empty() ? Failure("the folder is empty") : std::nullopt;
+template <typename Time>
+Failure readTime(std::string_view text, Time& time) {
+    std::uint64_t number = 0;
+    Failure failure = readNumber(text, longestTime, number);
+    time = Time(number);
+    return failure;
 }
 
-Failure setLink(Options& options, std::string_view text) {
-    options.link = text;
+Failure readPath(std::string_view text, std::string& path) {
+    path = text;
     return text.empty() ? Failure("the path is empty") : std::nullopt;
 }
 
-Failure setNullMemory(Options& options, std::string_view) {
-    options.firmware.nullMemory = true;
+Failure setFlag(bool& flag) {
+    flag = true;
     return std::nullopt;
 }
 
-Failure setProgramTime(Options& options, std::string_view text) {
-    std::uint64_t number = 0;
-    Failure failure = readNumber(text, longestTime, number);
-    options.firmware.programTime = std::chrono::microseconds(number);
-    return failure;
-}
-
-Failure setEraseTime(Options& options, std::string_view text) {
-    std::uint64_t number = 0;
-    Failure failure = readNumber(text, longestTime, number);
-    options.firmware.eraseTime = std::chrono::milliseconds(number);
-    return failure;
-}
-
-Failure setRate(Options& options, std::string_view text) {
-    return readNumber(text, longestTime, options.speed.bytesPerSecond);
-}
-
-Failure setLatency(Options& options, std::string_view text) {
-    std::uint64_t number = 0;
-    Failure failure = readNumber(text, longestTime, number);
-    options.speed.latency = std::chrono::microseconds(number);
-    return failure;
-}
-
-Failure setLog(Options& options, std::string_view text) {
-    options.log = text;
-    return text.empty() ? Failure("the path is empty") : std::nullopt;
-}
-
-Failure addFault(Options& options, std::string_view text) {
-    return readFault(text, options.faults.emplace_back());
-}
-
-Failure setSeed(Options& options, std::string_view text) {
-    return readNumber(text, UINT64_MAX, options.seed);
-}
-
-Failure askHelp(Options& options, std::string_view) {
-    options.action = Action::showHelp;
+Failure ask(Options& options, Action action) {
+    options.action = action;
     return std::nullopt;
 }
 
-Failure askVersion(Options& options, std::string_view) {
-    options.action = Action::showVersion;
-    return std::nullopt;
-}
-
-bool noFlash(const std::string& name) {
-    return name == "no-flash";
-}
+using Text = std::string_view;
 
 struct OptionRow {
     const char* name;
     const char* argument; ///< null: takes none
     const char* help;
-    Failure (*set)(Options&, std::string_view);
+    Failure (*set)(Options&, Text);
 };
 
 constexpr auto optionRows = std::to_array<OptionRow>({
@@ -173,20 +131,29 @@ constexpr auto optionRows = std::to_array<OptionRow>({
      "a flash region, repeatable, in place of the usual three; keys: base (0), size (512K), page (512), buffer (32K), blank (0xff)",
      addRegion},
     {"no-flash", nullptr, "a target without flash regions",
-     [](Options&, std::string_view) { return Failure(); }},
-    {"memory", "DIR", "keep each region in DIR/NAME.bin, visible to other programs at once", setFolder},
+     [](Options& o, Text) { return setFlag(o.noFlash); }},
+    {"memory", "DIR", "keep each region in DIR/NAME.bin, visible to other programs at once",
+     [](Options& o, Text text) { return readPath(text, o.firmware.folder); }},
     {"null-memory", nullptr, "flash commands succeed without touching memory; bursts are checked, not stored",
-     setNullMemory},
-    {"program-time", "US", "programming a page takes so many microseconds", setProgramTime},
-    {"erase-time", "MS", "erasing a region takes so many milliseconds", setEraseTime},
-    {"rate", "BYTES", "a link of so many bytes per second, both directions together", setRate},
-    {"latency", "US", "every answer comes so many microseconds later", setLatency},
-    {"log", "FILE", "write the conversation with times", setLog},
-    {"fault", "KIND[,KEY=V...]", "something that goes wrong, repeatable; see below", addFault},
-    {"seed", "N", "seed of everything random in the faults (1)", setSeed},
-    {"link", "PATH", "make PATH a symbolic link to the device while it serves", setLink},
-    {"help", nullptr, "show this text", askHelp},
-    {"version", nullptr, "show the version", askVersion},
+     [](Options& o, Text) { return setFlag(o.firmware.nullMemory); }},
+    {"program-time", "US", "programming a page takes so many microseconds",
+     [](Options& o, Text text) { return readTime(text, o.firmware.programTime); }},
+    {"erase-time", "MS", "erasing a region takes so many milliseconds",
+     [](Options& o, Text text) { return readTime(text, o.firmware.eraseTime); }},
+    {"rate", "BYTES", "a link of so many bytes per second, both directions together",
+     [](Options& o, Text text) { return readNumber(text, longestTime, o.speed.bytesPerSecond); }},
+    {"latency", "US", "every answer comes so many microseconds later",
+     [](Options& o, Text text) { return readTime(text, o.speed.latency); }},
+    {"log", "FILE", "write the conversation with times: > from the host, < to it, ! faults, # the port",
+     [](Options& o, Text text) { return readPath(text, o.log); }},
+    {"fault", "KIND[,KEY=V...]", "something that goes wrong, repeatable; see below",
+     [](Options& o, Text text) { return readFault(text, o.faults.emplace_back()); }},
+    {"seed", "N", "seed of everything random in the faults (1)",
+     [](Options& o, Text text) { return readNumber(text, UINT64_MAX, o.seed); }},
+    {"link", "PATH", "make PATH a symbolic link to the device while it serves",
+     [](Options& o, Text text) { return readPath(text, o.link); }},
+    {"help", nullptr, "show this text", [](Options& o, Text) { return ask(o, Action::showHelp); }},
+    {"version", nullptr, "show the version", [](Options& o, Text) { return ask(o, Action::showVersion); }},
 });
 
 std::vector<option> longOptions() {
@@ -202,7 +169,6 @@ std::vector<option> longOptions() {
 
 Failure readOptions(int argc, char** argv, Options& options) {
     const std::vector<option> rows = longOptions();
-    bool withoutFlash = false;
     opterr = 0;
     optind = 0; // starts afresh, for a process that reads more than one command line
     for (;;) {
@@ -214,19 +180,18 @@ Failure readOptions(int argc, char** argv, Options& options) {
         }
         if (result != 0) {
             const std::string shown = printable(given < argc ? argv[given] : "", 64);
-            return result == ':' ? "option '" + shown + "' needs an argument" : "bad option '" + shown + "'";
+            return format(result == ':' ? "option '%s' needs an argument" : "bad option '%s'", shown.c_str());
         }
         const OptionRow& chosen = optionRows[static_cast<std::size_t>(row)];
-        withoutFlash = withoutFlash || noFlash(chosen.name);
         if (const Failure failure = chosen.set(options, optarg != nullptr ? optarg : "")) {
-            return "option --" + std::string(chosen.name) + ": " + *failure;
+            return format("option --%s: %s", chosen.name, failure->c_str());
         }
     }
     options.command.assign(argv + optind, argv + argc);
-    if (withoutFlash && !options.firmware.regions.empty()) {
+    if (options.noFlash && !options.firmware.regions.empty()) {
         return "--no-flash and --region exclude each other";
     }
-    if (!withoutFlash && options.firmware.regions.empty()) {
+    if (!options.noFlash && options.firmware.regions.empty()) {
         options.firmware.regions = defaultRegions();
     }
     const bool comesBack = std::any_of(options.faults.begin(), options.faults.end(),
@@ -246,8 +211,7 @@ std::string helpText() {
         "\n"
         "Options (numbers are decimal, or hexadecimal with 0x; in regions K and M stand for 1024 and 1024 * 1024):\n";
     for (const OptionRow& row : optionRows) {
-        const std::string name = "--" + std::string(row.name) + (row.argument != nullptr ? " " : "") +
-                                 (row.argument != nullptr ? row.argument : "");
+        const std::string name = format("--%s %s", row.name, row.argument != nullptr ? row.argument : "");
         text += format("  %-26s %s\n", name.c_str(), row.help);
     }
     return text + "\n" + faultHelp();

@@ -15,6 +15,7 @@ struct Options {
     std::vector<Fault> faults;
     std::uint64_t seed = 1;           ///< of everything random in the faults
     std::string log;                  ///< file for the conversation, empty for none
+    bool noFlash = false;             ///< the target has no regions
     std::string link;                 ///< symbolic link to the device, empty for none
     std::vector<std::string> command; ///< program to run and its arguments, empty for none
 };

@@ -16,14 +16,6 @@
 
 namespace vqxsim {
 
-namespace {
-
-Failure systemFailure(const std::string& what) {
-    return what + ": " + std::strerror(errno);
-}
-
-} // namespace
-
 Failure openPty(Pty& pty) {
     pty.target = Descriptor(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     std::array<char, 128> name{};

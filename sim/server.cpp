@@ -54,10 +54,6 @@ sigset_t handledSignals() {
     return set;
 }
 
-Failure systemFailure(const std::string& what) {
-    return what + ": " + std::strerror(errno);
-}
-
 Failure catchSignals(Server& server, sigset_t& before) {
     const sigset_t set = handledSignals();
     std::signal(SIGPIPE, SIG_IGN);

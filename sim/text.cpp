@@ -1,8 +1,10 @@
 #include "text.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 namespace vqxsim {
 
@@ -35,6 +37,10 @@ std::string format(const char* pattern, ...) {
     std::vsnprintf(text.data(), text.size() + 1, pattern, again);
     va_end(again);
     return text;
+}
+
+Failure systemFailure(const std::string& what) {
+    return format("%s: %s", what.c_str(), std::strerror(errno));
 }
 
 std::optional<std::uint64_t> parseHexadecimal(std::string_view word) {

@@ -13,6 +13,9 @@ using Failure = std::optional<std::string>;
 /// Formats like printf into a text of any length.
 [[nodiscard]] std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 
+/// A failure that ends with the system's text for the current error number.
+[[nodiscard]] Failure systemFailure(const std::string& what);
+
 /// Reads a whole word of hexadecimal digits, with or without "0x"; none when it holds anything else or
 /// exceeds 64 bits.
 [[nodiscard]] std::optional<std::uint64_t> parseHexadecimal(std::string_view word);
