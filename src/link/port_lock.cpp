@@ -3,6 +3,7 @@
 #include "support/text.h"
 
 #include <cerrno>
+#include <charconv>
 #include <fstream>
 
 #include <sys/file.h>
@@ -21,7 +22,7 @@ int lockHolder(std::string_view line, std::string_view file) {
     while (const std::optional<std::string_view> word = nextWord(line)) {
         isFlock = isFlock || *word == "FLOCK";
         if (isFlock && *word == file && previous)
-            process = std::atoi(std::string(*previous).c_str());
+            std::from_chars(previous->data(), previous->data() + previous->size(), process);
         previous = word;
     }
     return process;

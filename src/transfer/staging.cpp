@@ -53,7 +53,7 @@ std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count, Tra
         return -1;
     const std::uint64_t asked = (std::uint64_t{count} + width - 1) / width * width;
     const auto produced = static_cast<std::uint32_t>(std::min<std::uint64_t>(asked, source.fillRemaining));
-    const std::size_t whole = std::min<std::size_t>(produced / width * width, buffer.size());
+    const std::size_t whole = std::min<std::size_t>(produced - produced % width, buffer.size());
     for (std::size_t at = 0; at < whole; ++at)
         buffer[at] = static_cast<std::uint8_t>(source.fillValue >> (8 * (at % width)));
     source.fillRemaining -= produced;
