@@ -96,7 +96,7 @@ void setDevice(Options& options, const char* device) {
     if (std::isprint(letter) != 0)
         writeText(stderr, formatText("Unknown option `-%c'.\n", letter));
     else
-        writeText(stderr, formatText("Unknown option `\\x%x'.\n", static_cast<unsigned>(letter)));
+        writeText(stderr, formatText("Unknown option character `\\x%x'.\n", static_cast<unsigned>(letter)));
     showUsage(options, false, usageError);
 }
 
