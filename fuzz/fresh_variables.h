@@ -1,0 +1,8 @@
+#pragma once
+
+namespace secapp {
+
+/// Forgets all script variables.
+void forgetVariables();
+
+} // namespace secapp
