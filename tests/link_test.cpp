@@ -1,0 +1,371 @@
+#include "harness.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "link/ports.h"
+
+namespace {
+
+class Link : public Secapp {
+protected:
+    [[nodiscard]] bool sameSettings(const termios& a) const {
+        const termios b = board.settings();
+        return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag &&
+               a.c_lflag == b.c_lflag && std::memcmp(a.c_cc, b.c_cc, NCCS) == 0;
+    }
+};
+
+// Settings that differ from those of the tool in every group.
+termios unusual(termios settings) {
+    settings.c_iflag = IXON | INLCR;
+    settings.c_oflag = OPOST;
+    settings.c_cflag = B9600 | CS8 | CREAD | HUPCL;
+    settings.c_lflag = ISIG;
+    settings.c_cc[VMIN] = 7;
+    settings.c_cc[VTIME] = 3;
+    settings.c_cc[VEOF] = 9;
+    return settings;
+}
+
+TEST_F(Link, SendsCommandLinesAndGainsControl) {
+    EXPECT_EQ(runScript("hello 16\nprint  0x10  FLASH").status, 0);
+    EXPECT_EQ(withoutNumbers(board.bytes()), "=print #\r=batchmode # \r=hello # \r=print  #x#  FLASH\r");
+    EXPECT_EQ(runScript("echo hi;delay 1", "-b").status, 0);
+    EXPECT_EQ(board.bytes(), "");
+}
+
+TEST_F(Link, ReadsAnswers) {
+    struct Case {
+        Answer answer;
+        std::string out;
+        std::optional<std::string> error;
+    };
+    using Style = Answer::Style;
+    for (const Case& c : std::vector<Case>{
+             {"VQX_OK\n", "", {}},
+             {"VQX_OK", "", "Resource temporarily unavailable"},
+             {"a\r\nb\rc\n\n\r VQX_OK\r\n", "a\nb\nc\n", {}},
+             {std::string("a\0b\0VQX_OK\0", 11), "a\nb\n", {}},
+             {"=hello\n  =hello again\n\t a  b \nVQX_OK and more\n", "a  b\n", {}},
+             {"vqx_ok\nnot VQX_OK\nVQX_OK\n", "vqx_ok\nnot VQX_OK\n", {}},
+             {"VQX_O\nVQX_ERRO\nVQX_OKAY\n", "VQX_O\nVQX_ERRO\n", {}},
+             {"one\nVQX_ERROR  Bad \t address \n", "one\nVQX_ERROR  Bad \t address\n", "Bad \t address"},
+             {"vqx_Error7\n", "vqx_Error7\n", "7"},
+             {"VQX_FATAL\n", "VQX_FATAL\n", ""},
+             {"Vqx_Fatal %s%n\n", "Vqx_Fatal %s%n\n", "%s%n"},
+             {"\x80\xff\x01%n\nVQX_OK\n", "\x80\xff\x01%n\n", {}},
+             {Answer("a long wait\nVQX_OK\n", Style::byteByByte), "a long wait\n", {}},
+             {Answer("late\nVQX_OK\n", Style::atOnce, 400), "late\n", {}},
+         }) {
+        board.answers.insert_or_assign("hello", c.answer);
+        const Result r = run("exec secapp -g 1 -d $PORT hello");
+        EXPECT_EQ(r.out, c.out) << c.answer.text;
+        EXPECT_EQ(r.err, c.error ? report("<Command line>:1", *c.error, "hello", "=hello") : "")
+            << c.answer.text;
+        EXPECT_EQ(r.status, c.error ? 255 : 0) << c.answer.text;
+    }
+}
+
+TEST_F(Link, KeepsTheWholeOfAnOverlongLine) {
+    board.answers.emplace("hello", std::string(40000, 'x') + "\nVQX_OK\n");
+    const Result r = run("exec secapp -d $PORT hello");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(std::ranges::count(r.out, 'x'), 40000);
+    EXPECT_EQ(std::ranges::count(r.out, '\n'), 3);
+    EXPECT_EQ(r.err.find("Line exceeded buffer:xxx"), 0u) << r.err.substr(0, 100);
+}
+
+TEST_F(Link, TimesOutInWholeSecondsForEachLine) {
+    board.answers.emplace("hello", Answer("some\nlines\n", Answer::Style::atOnce, 300));
+    const Result r = run("exec secapp -g 999 -d $PORT hello");
+    EXPECT_EQ(r.err, report("<Command line>:1", "Resource temporarily unavailable", "hello", "=hello"));
+    EXPECT_EQ(r.out, "some\nlines\n");
+    EXPECT_GE(r.seconds, 1.3);
+    EXPECT_GE(run("exec secapp -g 1000 -d $PORT hello").seconds, 2.3);
+}
+
+TEST_F(Link, WaitsWithoutLimitWhenAskedTo) {
+    board.answers.emplace("hello", Answer("VQX_OK\n", Answer::Style::atOnce, 1500));
+    EXPECT_EQ(run("exec secapp -g 0 -d $PORT hello").status, 0);
+}
+
+TEST_F(Link, ShowsTimersAndDumps) {
+    board.answers.emplace("a%s", Answer("VQX_OK\n", Answer::Style::atOnce, 60));
+    // The opening command goes under the label of the handshake that it started.
+    const std::string print = "Command timer (=print #): #.#\n", read = "Read timer (=print #): #.#\n";
+    Result r = run("exec secapp -d $PORT -e x a%s");
+    EXPECT_EQ(withoutNumbers(r.err), print + print + "Command timer (=a%s): #.#\n");
+    r = run("exec secapp -d $PORT -e r a%s");
+    EXPECT_EQ(withoutNumbers(r.err), read + read + read + read + "Read timer (=a%s): #.#\n");
+    r = run("exec secapp -d $PORT -e 0 a%s");
+    EXPECT_TRUE(withoutNumbers(r.err).starts_with("Time elapsed during sleep: #.#s\n")) << r.err;
+
+    r = run("exec secapp -d $PORT -b -e b hello '1234567 0x10'");
+    EXPECT_NE(
+        r.err.find("\n0x00000000: 3d 68 65 6c 6c 6f 20 31 32 64 36 38 37 20 31 30 \n0x00000010: 20 0d \n"),
+        std::string::npos)
+        << r.err;
+    r = run("exec secapp -d $PORT -b -e b @a");
+    EXPECT_TRUE(r.err.ends_with("\n0x00000000: 61 \n")) << r.err;
+}
+
+TEST_F(Link, TracesTheLink) {
+    board.answers.emplace("hello", "A\x01\nVQX_OK\n");
+    const Result r = run("exec secapp -d $PORT -b -e dq hello");
+    const std::string port = board.port();
+    std::size_t at = 0;
+    for (const std::string& line :
+         {"Opening " + port, "init: opening " + port, std::string("open: handle="),
+          std::string("init: tcgetattr"), std::string("init: tcflush"), std::string("init: tcsetattr"),
+          std::string("Attempting to gain control of target"), std::string("Write [8] '=hello \\r'"),
+          std::string("Read [1] 'A' 65"), std::string("Read [1] '\\01' 1"), std::string("Read [1] '\\n' 10"),
+          std::string("Data received: <A\x01>"), "Closing " + port,
+          std::string("terminate: tcsetattr+close\n")}) {
+        const std::size_t found = r.err.find("DEBUG: " + line, at);
+        EXPECT_NE(found, std::string::npos) << line << "\nin\n" << r.err.substr(at);
+        at = found == std::string::npos ? at : found;
+    }
+}
+
+TEST_F(Link, DelaysEachCommandLine) {
+    const Result r = run("exec secapp -d $PORT -A 50000 'hello;@x'");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_GE(r.seconds, 0.150); // batchmode, the test of the handshake, hello
+}
+
+TEST_F(Link, GainsControlOfADifficultTarget) {
+    const auto ok = [](const std::string& text) { return Answer(text + "\nVQX_OK\n"); };
+    struct Case {
+        std::string name;
+        std::function<Answer(int, const std::string&)> answer;
+        std::string bytes;
+    };
+    const std::string test = "=print #\r";
+    for (const Case& c : std::vector<Case>{
+             {"leading blanks, no repetition", [&](int, auto&t) { return ok("  " + t); }, test},
+             {"stray lines first",
+              [&](int, auto&t) { return "ready\nVQX_OK\nmore\nVQX_OK\n" + t + "\nVQX_OK\n"; }, test},
+             {"no lines twice", [&](int n, auto&t) { return n < 3 ? Answer("VQX_OK\n") : ok(t); },
+              test + test + test},
+             {"an error first", [&](int n, auto&t) { return n < 2 ? Answer("VQX_ERROR huh\n") : ok(t); },
+              test + "\r" + test},
+             {"a wrong number first", [&](int n, auto&t) { return n < 2 ? ok("1" + t) : ok(t); },
+              test + "\r" + test},
+             {"silence first", [&](int n, auto&t) { return n < 2 ? Answer("") : ok(t); }, test + "\r" + test},
+         }) {
+        board.onHandshake = c.answer;
+        const Result r = run("exec secapp -d $PORT hello");
+        EXPECT_EQ(r.status, 0) << c.name;
+        EXPECT_EQ(r.err + r.out, "") << c.name;
+        EXPECT_EQ(withoutNumbers(board.bytes()), c.bytes + "=batchmode # \r=hello \r") << c.name;
+    }
+}
+
+TEST_F(Link, AcceptsAHexadecimalToken) {
+    board.onHandshake = [](int, const std::string& token) {
+        char hex[32];
+        std::snprintf(hex, sizeof hex, "0x%lX", std::stoul(token));
+        return Answer(std::string(hex) + "\nVQX_OK\n");
+    };
+    EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0);
+}
+
+TEST_F(Link, GivesUpAfterTenAttempts) {
+    const auto failure = [&](const std::string& text) {
+        return "Error opening " + board.port() + ": " + text +
+               "\n(Sometimes ISP reset, or erasing the flash, can help...)\nPrevious error(s) stops further processing\n";
+    };
+    board.setSettings(unusual(board.settings()));
+    const termios before = board.settings();
+    board.onHandshake = [](int, const std::string&) { return Answer("VQX_OK\n"); };
+    Result r = run("exec secapp -d $PORT hello");
+    EXPECT_EQ(r.err.substr(0, r.err.find("Error: ")), failure("Unable to get control of target"));
+    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(std::ranges::count(board.bytes(), '='), 10);
+    EXPECT_TRUE(sameSettings(before));
+
+    board.onHandshake = [](int, const std::string&) { return Answer("VQX_ERROR go away\n"); };
+    board.answers.emplace("\r", "VQX_ERROR not now\n");
+    r = run("exec secapp -d $PORT hello");
+    EXPECT_EQ(r.err.substr(0, r.err.find("Error: ")), failure("not now"));
+    EXPECT_EQ(std::ranges::count(board.bytes(), '='), 10);
+    EXPECT_EQ(std::ranges::count(board.bytes(), '\r'), 10 + 90);
+    EXPECT_TRUE(sameSettings(before));
+}
+
+TEST_F(Link, SetsThePortAndGivesItBackAfterEveryEnding) {
+    board.setSettings(unusual(board.settings()));
+    const termios before = board.settings();
+    termios during{};
+    board.on = [&](const std::string&) {
+        during = board.settings();
+        return std::nullopt;
+    };
+    board.answers.emplace("bad", "VQX_ERROR\n");
+    struct Case {
+        std::string words;
+        int status;
+        cc_t vmin = 1, vtime = 0;
+    };
+    for (const Case& c : std::vector<Case>{{"hello", 0},
+                                           {"-M 0 -T 5 hello", 0, 0, 5},
+                                           {"-M 300 -T 0x105 hello", 0, 44, 5},
+                                           {"bad", 255},
+                                           {"'hello;?hello'", 1},
+                                           {"'hello;?'", 0},
+                                           {"-h", 0},
+                                           {"-H", 0},
+                                           {"-q", 255},
+                                           {"'hello;program'", 255}}) {
+        during = {};
+        EXPECT_EQ(run("exec secapp -d $PORT " + c.words, "q\n").status, c.status) << c.words;
+        EXPECT_EQ(during.c_iflag, tcflag_t{BRKINT | IGNPAR | ICRNL}) << c.words;
+        EXPECT_EQ(during.c_oflag, 0u) << c.words;
+        EXPECT_EQ(during.c_cflag, tcflag_t{B38400 | CS8 | CREAD | CLOCAL | CRTSCTS}) << c.words;
+        EXPECT_EQ(during.c_lflag, 0u) << c.words;
+        for (std::size_t i = 0; i < NCCS; i++)
+            EXPECT_EQ(during.c_cc[i], i == VMIN    ? c.vmin
+                                      : i == VTIME ? c.vtime
+                                      : i == VEOF  ? 4
+                                                   : 0)
+                << c.words << i;
+        EXPECT_TRUE(sameSettings(before)) << c.words;
+    }
+}
+
+TEST_F(Link, ReportsADeviceThatCannotBeOpened) {
+    for (const auto& [device, text] :
+         {std::pair("/nonexistent", "No such file or directory"), {"./", "Is a directory"}}) {
+        const Result r = run(std::string("exec secapp hello -d ") + device);
+        EXPECT_EQ(r.err, std::string(device) + ": " + text + "\n");
+        EXPECT_EQ(r.status, 255);
+    }
+}
+
+TEST_F(Link, RefusesAPortThatAnotherHostHolds) {
+    const int other = open(board.port().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0) << "opened elsewhere without a lock";
+    ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
+    const Result r = run("exec secapp -d $PORT hello");
+    EXPECT_EQ(r.status, 255);
+    EXPECT_TRUE(r.err.starts_with(board.port() + ": Device or resource busy\n")) << r.err;
+    EXPECT_NE(r.err.find("secapp_tests"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find(std::to_string(getpid())), std::string::npos) << r.err;
+    EXPECT_EQ(board.bytes(), "");
+    close(other);
+    EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0);
+}
+
+TEST_F(Link, ReportsADeviceThatVanishesAtOnce) {
+    board.answers.emplace("hello", Answer("half a li", Answer::Style::hangUp));
+    const Result r = run("exec secapp -d $PORT hello");
+    EXPECT_EQ(r.status, 255);
+    EXPECT_LT(r.seconds, 3);
+    EXPECT_EQ(r.err.find("Resource temporarily unavailable"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Error: <Command line>:1: "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("\n   Script cmd:      hello\n   Last target cmd: =hello\nTerminated with errors\n"),
+              std::string::npos)
+        << r.err;
+}
+
+TEST_F(Link, EndsTheDrainingOfAPortThatNeverStopsTalking) {
+    board.babble = std::string(3000, 'z') + "\n";
+    EXPECT_EQ(run("exec secapp -g 1 -d $PORT hello").status, 0);
+}
+
+TEST_F(Link, NeverTalksToTheTargetOnClosedStandardStreams) {
+    board.answers.emplace("hello", "hi\nVQX_OK\n");
+    for (const char* closed : {"<&-", ">&-", "2>&-", "<&- >&- 2>&-"}) {
+        EXPECT_EQ(run(std::string("exec secapp -d $PORT -e s 'echo loud;hello' ") + closed).status, 0)
+            << closed;
+        EXPECT_EQ(withoutNumbers(board.bytes()), "=print #\r=batchmode # \r=hello \r") << closed;
+    }
+}
+
+// The ports of a made folder, listed by the tool's own function.
+class Discovery : public Secapp {
+protected:
+    void addTty(const std::string& name, const std::string& driver) const {
+        std::filesystem::create_directories(folder / "tty" / name);
+        std::filesystem::create_directories(folder / "devices" / name);
+        std::filesystem::create_symlink(folder / "devices" / name, folder / "tty" / name / "device");
+        if (!driver.empty())
+            std::filesystem::create_symlink(driver, folder / "devices" / name / "driver");
+    }
+
+    // Runs the command where the made folder and the board stand in the place of the system's.
+    [[nodiscard]] std::string inMadeSystem(const std::string& command) const {
+        return "mkdir -p dev/pts; ln -sf $PORT dev/ttyACM0; exec unshare " +
+               std::string(getuid() == 0 ? "-m" : "-rm") +
+               " sh -c 'mount --rbind /dev/pts dev/pts && mount --rbind dev /dev && mount --bind tty /sys/class/tty && exec " +
+               command + "'";
+    }
+
+    bool permitted() { return run("mkdir -p tty; " + inMadeSystem("true")).status == 0; }
+};
+
+TEST_F(Discovery, FindsWhatSitsOnAUsbDriver) {
+    addTty("ttyS0", "../../bus/platform/drivers/serial8250");
+    addTty("ttyS1", "");
+    addTty("ttyACM0", "../../bus/USB/drivers/cdc_acm");
+    std::filesystem::create_directories(folder / "tty/console/device/driver");
+    const std::string tty = (folder / "tty/").string();
+    std::string device;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(secapp::getSerialDeviceName(-1, device, tty + "none/"), "No serial ports");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Error reading tty devices (" + tty + "none/): No such file or directory\n");
+    EXPECT_EQ(secapp::serial_get_port_list(tty), std::vector<std::string>{"/dev/ttyACM0"});
+    EXPECT_EQ(secapp::getSerialDeviceName(-1, device, tty), std::nullopt);
+    EXPECT_EQ(device, "/dev/ttyACM0");
+    EXPECT_EQ(secapp::getSerialDeviceName(1, device, tty), "No serial port with index 1");
+    EXPECT_EQ(secapp::getSerialDeviceName(-5, device, tty), "No serial port with index -5");
+    addTty("ttyUSB7", "/sys/bus/usb-serial/drivers/any");
+    EXPECT_EQ(secapp::serial_get_port_count(tty), 2);
+    EXPECT_EQ(secapp::serial_get_port_list(tty), (std::vector<std::string>{"/dev/ttyACM0", "/dev/ttyUSB7"}));
+    EXPECT_EQ(secapp::getSerialDeviceName(-1, device, tty), "Use -d serial_port to select\n");
+    EXPECT_EQ(secapp::getSerialDeviceName(2, device, tty), "No serial port with index 2");
+}
+
+TEST_F(Discovery, UsesTheOnlyPort) {
+    addTty("ttyACM0", "../../bus/usb/drivers/cdc_acm");
+    if (!permitted())
+        GTEST_SKIP() << "no mount namespace";
+    EXPECT_EQ(run(inMadeSystem("secapp hello")).status, 0);
+    EXPECT_EQ(board.conversation(), "hello |");
+    for (const char* letter : {"?", "l"}) {
+        const Result r = run(inMadeSystem(std::string("secapp -d \"") + letter + "\" hello"));
+        EXPECT_EQ(r.err, "USB serial devices:\n/dev/ttyACM0\n");
+        EXPECT_EQ(r.status, 0);
+    }
+    const Result help = run(inMadeSystem("secapp -h"));
+    EXPECT_TRUE(help.out.ends_with("\nTarget commands (implemented on the device):\n")) << help.out;
+}
+
+TEST_F(Discovery, AsksWhenThereAreSeveralPortsOrNone) {
+    if (!permitted())
+        GTEST_SKIP() << "no mount namespace";
+    Result r = run(inMadeSystem("secapp hello"));
+    EXPECT_EQ(r.err, "No serial ports\n");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(run(inMadeSystem("secapp -p")).err, "No serial ports\n");
+
+    std::string list;
+    for (const char* name : {"ttyUSB1", "ttyACM3", "ttyUSB0"})
+        addTty(name, "../../bus/usb/drivers/x");
+    for (const auto& entry : std::filesystem::directory_iterator(folder / "tty"))
+        list.insert(0, "/dev/" + entry.path().filename().string() + "\n");
+    r = run(inMadeSystem("secapp hello"));
+    EXPECT_EQ(r.err, "Multiple serial ports found:\n" + list + "Use -d serial_port to select\n\n");
+    EXPECT_EQ(r.status, 1);
+    r = run(inMadeSystem("secapp -h"));
+    EXPECT_EQ(r.err, "Multiple serial ports found:\n" + list + "Use -d serial_port to select\n\n");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(r.out.ends_with("Any command supported by the target\n")) << r.out;
+}
+
+} // namespace
