@@ -1,0 +1,350 @@
+#include "harness.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+class Transfer : public Secapp {
+protected:
+    Transfer() { region("0x10000", "0x200", "0x1000"); }
+
+    // Gives the board one region, FLASH at 0x1000.
+    void region(const std::string& size, const std::string& page, const std::string& buffer,
+                const std::string& blank = "0xff") {
+        board.answers.insert_or_assign("queryFlash", "Name=FLASH\nBase=0x1000\nSize=" + size +
+                                                         "\nPage=" + page + "\nBuffer=" + buffer +
+                                                         "\nBlank=" + blank + "\nVQX_OK\n");
+    }
+};
+
+// Words of the value 1: their checksum is their number.
+std::string ones(std::size_t bytes) {
+    std::string text(bytes, '\0');
+    for (std::size_t i = 0; i < bytes; i += 4)
+        text[i] = 1;
+    return text;
+}
+
+std::string repeated(const std::string& text, int times) {
+    std::string all;
+    for (; times > 0; times--)
+        all += text;
+    return all;
+}
+
+std::string joined(const std::vector<std::string>& pieces) {
+    std::string all;
+    for (const std::string& piece : pieces)
+        all += piece;
+    return all;
+}
+
+TEST_F(Transfer, ReadsTheRegionList) {
+    const std::string mismatch = "Mismatch between number of device and count of devices returned";
+    struct Case {
+        std::string answer, error, conversation;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"", "", ""},
+             {"No Flash\nName=A\n", "", ""},
+             {"  no flash \n", "", ""},
+             {"Name = A \nSize=1\nPage=1\n", "", "eraseFlash 0|"},
+             {"name=A\nBASE=010\nsiZe=8\npage=8\nVersion=3\n", "", "eraseFlash 8|"},
+             {"Number of Flash Devices=2\nName=A\nSize=1\nPage=1\nName=B\nBase=1\nSize=1\nPage=1\n", "",
+              "eraseFlash 0|eraseFlash 1|"},
+             {"Name=A\nSize=1\nPage=1\nBase=7=8\nBase=0X20 and more\n", "", "eraseFlash 20|"},
+             {"Base=5\nGarbage\n=x\nName=A\nSize=1\nPage=1\n", "", "eraseFlash 0|"},
+             {"Name=A\nSize=0x100\nPage=1\nBase=0x123456700\n", "", "eraseFlash 23456700|"},
+             {"Name=A\nSize=1\nPage=1\nNo Flash\nBase=5\n", "", "eraseFlash 0|"},
+             {"Name=A\nPage=1\nBase=9\n", "No matching memory found A (0x9)", ""},
+             {"Name=A\nSize=1\n", "Memory A has no page size", ""},
+             {"Number of Flash Devices=1\nNo Flash\n", mismatch, ""},
+             {"Number of Flash Devices=2\nName=A\n", mismatch, ""},
+             {"Number of Flash Devices=2\nName=A\nName=B\nName=C\n", mismatch, ""},
+             {"Name=A\nName=B\n", mismatch, ""},
+         }) {
+        board.answers.insert_or_assign("queryFlash", c.answer + "VQX_OK\n");
+        const Result r = runScript("erase all");
+        EXPECT_EQ(r.err, c.error.empty() ? ""
+                                         : report("script:1", c.error, "erase all",
+                                                  c.conversation.empty() ? "=queryFlash" : ""))
+            << c.answer;
+        EXPECT_EQ(board.conversation(), "queryFlash|" + c.conversation) << c.answer;
+    }
+}
+
+TEST_F(Transfer, AsksForTheRegionsWithDebugOptions) {
+    struct Case {
+        std::string letters, conversation;
+    };
+    for (const Case& c : std::vector<Case>{{"NE", "DebugOptions 0|queryFlash|DebugOptions 7|"},
+                                           {"AS", "DebugOptions 5|queryFlash|DebugOptions 7|"},
+                                           {"B", "DebugOptions 2|queryFlash|DebugOptions 7|"},
+                                           {"q", "queryFlash|"}}) {
+        board.answers.insert_or_assign("DebugOptions", "No Flash\nVQX_ERROR ignored\n");
+        const Result r = runScript("queryFlash words", "-e " + c.letters);
+        EXPECT_NE(r.out.find("Buffer=0x1000\nBlank=0xff\n"), std::string::npos) << r.out;
+        EXPECT_EQ(board.conversation(), c.conversation);
+        EXPECT_EQ(runScript("erase all", "-e " + c.letters).status, 0);
+        EXPECT_EQ(board.conversation(), c.conversation + (c.letters == "q" ? "eraseFlash 1000|" : ""));
+    }
+    board.answers.insert_or_assign("queryFlash", "VQX_ERROR no\n");
+    EXPECT_EQ(runScript("erase all", "-e A").err, report("script:1", "no", "erase all", "=queryFlash"));
+    EXPECT_EQ(board.conversation(), "DebugOptions 1|queryFlash|");
+}
+
+TEST_F(Transfer, StagesEncodesAndCommits) {
+    const std::string set = "dataSet 400 ff|";
+    const std::string bytes = "\xAA\xBB\xCC";
+    struct Case {
+        std::string options, image, conversation;
+        int dots = 1;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"", "", set, 0},
+             {"", bytes, set + "databurst 3 0 ffccbbaa|programPage 1000 1|" + set},
+             {"", "\1\0\0\0\2"s, set + "databurst 5 0 ffffff03|programPage 1000 1|" + set},
+             {"", ones(0x201), set + "databurst 201 0 ffffff81|programPage 1000 2|" + set},
+             {"", ones(0x1000), set + "databurst 1000 0 400|programPage 1000 8|" + set},
+             {"", ones(0x2000),
+              set + "databurst 1000 0 400|programPage 1000 8|" + set +
+                  "databurst 1000 0 400|programPage 2000 8|" + set,
+              2},
+             {"-m 0x1800", ones(0x1004),
+              set + "databurst 1000 0 400|programPage 1000 8|" + set + "databurst 4 0 1|programPage 2000 1|" +
+                  set,
+              2},
+             {"-m 0x600", ones(0x1000),
+              set + "databurst 600 0 180|databurst 600 600 180|databurst 400 c00 100|programPage 1000 8|" +
+                  set},
+             {"-m 0x800", ones(0x1000),
+              set + "databurst 800 0 200|databurst 800 800 200|programPage 1000 8|" + set},
+             {"-m 3", "abcdefg",
+              set +
+                  "databurst 3 0 ff636261|databurst 3 3 ff666564|databurst 1 6 ffffff67|programPage 1000 1|" +
+                  set},
+             {"-m 0", ones(0x800), set + "databurst 800 0 200|programPage 1000 4|" + set},
+             {"-m 0x80000000", ones(0x800), set + "databurst 800 0 200|programPage 1000 4|" + set},
+             {"-a 0", ones(136),
+              set + "dataPacket 0" + repeated(" 1", 32) + "|dataPacket 80 1 1|programPage 1000 1|" + set},
+             {"-a 0 -w 64", ones(256),
+              set + "dataPacket 0" + repeated(" 1", 64) + "|programPage 1000 1|" + set},
+             {"-a 0 -w 2", ones(9), set + "dataPacket 0 1 1|dataPacket 8 ffffff01|programPage 1000 1|" + set},
+             {"-a 0 -w 1", "\x44\x33\x22\x11\0\0\0\0"s,
+              set + "dataPacket 0 11223344|dataPacket 4 0|programPage 1000 1|" + set},
+             {"-a 0", bytes, set + "dataPacket 0 ffccbbaa|programPage 1000 1|" + set},
+             {"-a 0", "", set, 0},
+             {"-a 0 -m 4 -w 64", ones(0x1004),
+              set +
+                  [] {
+                      std::string packets;
+                      for (const char* offset : {"0", "100", "200", "300", "400", "500", "600", "700", "800",
+                                                 "900", "a00", "b00", "c00", "d00", "e00", "f00"})
+                          packets += "dataPacket "s + offset + repeated(" 1", 64) + "|";
+                      return packets;
+                  }() +
+                  "programPage 1000 8|" + set + "dataPacket 0 1|programPage 2000 1|" + set,
+              2},
+         }) {
+        write("file", c.image);
+        const Result r = runScript("program file FLASH", c.options);
+        EXPECT_EQ(board.conversation(), "queryFlash|" + c.conversation) << c.options;
+        EXPECT_EQ(joined(board.bursts()), c.options.starts_with("-a") ? "" : c.image) << c.options;
+        EXPECT_EQ(r.err, std::string(static_cast<std::size_t>(c.dots), '.')) << c.options;
+        EXPECT_EQ(masked(r.out),
+                  "\nProgrammed " + std::to_string(c.image.size()) + " bytes to 0x1000 in #s (#KB/sec)\n");
+        EXPECT_EQ(r.status, 0);
+    }
+    EXPECT_EQ(masked(runScript("verify file FLASH").out),
+              "\nVerified 4100 bytes to 0x1000 in #s (#KB/sec)\n");
+    EXPECT_EQ(board.conversation(), "queryFlash|" + set + "databurst 1000 0 400|verifyPage 1000 8|" + set +
+                                        "databurst 4 0 1|verifyPage 2000 1|" + set);
+}
+
+TEST_F(Transfer, TakesBufferAndFillByteFromTheRegion) {
+    struct Case {
+        std::string page, buffer, blank, err, conversation;
+    };
+    const std::string page = "programPage 1000 1|";
+    for (
+        const Case& c : std::vector<Case>{
+            {"512", "0", "0x1FF", ".", "dataSet 80 ff|dataPacket 0 ffffff61|" + page + "dataSet 80 ff|"},
+            {"0x200", "0x300", "0",
+             "Warning: Internal issue. Buffersize not a multiple of page size (768 and 512). Ignoring Buffersize\n.",
+             "dataSet 80 0|dataPacket 0 61|" + page + "dataSet 80 0|"},
+            {"1", "1", "0x5a", ".", "dataSet 0 5a|dataPacket 0 5a5a5a61|" + page + "dataSet 0 5a|"},
+            {"01000", "0x8000", "255", ".",
+             "dataSet 2000 ff|dataPacket 0 ffffff61|" + page + "dataSet 2000 ff|"},
+#ifndef __SANITIZE_ADDRESS__
+            {"512", "0x40000000", "255", ".",
+             "dataSet 10000000 ff|dataPacket 0 ffffff61|" + page + "dataSet 10000000 ff|"},
+#endif
+        }) {
+        region("0x10000", c.page, c.buffer, c.blank);
+        write("file", "a");
+#ifndef __SANITIZE_ADDRESS__
+        const std::string limit = "ulimit -v 300000; ";
+#else
+        const std::string limit;
+#endif
+        const Result r = run(limit + "exec secapp -a 0 -d $PORT program file FLASH");
+        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(board.conversation(), "queryFlash|" + c.conversation);
+    }
+}
+
+TEST_F(Transfer, Fills) {
+    region("0x400", "0x100", "0x200");
+    const std::string set = "dataSet 80 ff|";
+    struct Case {
+        std::string command, conversation, bytes;
+    };
+    const std::string all =
+        set + "databurst 200 0 80|programPage 1000 2|" + set + "databurst 200 0 80|programPage 1200 2|" + set;
+    for (const Case& c : std::vector<Case>{
+             {"+w1 0x12 FLASH 5", set + "databurst 5 0 12121124|programPage 1000 1|" + set,
+              "\x12\x12\x12\x12\x12"},
+             {"+w4 0x11223344 FLASH 6", set + "databurst 6 0 11213344|programPage 1000 1|" + set,
+              "\x44\x33\x22\x11\0\0"s},
+             {"+W2 0xBEEF FLASH 5", set + "databurst 5 0 beefbdef|programPage 1000 1|" + set,
+              "\xEF\xBE\xEF\xBE\0"s},
+             {"+w1 0x1A5 FLASH 2*2", set + "databurst 4 0 a5a5a5a5|programPage 1000 1|" + set,
+              "\xA5\xA5\xA5\xA5"},
+             {"+w1 +w4 1 FLASH", all, ones(0x400)},
+             {"1 all", all, ones(0x400)},
+             {"1 FLASH+0x300", set + "databurst 100 0 40|programPage 1300 1|" + set, ones(0x100)},
+             {"1 FLASH,FLASH+0x100 4",
+              set + "databurst 4 0 1|programPage 1000 1|" + set + set +
+                  "databurst 4 0 1|programPage 1100 1|" + set,
+              ones(4) + ones(4)},
+             {"1 FLASH 0x500", all + "databurst 100 0 40|programPage 1400 1|" + set, ones(0x500)},
+             {"1 FLASH 0", set, ""},
+             {"1 FLASH 0x80001000", set, ""},
+             {"1 FLASH -1", set, ""},
+         }) {
+        const Result r = runScript("program " + c.command);
+        EXPECT_EQ(board.conversation(), "queryFlash|" + c.conversation) << c.command;
+        EXPECT_EQ(joined(board.bursts()), c.bytes) << c.command;
+        EXPECT_EQ(r.status, 0) << r.err;
+    }
+}
+
+TEST_F(Transfer, PatchesTheImageChecksum) {
+    const std::string words = "\1\0\0\0\2\0\0\0\3\0\0\0\4\0\0\0\5\0\0\0\6\0\0\0\7\0\0\0"s;
+    const std::string old = "\xAD\xDE\0\0"s;
+    const std::string rest = image(0x1100);
+    const std::string set = "dataSet 400 ff|";
+    struct Case {
+        std::string command, image, patch, conversation;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"program", words + old, old, set},
+             {"program +C", words + old, "\xE4\xFF\xFF\xFF", set},
+             {"verify +i +c", words + old, "\xE4\xFF\xFF\xFF", set},
+             {"verify +c +I", words + old, "\x78\x56\x34\x12", "readWord 0x101c|" + set},
+             {"program +c", words + old + rest, "\xE4\xFF\xFF\xFF", set},
+             {"program +c", words.substr(0, 5), "", set},
+         }) {
+        write("file", c.image);
+        board.answers.insert_or_assign("readWord", "  0x12345678 is it\nVQX_OK\n");
+        EXPECT_EQ(runScript(c.command + " file FLASH").status, 0) << c.command;
+        std::string expected = c.image;
+        if (!c.patch.empty())
+            expected.replace(28, 4, c.patch);
+        EXPECT_EQ(joined(board.bursts()), expected) << c.command;
+        EXPECT_TRUE(board.conversation().starts_with("queryFlash|" + c.conversation + "databurst "))
+            << c.command;
+        EXPECT_EQ(read("file"), c.image);
+    }
+    write("file", words + old);
+    EXPECT_NE(runScript("program +c file FLASH", "-e dq")
+                  .err.find("DEBUG: Calculated checksum as 0xffffffe4 (was 0xdead)\n\n"),
+              std::string::npos);
+    EXPECT_NE(runScript("verify +i file FLASH", "-e dq")
+                  .err.find("DEBUG: Read checksum from 0x101c as 0x12345678\n\n"),
+              std::string::npos);
+    for (const auto& [answer, error] :
+         {std::pair("xyz\nVQX_OK\n", "No value in the answer to readWord at 0x101c"),
+          {"VQX_OK\n", "No value in the answer to readWord at 0x101c"},
+          {"VQX_ERROR locked\n", "locked"}}) {
+        board.answers.insert_or_assign("readWord", answer);
+        EXPECT_EQ(runScript("verify +i file FLASH").err,
+                  report("script:1", error, "verify +i file FLASH", "=readWord 0x101c"));
+        EXPECT_EQ(board.conversation(), "queryFlash|readWord 0x101c|");
+    }
+}
+
+TEST_F(Transfer, StopsAtTheFirstFailure) {
+    write("file", ones(0x1004));
+    const std::vector<std::string> steps = {
+        "queryFlash",         "dataSet 400 ff", "databurst 1000 0 400", "burst",
+        "programPage 1000 8", "dataSet 400 ff", "databurst 4 0 1",      "burst",
+        "programPage 2000 1", "dataSet 400 ff"};
+    for (std::size_t failing = 0; failing < steps.size(); failing++) {
+        std::size_t step = 0;
+        board.on = [&](const std::string& line) -> std::optional<Answer> {
+            if (line.starts_with("batchmode") || line == "\r" || step++ != failing)
+                return {};
+            return Answer("VQX_ERROR stop\n");
+        };
+        const Result r = runScript("program file FLASH,FLASH");
+        std::string conversation, last;
+        for (std::size_t i = 0; i <= failing; i++)
+            if (steps[i] != "burst")
+                conversation += (last = steps[i]) + "|";
+        EXPECT_EQ(board.conversation(), conversation);
+        EXPECT_TRUE(r.err.ends_with(report("script:1", "stop", "program file FLASH,FLASH", "=" + last)))
+            << r.err;
+        EXPECT_EQ(r.out.find("Programmed"), std::string::npos);
+        EXPECT_EQ(r.status, 255);
+    }
+}
+
+TEST_F(Transfer, GivesUpWhenThePortTakesNothing) {
+    write("file", image(0x8000));
+    board.answers.emplace("databurst", Answer("VQX_OK\n", Answer::Style::deaf));
+    const Result r = run("exec secapp -d $PORT -g 1 download file");
+    EXPECT_TRUE(r.err.starts_with("."
+                                  "Error: <Command line>:1: Resource temporarily unavailable\n"))
+        << r.err;
+    EXPECT_EQ(r.status, 255);
+}
+
+TEST_F(Transfer, DownloadsToRam) {
+    struct Case {
+        std::string options, words;
+        std::size_t size;
+        std::string conversation;
+        int dots;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"", "file more words", 40000,
+              "dataSet 2000 0|databurst 8000 0 2000|dataSet 2000 0|databurst 1c40 0 710|dataSet 2000 0|", 3},
+             {"-m 0", "file", 0, "dataSet 2000 0|", 1},
+             {"-m 1024", "file", 1028,
+              "dataSet 100 0|databurst 400 0 100|dataSet 100 0|databurst 4 0 1|dataSet 100 0|", 3},
+             {"-a 0", "file", 5, "dataSet 2000 0|dataPacket 0 1 1|dataSet 2000 0|", 2},
+             {"", "+C file", 32, "dataSet 2000 0|databurst 20 0 0|dataSet 2000 0|", 2},
+         }) {
+        write("file", ones(c.size));
+        const Result r = runScript("download " + c.words, c.options);
+        EXPECT_EQ(board.conversation(), c.conversation);
+        EXPECT_EQ(r.err, std::string(static_cast<std::size_t>(c.dots), '.'));
+        EXPECT_EQ(masked(r.out),
+                  "\nDownloaded " + std::to_string(c.size) + " bytes to 0x0 in #s (#KB/sec)\n");
+        EXPECT_EQ(joined(board.bursts()).size(), c.options == "-a 0" ? 0 : c.size);
+    }
+    for (const auto& [command, text] : std::vector<std::pair<std::string, std::string>>{
+             {"download", "Filename cannot be empty"},
+             {"download +c", "Filename cannot be empty"},
+             {"Download +x file", "Unknown option '+x' for command Download"},
+             {"download +c +c", "Cannot open download file '+c'"},
+             {"DOWNLOAD none", "Cannot open DOWNLOAD file 'none'"},
+             {"download .", "Cannot open download file '.'"},
+         }) {
+        EXPECT_EQ(runScript(command).err, report("script:1", text, command, "")) << command;
+        EXPECT_EQ(board.conversation(), "") << command;
+    }
+}
+
+} // namespace
