@@ -1,0 +1,190 @@
+// What goes wrong on the way to the simulated target and back, the arithmetic of its link, and its options.
+
+#include "link.h"
+#include "options.h"
+#include "sim_talk.h"
+
+namespace {
+
+using namespace vqxsim;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+TEST(SimFaults, ChangeAnswers) {
+    const std::string version = "VQX companion firmware 1.0 (simulated)\r\nVQX_OK\r\n";
+    const std::string hi = "hi\r\nVQX_OK\r\n";
+    const struct {
+        const char* fault;
+        std::string answer; ///< to: print hi, print hi, version
+    } cases[] = {
+        {"error,at=2,text=Bad luck", hi + "VQX_ERROR Bad luck\r\n" + version},
+        {"error,command=version,status=VQX_FATAL,text=", hi + hi + "VQX_FATAL \r\n"},
+        {"drop,at=3", hi + hi},
+        {"cut,command=print,bytes=1", "hh" + version},
+        {"noend,at=1", "hi\r\nVQX_OK" + hi + version},
+        {"ends,with=CR", "hi\rVQX_OK\rhi\rVQX_OK\rVQX companion firmware 1.0 (simulated)\rVQX_OK\r"},
+        {"ends,with=NUL,at=1", std::string("hi\0VQX_OK\0", 10) + hi + version},
+        {"flood,at=1", "hi\r\n\r\nVQX_OK\r\n" + hi + version},
+    };
+    for (const auto& c : cases) {
+        Talk talk({c.fault});
+        EXPECT_EQ(talk.say("=print hi\r=print hi\r=version\r"), c.answer) << c.fault;
+    }
+    Talk noisy({"noise,bytes=5", "noise,bytes=3,lines=0"});
+    const std::string noise = noisy.line("print hi");
+    EXPECT_EQ(noise.size(), 3 + 5 + 2 + hi.size());
+    EXPECT_TRUE(noise.ends_with("\r\n" + hi));
+    Talk flooded({"flood,bytes=endless,lines=0", "delay,ms=1.5", "split,us=20", "hang,s=2"});
+    flooded.line("print hi");
+    EXPECT_EQ(flooded.last.exchange.floodBytes, UINT64_MAX);
+    EXPECT_EQ(flooded.last.exchange.floodText.find_first_not_of('f'), std::string::npos);
+    EXPECT_EQ(flooded.last.exchange.delay, microseconds(1500));
+    EXPECT_EQ(flooded.last.exchange.bytePause, microseconds(20));
+    EXPECT_EQ(flooded.last.exchange.hang, seconds(2));
+}
+
+TEST(SimFaults, ErrorsKeepTheCommandFromRunning) {
+    Talk talk({"error,command=databurst,count=1", "error,command=programPage"});
+    EXPECT_EQ(talk.lines({"databurst 4 0 0", "print 1"}), "VQX_ERROR Injected error\r\n1\r\n" + ok);
+    talk.program(std::string(0x200, '\0'), "10000000 1");
+    EXPECT_EQ(talk.line("blankCheck 10000000"), ok);
+}
+
+TEST(SimFaults, HitBurstsOnTheirWay) {
+    const std::string bytes = "abcdefgh"; // its words sum to 0xcccac8c6
+    const std::string good = burst(bytes);
+    const std::string next = "=print 1\r";
+    Talk flip({"flip,at=2,offset=7,bit=0"});
+    EXPECT_EQ(flip.say(good), ok + "VQX_ERROR Burst checksum is 0xcdcac8c6, not 0xcccac8c6\r\n");
+    EXPECT_EQ(flip.say(good), ok + ok) << "at=N strikes once";
+    Talk lose({"lose,offset=0"});
+    EXPECT_EQ(lose.say(good), ok);
+    EXPECT_EQ(takeSilence(lose.target).exchange.answer, "VQX_ERROR Burst given up after 7 of 8 bytes\r\n");
+    Talk twice({"double,offset=7"});
+    EXPECT_EQ(twice.say(good + next), ok + ok + "VQX_ERROR Unknown command h=print\r\n");
+    Talk random({"flip"});
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_NE(random.say(good), ok + ok);
+    }
+}
+
+TEST(SimFaults, KeepBitsOfFlashCells) {
+    const std::string zeros(0x200, '\0');
+    Talk seen({"stuckprogram,addr=0x10000005,bit=3", "stuckerase,command=eraseFlash,count=1"});
+    EXPECT_EQ(seen.program(zeros, "10000000 1"), ok + ok + "VQX_ERROR Program failed at 0x10000005\r\n");
+    EXPECT_EQ(seen.line("dump 10000004 3"), "10000004: 00 08 00\r\n" + ok);
+    EXPECT_EQ(seen.line("eraseFlash 10000000").substr(0, 29), "VQX_ERROR Erase failed at 0x1");
+    EXPECT_NE(seen.line("blankCheck 10000000"), ok);
+    EXPECT_EQ(seen.lines({"eraseFlash 10000000", "blankCheck 10000000"}), ok + ok);
+    Talk unseen({"stuckprogram,silent=1", "stuckerase,silent=1"});
+    EXPECT_EQ(unseen.program(zeros, "10000000 1"), ok + ok + ok);
+    EXPECT_NE(unseen.line("verifyPage 10000000 1"), ok);
+    EXPECT_EQ(unseen.line("eraseFlash 10000000"), ok);
+    EXPECT_NE(unseen.line("blankCheck 10000000"), ok);
+}
+
+TEST(SimFaults, UnplugAtAByteOrAnExchange) {
+    Talk byte({"unplug,byte=12,replug=0.5"});
+    EXPECT_EQ(byte.say("=print 1\r"), "1\r\n" + ok);
+    EXPECT_FALSE(byte.last.exchange.unplug);
+    std::optional<Outcome> outcome;
+    EXPECT_EQ(takeBytes(byte.target, "=version\r", outcome), 3U) << "the bytes behind it never arrive";
+    ASSERT_TRUE(outcome && outcome->exchange.unplug);
+    EXPECT_EQ(outcome->exchange.replug, milliseconds(500));
+    Talk exchange({"unplug,at=2"});
+    exchange.say("=print 1\r=print 1\r");
+    EXPECT_TRUE(exchange.last.exchange.unplug);
+}
+
+TEST(SimFaults, RepeatThemselvesFromTheSeed) {
+    const auto run = [](unsigned seed) {
+        Talk talk({"error,chance=30", "noise,chance=20"});
+        talk.target.random.seed(seed);
+        std::string answers;
+        for (int i = 0; i < 50; ++i) {
+            answers += talk.line("print 1");
+        }
+        return answers;
+    };
+    EXPECT_EQ(run(1), run(1));
+    EXPECT_NE(run(1), run(2));
+}
+
+TEST(SimOptions, RefuseNonsense) {
+    const struct {
+        std::vector<const char*> words;
+        const char* message; ///< its beginning; empty: accepted
+    } cases[] = {
+        {{"--region", "A,base=0x10,size=1M,page=0,buffer=4K,blank=0"}, ""},
+        {{"--fault", "flood,bytes=endless,lines=0,chance=0.5,count=2", "--", "x", "--bad"}, ""},
+        {{"--bad"}, "bad option '--bad'"},
+        {{"--region", "A,sise=1"}, "option --region: unknown region setting 'sise=1'"},
+        {{"--region", "A,size=0x1000000000"}, "option --region: bad number"},
+        {{"--region", "A,size=0x100000M"}, "option --region: bad number"},
+        {{"--no-flash", "--region", "A"}, "--no-flash and --region"},
+        {{"--fault", "drop,ms=1"}, "option --fault: fault drop has no setting 'ms'"},
+        {{"--fault", "drop,at=0"}, "option --fault: bad value in 'at=0'"},
+        {{"--fault", "delay,ms=nan"}, "option --fault: bad value"},
+        {{"--fault", "unplug,replug=1"}, "a device that is plugged in again needs --link"},
+    };
+    for (const auto& c : cases) {
+        std::vector<char*> words{const_cast<char*>("vqxsim")};
+        for (const char* word : c.words) {
+            words.push_back(const_cast<char*>(word));
+        }
+        words.push_back(nullptr);
+        Options options;
+        const Failure failure = readOptions(static_cast<int>(words.size()) - 1, words.data(), options);
+        EXPECT_EQ(failure.value_or("").substr(0, std::string_view(c.message).size()), c.message)
+            << c.words[0];
+        EXPECT_EQ(failure.has_value(), c.message[0] != '\0') << c.words.back();
+    }
+}
+
+TEST(SimLink, TakesExactlyTheNominalTime) {
+    Link link;
+    link.speed = {1000000, milliseconds(1)};
+    link.wakeUp = microseconds(20);
+    TimePoint now = TimePoint() + seconds(100);
+    const TimePoint start = now;
+    Outcome outcome;
+    outcome.exchange.answer = ok;
+    for (int i = 0; i < 100; ++i) {
+        now += link.wakeUp; // the simulator sees the host's bytes a little later
+        TimePoint arrived = carryBytes(link, now, 30000);
+        arrived = carryBytes(link, now + milliseconds(3), 2768);
+        queueAnswer(link, outcome, arrived);
+        EXPECT_TRUE(dueBytes(link, *nextDue(link) - microseconds(1)).empty());
+        now = *nextDue(link) + microseconds(70); // and sends late
+        EXPECT_EQ(dueBytes(link, now), ok);
+        ASSERT_TRUE(noteSent(link, ok.size(), now));
+    }
+    const Duration nominal = 100 * (microseconds(32768 + 8) + milliseconds(1));
+    EXPECT_NEAR(static_cast<double>((now - start).count()), static_cast<double>(nominal.count()), 100000);
+}
+
+TEST(SimLink, SpacesBytesAndRepeatsFloods) {
+    Link link;
+    const TimePoint now = TimePoint() + seconds(1);
+    Outcome outcome;
+    outcome.busy = milliseconds(5);
+    outcome.exchange.answer = "ab";
+    outcome.exchange.bytePause = milliseconds(2);
+    outcome.exchange.floodText = "xyz";
+    outcome.exchange.floodBytes = 7;
+    outcome.exchange.answerAfterFlood = "!";
+    queueAnswer(link, outcome, now);
+    std::string got;
+    TimePoint last = now;
+    while (const auto due = nextDue(link)) {
+        last = std::max(last, *due);
+        const std::string_view bytes = dueBytes(link, last);
+        got += bytes.front();
+        static_cast<void>(noteSent(link, 1, last));
+    }
+    EXPECT_EQ(got, "abxyzxyzx!");
+    EXPECT_EQ(last - now, milliseconds(7));
+}
+
+} // namespace

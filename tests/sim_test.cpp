@@ -1,0 +1,202 @@
+// The simulated target as bytes in and bytes out, without a terminal.
+
+#include "sim_talk.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+using namespace vqxsim;
+
+TEST(SimFirmware, AnswersCommands) {
+    const struct {
+        const char* command;
+        const char* answer;
+    } cases[] = {
+        {"print  a  b ", "a  b\r\nVQX_OK\r\n"},
+        {"queryPart", "Partid = 0x51a0c0de\r\nDecode = VQX51\r\nCore clock = 12000000\r\nVQX_OK\r\n"},
+        {"queryMORVI", "VQX_ERROR No external flash\r\n"},
+        {"nonsense 1", "VQX_ERROR Unknown command nonsense\r\n"},
+        {"dataSet 2000", "VQX_ERROR Usage: dataSet words fill\r\n"},
+        {"dataSet 2001 0", "VQX_ERROR 0x8004 bytes at offset 0x0 exceed the buffer of 0x8000 bytes\r\n"},
+        {"dataSet ffffffff 0",
+         "VQX_ERROR 0x3fffffffc bytes at offset 0x0 exceed the buffer of 0x8000 bytes\r\n"},
+        {"dataSet x 0", "VQX_ERROR Not a hexadecimal number: x\r\n"},
+        {"dataSet 100000000 0", "VQX_ERROR Number out of range: 100000000\r\n"},
+        {"dataPacket 7ffd 0", "VQX_ERROR 0x4 bytes at offset 0x7ffd exceed the buffer of 0x8000 bytes\r\n"},
+        {"databurst 0 0 0", "VQX_ERROR Burst of no bytes\r\n"},
+        {"databurst 1 ffffffff 0",
+         "VQX_ERROR 0x1 bytes at offset 0xffffffff exceed the buffer of 0x8000 bytes\r\n"},
+        {"programPage 10000001 1", "VQX_ERROR Address 0x10000001 is not at the start of a page\r\n"},
+        {"programPage 10000000 0", "VQX_ERROR No pages given\r\n"},
+        {"programPage 10000e00 2", "VQX_ERROR 0x2 pages at 0x10000e00 exceed memory FLASH\r\n"},
+        {"programPage 10000200 80000000000000",
+         "VQX_ERROR 0x80000000000000 pages at 0x10000200 exceed memory FLASH\r\n"},
+        {"programPage 10001000 1", "VQX_ERROR Address 0x10001000 is in no flash region\r\n"},
+        {"programPage ffffff00 1", "VQX_ERROR Memory PAGELESS has no page size\r\n"},
+        {"programPage ffffffffffffff00 1", "VQX_ERROR Address 0xffffffffffffff00 is in no flash region\r\n"},
+        {"readWord 0x1000001C", "0xffffffff\r\nVQX_OK\r\n"},
+        {"readWord 20000070", "0x5a5a5a5a\r\nVQX_OK\r\n"},
+        {"readWord 20000074", "VQX_ERROR Address 0x20000074 is in no flash region\r\n"},
+        {"readWord 10000002", "VQX_ERROR Address 0x10000002 is not at the start of a word\r\n"},
+        {"dump 20000072 2", "20000072: 5a 5a\r\nVQX_OK\r\n"},
+        {"dump 20000072 3", "VQX_ERROR 0x3 bytes at 0x20000072 exceed memory ODD\r\n"},
+        {"dump 10000000 ffffffffffffffff", "VQX_ERROR At most 0x100000 bytes at a time\r\n"},
+        {"eraseFlash 0", "VQX_ERROR Address 0x00000000 is in no flash region\r\n"},
+        {"otp_ProgUSBID 0x1234 66", "VQX_OK\r\n"},
+        {"otp_ProgUSBID 4660 0x42", "VQX_OK\r\n"},
+        {"otp_ProgUSBID 1 2",
+         "VQX_ERROR USB identifiers are already programmed: product 0x1234, vendor 0x0042\r\n"},
+    };
+    Talk talk;
+    for (const auto& c : cases) {
+        EXPECT_EQ(talk.line(c.command), c.answer) << c.command;
+    }
+    EXPECT_EQ(talk.line("queryFlash").substr(0, 75),
+              "Number of Flash Devices = 3\r\nName = FLASH\r\nBase = 0x10000000\r\nSize = 0x1000");
+    EXPECT_EQ(Talk(std::vector<RegionSpec>{}).line("queryFlash"), "No Flash\r\nVQX_OK\r\n");
+}
+
+TEST(SimFirmware, FramesLinesHoweverTheyArrive) {
+    const std::string input =
+        "=print 1\r=print 2\n=print 3\r\n\r\n\n = print 4 \rprint 5\r=\r=databurst 4 0 4d4d4d4d\r\r=\n\x40"
+        "=dump 10000000 1\r=" +
+        std::string(5000, 'x') + "\r";
+    const std::string answers =
+        "1\r\nVQX_OK\r\n2\r\nVQX_OK\r\n3\r\nVQX_OK\r\nVQX_OK\r\nVQX_OK\r\n4\r\nVQX_OK\r\n5\r\nVQX_OK\r\nVQX_OK\r\nVQX_OK\r\n"
+        "VQX_ERROR Burst checksum is 0x400a3d0d, not 0x4d4d4d4d\r\n"
+        "10000000: ff\r\nVQX_OK\r\nVQX_ERROR Line of more than 4096 characters\r\n";
+    for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, input.size()}) {
+        Talk talk;
+        std::string got;
+        for (std::size_t at = 0; at < input.size(); at += piece) {
+            got += talk.say(std::string_view(input).substr(at, piece));
+        }
+        EXPECT_EQ(got, answers) << piece;
+    }
+}
+
+TEST(SimFirmware, RepeatsLinesUntilBatchMode) {
+    Firmware firmware;
+    ASSERT_EQ(startFirmware(firmware, {}), std::nullopt);
+    EXPECT_EQ(
+        converse(firmware, "=print 7\r\r=batchmode 1\r=print 8\r=batchmode 0\r=print 9\r"),
+        "=print 7\r\n7\r\nVQX_OK\r\nVQX_OK\r\n=batchmode 1\r\nVQX_OK\r\n8\r\nVQX_OK\r\nVQX_OK\r\n=print 9\r\n9\r\nVQX_OK\r\n");
+}
+
+TEST(SimFirmware, TakesSilenceAsAnEnd) {
+    Talk talk;
+    EXPECT_EQ(patience(talk.target.firmware), std::nullopt);
+    EXPECT_EQ(talk.say("=half a line"), "");
+    EXPECT_EQ(patience(talk.target.firmware), std::nullopt) << "a command line ends with its line end";
+    talk.say("\r");
+    EXPECT_EQ(talk.say("version"), "");
+    EXPECT_EQ(patience(talk.target.firmware), rawTextPatience);
+    EXPECT_TRUE(takeSilence(talk.target).exchange.answer.ends_with(ok));
+    EXPECT_EQ(talk.say("=databurst 4 0 0\rab"), ok);
+    EXPECT_EQ(patience(talk.target.firmware), burstPatience);
+    EXPECT_EQ(takeSilence(talk.target).exchange.answer, "VQX_ERROR Burst given up after 2 of 4 bytes\r\n");
+    EXPECT_EQ(talk.line("print on"), "on\r\n" + ok);
+}
+
+TEST(SimFirmware, SumsBurstsInLittleEndianWords) {
+    const std::pair<std::string, std::uint32_t> cases[] = {
+        {"", 0},
+        {{1, 0, 0, 0, 2}, 0xFFFFFF03},
+        {"\xAA\xBB\xCC", 0xFFCCBBAA},
+        {"\x01\x02", 0xFFFF0201},
+        {"\xFF\xFF\xFF\xFF\x02" + std::string(3, '\0'), 1},
+    };
+    for (const auto& [bytes, sum] : cases) {
+        EXPECT_EQ(burstChecksum(bytes), sum);
+    }
+}
+
+TEST(SimFirmware, StoresOnlyWhatItWasToldCorrectly) {
+    Talk talk;
+    talk.line("dataSet 2000 ff");
+    EXPECT_EQ(talk.say(burst("abc", 0x7FFD)), ok + ok) << "up to the buffer's end";
+    EXPECT_EQ(talk.say("=databurst 4 0 12345678\r\1\2\3\4"),
+              ok + "VQX_ERROR Burst checksum is 0x4030201, not 0x12345678\r\n");
+    EXPECT_EQ(talk.line("dataPacket 8 44332211 0 x"), "VQX_ERROR Not a hexadecimal number: x\r\n");
+    EXPECT_EQ(talk.line("dataPacket 10 44332211 1"), ok);
+    EXPECT_EQ(
+        talk.lines({"programPage 10000000 1", "dump 10000000 18"}),
+        ok +
+            "10000000: ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff\r\n10000010: 11 22 33 44 01 00 00 00\r\n" +
+            ok);
+}
+
+TEST(SimFlash, ProgramsLikeNor) {
+    for (const RegionSpec& spec : {flashRegion, oddRegion, RegionSpec{"ZERO", 0, 0x400, 0x20, 0x8000, 0}}) {
+        Talk talk({spec});
+        const std::string at = format("%x", static_cast<unsigned>(spec.base));
+        const auto blank = static_cast<char>(spec.blank);
+        std::string first(2 * spec.page, blank);
+        std::string second = first;
+        first[3] ^= 0x11;
+        second[3] ^= 0x31;
+        EXPECT_EQ(talk.program(first, at + " 2"), ok + ok + ok);
+        EXPECT_EQ(talk.program(second, at + " 2"), ok + ok + ok) << "more bits may leave their blank value";
+        second[spec.page] ^= 0x01;
+        second[3] ^= 0x20;
+        const std::string error =
+            format("VQX_ERROR Program failed at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3));
+        EXPECT_EQ(talk.program(second, at + " 2"), ok + ok + error) << "a bit never goes back";
+        EXPECT_EQ(talk.line("verifyPage " + at + " 2"),
+                  format("VQX_ERROR Verify failed at 0x%08x: flash holds 0x%02x, buffer 0x%02x\r\n",
+                         static_cast<unsigned>(spec.base + 3), spec.blank ^ 0x31U, spec.blank ^ 0x11U));
+        EXPECT_EQ(talk.line("blankCheck " + at),
+                  format("VQX_ERROR Not blank at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3)));
+        EXPECT_EQ(talk.line(format("eraseFlash %x", static_cast<unsigned>(spec.base + spec.size - 1))), ok);
+        EXPECT_EQ(talk.line("blankCheck " + at), ok);
+    }
+}
+
+TEST(SimFlash, ErasesOnlyTheRegionOfTheAddress) {
+    Talk talk;
+    talk.program(std::string(0x10, '\0'), "20000004 1");
+    talk.program(std::string(0x200, '\0'), "10000000 1");
+    EXPECT_EQ(talk.lines({"eraseFlash 10000fff", "blankCheck 10000000"}), ok + ok);
+    EXPECT_EQ(talk.line("blankCheck 20000010"), "VQX_ERROR Not blank at 0x20000004\r\n");
+}
+
+TEST(SimFlash, ClaimsOfGigabytesCostNothing) {
+    Talk talk({{"HUGE", 0x40000000, 0xFFFFFFFF, 16, 0xFFFFFFF0, 0xFF}});
+    EXPECT_EQ(talk.line("dataSet 3ffffffc 0"), ok);
+    EXPECT_EQ(talk.program(std::string(16, 'x'), "13fffffee 1"),
+              ok + ok + "VQX_ERROR Address 0x13fffffee is not at the start of a page\r\n");
+    EXPECT_EQ(talk.program(std::string(16, 'x'), "13fffffe0 1"), ok + ok + ok);
+    EXPECT_EQ(talk.line("blankCheck 40000000"), "VQX_ERROR Not blank at 0x13fffffe0\r\n");
+    EXPECT_EQ(talk.lines({"eraseFlash 40000000", "blankCheck 40000000"}), ok + ok);
+}
+
+TEST(SimFlash, KeepsRegionsInFiles) {
+    const std::string folder = testing::TempDir() + "sim_test_memory";
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directory(folder);
+    const auto content = [&] {
+        std::ifstream file(folder + "/FLASH.bin", std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    const std::string image = "image" + std::string(507, '\xFF');
+    Talk talk({flashRegion}, folder);
+    ASSERT_EQ(talk.failure, std::nullopt);
+    EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
+    EXPECT_EQ(talk.program(image, "10000000 1"), ok + ok + ok);
+    EXPECT_EQ(content().substr(0, 512), image) << "visible while the target runs";
+    {
+        Talk eraser({flashRegion}, folder);
+        EXPECT_EQ(eraser.line("eraseFlash 10000000"), ok);
+        EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
+        EXPECT_EQ(eraser.program(image, "10000000 1"), ok + ok + ok);
+    }
+    EXPECT_EQ(Talk({flashRegion}, folder).line("dump 10000000 5"), "10000000: 69 6d 61 67 65\r\n" + ok);
+    EXPECT_NE(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).failure, std::nullopt) << "another size";
+    EXPECT_NE(Talk({{"../FLASH"}}, folder).failure, std::nullopt);
+    EXPECT_NE(Talk({flashRegion, flashRegion}, folder).failure, std::nullopt) << "one file for two regions";
+    std::filesystem::remove_all(folder);
+}
+
+} // namespace
