@@ -106,8 +106,8 @@ Failure openFolder(Flash& flash) {
     std::uint64_t ready = 0;
     for (Region& region : flash.regions) {
         const std::string& name = region.spec.name;
-        if (name.empty() || name.size() > 250 || name.find('/') != name.npos ||
-            name.find('\0') != name.npos) {
+        if (name.empty() || name.size() > 250 || name.find('/') != std::string::npos ||
+            name.find('\0') != std::string::npos) {
             return format("Region name '%s' does not serve as a file name", printable(name, 64).c_str());
         }
         if (!names.insert(name).second) {

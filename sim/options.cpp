@@ -158,6 +158,7 @@ constexpr auto optionRows = std::to_array<OptionRow>({
 
 std::vector<option> longOptions() {
     std::vector<option> rows;
+    rows.reserve(optionRows.size() + 1);
     for (const OptionRow& row : optionRows) {
         rows.push_back({row.name, row.argument != nullptr ? required_argument : no_argument, nullptr, 0});
     }
