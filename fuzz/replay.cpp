@@ -1,8 +1,8 @@
 #include "fuzz.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 
 /// Runs a fuzz target on every file of the folder that the argument names.
@@ -13,7 +13,8 @@ int main(int argc, char** argv) {
         std::ifstream file(entry.path(), std::ios::binary);
         const std::string input{std::istreambuf_iterator<char>(file), {}};
         fuzzing::require(file.good() || file.eof(), entry.path().c_str());
-        std::fprintf(stderr, "%s\n", entry.path().c_str());
+        // Not through stderr, which the target may have silenced.
+        std::cerr << entry.path().string() << std::endl;
         LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
         ++inputs;
     }

@@ -1,0 +1,152 @@
+#include "fuzz.h"
+
+#include "firmware.h"
+
+#include <algorithm>
+#include <vector>
+
+using namespace fuzzing;
+using vqxsim::Firmware;
+using vqxsim::RequestKind;
+
+namespace {
+
+/// In the input: the host is silent for longer than the firmware's patience.
+constexpr char silenceByte = '\x01';
+
+/// Beyond twice its request, which it may repeat and print, no answer is longer than this.
+constexpr std::size_t answerRoom = 8192;
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// What a host can change. Sizes that are no multiples of anything show whether memory behind a region is
+/// used.
+struct State {
+    std::vector<Bytes> regions;
+    Bytes buffer;
+    bool operator==(const State&) const = default;
+};
+
+/// The content without touching anything, which would change what the memory does next.
+Bytes contentOf(const vqxsim::SparseMemory& memory) {
+    constexpr std::size_t blockSize = 0x10000;
+    constexpr std::size_t pageSize = 4096;
+    Bytes content(memory.size);
+    for (std::size_t start = 0; start < content.size(); start += blockSize) {
+        const std::size_t length = std::min(blockSize, content.size() - start);
+        if (memory.touched[start / blockSize])
+            std::copy_n(memory.bytes.get() + start, length, content.data() + start);
+        else
+            std::fill_n(content.data() + start, length, memory.fillValue[start / blockSize]);
+    }
+    const std::uint8_t* const end = memory.bytes.get() + content.size();
+    const std::size_t behind = (pageSize - content.size() % pageSize) % pageSize;
+    require(std::all_of(end, end + behind, [](std::uint8_t byte) { return byte == 0; }),
+            "the memory behind a region is untouched");
+    return content;
+}
+
+State stateOf(const Firmware& firmware) {
+    State state{.regions = {}, .buffer = contentOf(firmware.buffer)};
+    for (const vqxsim::Region& region : firmware.flash.regions)
+        state.regions.push_back(region.memory ? contentOf(*region.memory)
+                                              : Bytes(region.spec.size, region.spec.blank));
+    return state;
+}
+
+bool succeeded(const vqxsim::Reply& reply) {
+    return reply.text.ends_with("VQX_OK\r\n");
+}
+
+/// The answer to the request's arguments under another command word.
+bool doesToo(Firmware& firmware, std::string_view command, const vqxsim::Request& request) {
+    vqxsim::Request other = request;
+    other.text = std::string(command) + request.text.substr(vqxsim::requestWord(request).size());
+    return succeeded(vqxsim::execute(firmware, other));
+}
+
+/// Programming only moves bits away from their blank value.
+bool onlyProgrammed(const Firmware& firmware, const State& before, const State& after) {
+    for (std::size_t i = 0; i < before.regions.size(); ++i) {
+        const std::uint8_t blank = firmware.flash.regions[i].spec.blank;
+        const auto keepsBits = [=](std::uint8_t old, std::uint8_t now) {
+            return ((old ^ blank) & ~(now ^ blank)) == 0;
+        };
+        if (!std::equal(before.regions[i].begin(), before.regions[i].end(), after.regions[i].begin(),
+                        keepsBits))
+            return false;
+    }
+    return true;
+}
+
+void checkChange(Firmware& firmware, const vqxsim::Request& request, bool success, const State& before,
+                 const State& after) {
+    const std::string_view word = vqxsim::requestWord(request);
+    const bool stages = word == "dataSet" || word == "dataPacket" || word == "burst";
+    const bool programs = word == "programPage";
+    const bool erases = word == "eraseFlash";
+    require((stages && success) || before.buffer == after.buffer, "what changes the transfer buffer");
+    require(programs || (erases && success) || before.regions == after.regions, "what changes the flash");
+    require(!programs || onlyProgrammed(firmware, before, after), "programming never erases");
+    if (programs && success)
+        require(doesToo(firmware, "verifyPage", request), "programmed pages verify");
+    if (erases && success)
+        require(doesToo(firmware, "blankCheck", request), "an erased region is blank");
+    if (word == "burst" && success) {
+        Bytes expected = before.buffer;
+        require(request.header.offset + request.text.size() <= expected.size(), "a burst lies in the buffer");
+        std::copy(request.text.begin(), request.text.end(),
+                  expected.begin() + static_cast<std::ptrdiff_t>(request.header.offset));
+        require(expected == after.buffer, "a burst is stored as it came");
+    }
+}
+
+void answer(Firmware& firmware, const vqxsim::Request& request, State& state) {
+    const vqxsim::Reply reply = vqxsim::execute(firmware, request);
+    require(reply.text.size() <= 2 * request.text.size() + answerRoom, "an answer is bounded");
+    const std::size_t lineEnd = reply.text.rfind('\n', reply.text.size() - 2);
+    const std::string status = reply.text.substr(lineEnd == std::string::npos ? 0 : lineEnd + 1);
+    require(status == "VQX_OK\r\n" || (status.starts_with("VQX_ERROR ") && status.ends_with("\r\n")),
+            "an answer ends with a status line");
+    State after = stateOf(firmware);
+    checkChange(firmware, request, succeeded(reply), state, after);
+    state = std::move(after);
+}
+
+void startFuzzed(Firmware& firmware) {
+    const vqxsim::FirmwareConfig config{
+        .regions =
+            {{.name = "FLASH", .base = 0x1000, .size = 1000, .page = 8, .buffer = 512, .blank = 0xFF},
+             {.name = "MORVI", .base = 0x2000, .size = 700, .page = 7, .buffer = 64, .blank = 0x00},
+             {.name = "ODD", .base = 0xFFFFFF00, .size = 0x180, .page = 0, .buffer = 0x8001, .blank = 0x5A},
+             {.name = "FAR", .base = 0x100000000, .size = 3, .page = 1, .buffer = 0, .blank = 0xFF}},
+        .folder = {}};
+    require(!vqxsim::startFirmware(firmware, config), "the firmware starts");
+}
+
+} // namespace
+
+/// Any bytes reach the simulated firmware. After each request its memory and its answer are what they may be.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Firmware firmware;
+    startFuzzed(firmware);
+    State state = stateOf(firmware);
+    std::string_view rest = textOf(data, size);
+    while (!rest.empty()) {
+        std::optional<vqxsim::Request> request;
+        if (rest.front() == silenceByte) {
+            rest.remove_prefix(1);
+            if (vqxsim::patience(firmware))
+                request = vqxsim::endSilence(firmware);
+        } else {
+            const std::string_view arriving = rest.substr(0, rest.find(silenceByte));
+            const std::size_t taken = vqxsim::collectRequest(firmware, arriving, request);
+            require(taken > 0 && taken <= arriving.size(), "the firmware takes of what arrives");
+            rest.remove_prefix(taken);
+        }
+        if (request)
+            answer(firmware, *request, state);
+        require(firmware.line.size() <= vqxsim::lineLimit + 1, "an arriving line is bounded");
+    }
+    return 0;
+}

@@ -1,0 +1,58 @@
+#include "memory_port.h"
+
+#include "commands/image_file.h"
+
+#include <charconv>
+
+namespace fuzzing {
+
+std::optional<std::string> madeImage(std::string_view name) {
+    constexpr std::string_view start = "image";
+    constexpr std::size_t sizeLimit = 20000;
+    if (!name.starts_with(start))
+        return std::nullopt;
+    std::size_t size = 0;
+    const char* const end = name.data() + name.size();
+    const auto [stop, error] = std::from_chars(name.data() + start.size(), end, size);
+    if (error != std::errc() || stop != end || size > sizeLimit)
+        return std::nullopt;
+    std::string image(size, '\0');
+    std::uint32_t state = static_cast<std::uint32_t>(size) + 1;
+    for (char& byte : image) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<char>(state >> 24);
+    }
+    return image;
+}
+
+} // namespace fuzzing
+
+// Stands in for that room of the tool: a fuzzer must not read whatever files its inputs happen to name.
+namespace secapp {
+namespace {
+
+/// Owned here, because a stream on memory does not keep the memory.
+std::string opened;
+
+} // namespace
+
+File openDataFile(const std::string& path) {
+    const std::optional<std::string> image = fuzzing::madeImage(path);
+    if (!image)
+        return nullptr;
+    opened = *image;
+    return File(::fmemopen(opened.data(), opened.size(), "rb"));
+}
+
+std::optional<ImageFile> openImageFile(const std::string& path) {
+    File stream = openDataFile(path);
+    if (!stream)
+        return std::nullopt;
+    return ImageFile{std::move(stream), static_cast<std::int64_t>(opened.size())};
+}
+
+bool wasReadWhole(const ImageFile& image) {
+    return std::ferror(image.stream.get()) == 0 && ::ftello(image.stream.get()) == image.size;
+}
+
+} // namespace secapp

@@ -1,0 +1,154 @@
+#include "fresh_variables.h"
+#include "fuzz.h"
+#include "memory_port.h"
+
+#include "frontend/prompt.h"
+#include "frontend/script.h"
+#include "frontend/variables.h"
+#include "link/timing.h"
+#include "link/wire.h"
+#include "support/echo.h"
+#include "transfer/encoders.h"
+#include "transfer/staging.h"
+
+#include <algorithm>
+#include <vector>
+
+using namespace fuzzing;
+
+namespace {
+
+/// Enough for variables that double their length with each command to reach their limit.
+constexpr int commandLimit = 40;
+
+/// Whoever sits at the terminal says yes to everything.
+constexpr std::string_view answers =
+    "\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n"
+    "\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n";
+static_assert(answers.size() >= std::size_t{2} * commandLimit);
+
+void startTarget() {
+    const vqxsim::FirmwareConfig config{.regions = {{.name = "FLASH",
+                                                     .base = 0x10000000,
+                                                     .size = 0x2000,
+                                                     .page = 512,
+                                                     .buffer = 0x800,
+                                                     .blank = 0xFF},
+                                                    {.name = "BANKB",
+                                                     .base = 0x10002000,
+                                                     .size = 0x1000,
+                                                     .page = 64,
+                                                     .buffer = 0x100,
+                                                     .blank = 0x00},
+                                                    {.name = "MORVI",
+                                                     .base = 0xFFFFF000,
+                                                     .size = 0x1000,
+                                                     .page = 256,
+                                                     .buffer = 0x80,
+                                                     .blank = 0xFF}},
+                                        .folder = {}};
+    MemoryPort& port = memoryPort();
+    port.toHost.clear();
+    require(!vqxsim::startFirmware(port.firmware, config), "the firmware starts");
+}
+
+/// Settings from the command line; returns the echo flags.
+std::uint32_t applySettings(unsigned settings) {
+    secapp::setBufferEncodeAlgorithm(settings & 1);
+    secapp::setWordsPerLine((settings & 2) != 0 ? 1 : secapp::maxWordsPerLine);
+    secapp::setMaxTransferBufferSize((settings & 4) != 0 ? 100 : 0);
+    memoryPort().writeLimit = (settings & 8) != 0 ? 7 : 4096;
+    return (settings & 16) != 0 ? ~secapp::ECHO_IMMEDIATE : 0;
+}
+
+void resetTool() {
+    silenceOutput();
+    static std::FILE* const terminal = ::fmemopen(const_cast<char*>(answers.data()), answers.size(), "r");
+    require(terminal != nullptr, "the answers can be read");
+    std::rewind(terminal);
+    stdin = terminal;
+    secapp::forgetVariables();
+    secapp::setScriptPause(0);
+    secapp::HandlerData record;
+    require(!secapp::runScriptCommand(record, "timer stop", 0), "a timer can always be stopped");
+}
+
+bool isQuiet(const MemoryPort& port) {
+    return port.toHost.empty() && port.firmware.line.empty() && !port.firmware.burst;
+}
+
+/// What a successful command with a plain address promised: the target holds the image, or the region is
+/// blank.
+void checkPromise(std::string_view command) {
+    std::vector<std::string> words;
+    while (const auto word = secapp::nextWord(command))
+        words.emplace_back(*word);
+    const std::string verb = words.empty() ? "" : lowered(words[0]);
+    const bool transfers = verb == "program" || verb == "verify";
+    const bool blanks = verb == "erase" || verb == "blankcheck";
+    if ((!transfers || words.size() != 3) && (!blanks || words.size() != 2))
+        return;
+    const std::optional<std::uint64_t> address = vqxsim::parseNumber(words.back());
+    const std::optional<std::string> image = transfers ? madeImage(words[1]) : std::nullopt;
+    // The rest of such commands needs a second evaluation of expressions.
+    if (!address || !words.back().starts_with("0x") || *address > UINT32_MAX || (transfers && !image))
+        return;
+    vqxsim::Flash& flash = memoryPort().firmware.flash;
+    const vqxsim::Region* const region = vqxsim::findRegion(flash, *address);
+    require(region != nullptr, "what succeeds has a region");
+    const std::uint64_t start = transfers ? *address : region->spec.base;
+    std::vector<std::uint8_t> found;
+    const vqxsim::Failure failure =
+        vqxsim::readFlash(flash, start, transfers ? image->size() : region->spec.size, found);
+    require(!failure, "an image lies in one region");
+    if (transfers)
+        require(std::equal(found.begin(), found.end(), image->begin(), image->end(),
+                           [](std::uint8_t byte, char c) { return byte == static_cast<std::uint8_t>(c); }),
+                "success means that the target holds the image");
+    else
+        require(std::all_of(found.begin(), found.end(),
+                            [&](std::uint8_t byte) { return byte == region->spec.blank; }),
+                "success means that the region is blank");
+}
+
+/// Runs one command and checks what must hold after any; false when it failed.
+bool runCommand(secapp::HandlerData& record, std::string_view command, std::uint32_t echoFlags) {
+    const bool quiet = isQuiet(memoryPort());
+    const std::optional<std::string> text = secapp::replaceVariables(stripped(command));
+    const std::int32_t timeout = secapp::getTimeoutms();
+    secapp::setLastTargetCommand("");
+    const secapp::ErrorText error = secapp::runScriptCommand(record, command, echoFlags);
+    require(secapp::DEBUG == 0, "traces end with their command");
+    require(secapp::getTimeoutms() == timeout, "a command leaves the time-out alone");
+    require(secapp::getReadlineEchoPeriod() == 0, "a command leaves the progress dots alone");
+    require(record.echoFlags == 0 && record.linkError == 0 && record.response.empty(),
+            "a command changes nothing but the port of its run");
+    if (!error && quiet && text)
+        checkPromise(*text);
+    return !error;
+}
+
+} // namespace
+
+/// The first byte chooses settings, the rest is a script. It runs, until a command fails, against a simulated
+/// target in memory.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0)
+        return 0;
+    resetTool();
+    startTarget();
+    const std::uint32_t echoFlags = applySettings(data[0]);
+    secapp::HandlerData record;
+    record.deviceName = "memory";
+    std::string script(textOf(data + 1, size - 1));
+    // A script line with a zero byte is refused before it comes to this.
+    std::replace(script.begin(), script.end(), '\0', ' ');
+    std::string_view rest = script;
+    for (int commands = 0; commands < commandLimit; ++commands) {
+        const std::optional<std::string_view> command = secapp::nextPiece(rest, ";\n");
+        // A "?" alone shows the help and ends the program.
+        if (!command || stripped(*command) == "?" || !runCommand(record, *command, echoFlags))
+            break;
+    }
+    return 0;
+}
