@@ -1,5 +1,6 @@
 #include "harness.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -9,7 +10,6 @@
 #include <mutex>
 #include <poll.h>
 #include <random>
-#include <regex>
 #include <sstream>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -133,7 +133,8 @@ struct Board::Thread {
             pending.erase(0, 1);
             return answerTo("\r");
         }
-        const std::string line = "@" + std::exchange(pending, "");
+        const std::string line = '@' + pending;
+        pending.clear();
         lines += line + "|";
         return answerTo(line);
     }
@@ -299,12 +300,31 @@ std::string report(const std::string& where, const std::string& text, const std:
            "\n   Last target cmd: " + lastTargetCommand + "\nTerminated with errors\n";
 }
 
-std::string masked(const std::string& text) {
-    return std::regex_replace(text, std::regex("[0-9]+\\.[0-9]{3,}"), "#");
+std::string withoutNumbers(const std::string& text) {
+    std::string without;
+    for (const char c : text) {
+        const bool digit = c >= '0' && c <= '9';
+        if (!digit || !without.ends_with('#'))
+            without += digit ? '#' : c;
+    }
+    return without;
 }
 
-std::string withoutNumbers(const std::string& text) {
-    return std::regex_replace(text, std::regex("[0-9]+"), "#");
+std::string masked(const std::string& text) {
+    const char* const digits = "0123456789";
+    std::string result;
+    for (std::size_t i = 0; i < text.size();) {
+        std::size_t end = std::min(text.find_first_not_of(digits, i), text.size());
+        if (end > i && text[end] == '.') {
+            end = std::min(text.find_first_not_of(digits, end + 1), text.size());
+            result += '#';
+        } else {
+            end = std::max(end, i + 1);
+            result.append(text, i, end - i);
+        }
+        i = end;
+    }
+    return result;
 }
 
 std::string withoutTraces(const std::string& text) {

@@ -1,7 +1,5 @@
 #include "harness.h"
 
-#include <regex>
-
 namespace {
 
 class Help : public Secapp {
@@ -96,14 +94,20 @@ const std::string commands =
 const std::string targetTitle = "\nTarget commands (implemented on the device):\n";
 const std::string targetList = targetTitle + "\terase     \taddr len \n\tlist      \t\n";
 
+// The form of a banner, its numbers and month left out.
+std::string form(const std::string& banner) {
+    std::string text = withoutNumbers(banner);
+    const std::size_t month = text.find("#) (") + 4;
+    if (text.size() > month + 5)
+        text.replace(month, text[month + 4] == ' ' ? 5 : 4, "Mon ");
+    return text;
+}
+
 // The help without its banner, whose form is checked here.
 std::string body(const std::string& out) {
     const std::size_t end = out.find('\n');
-    EXPECT_TRUE(std::regex_match(
-        out.substr(0, end),
-        std::regex(
-            R"(secapp: Tavren VQX Scripting tool\. v\d+\.\d+\.\d+ \(Build \d+\) \([A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\))")))
-        << out.substr(0, end);
+    EXPECT_EQ(form(out.substr(0, end)),
+              "secapp: Tavren VQX Scripting tool. v#.#.# (Build #) (Mon # # #:#:#)");
     return out.substr(end + 1);
 }
 
@@ -151,11 +155,7 @@ TEST_F(Help, SaysWhyTheTargetCannotAnswer) {
 TEST_F(Help, ShowsVersions) {
     board.answers.emplace("version", "firmware 2.1\nVQX_OK\n");
     const Result r = run("exec secapp -d $PORT version 0x10");
-    EXPECT_TRUE(std::regex_match(
-        r.out,
-        std::regex(
-            R"(secapp: \d+\.\d+\.\d+ \(Build \d+\) \([A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\)\nfirmware 2\.1\n)")))
-        << r.out;
+    EXPECT_EQ(form(r.out), "secapp: #.#.# (Build #) (Mon # # #:#:#)\nfirmware #.#\n");
     EXPECT_EQ(board.conversation(), "version 0x10|");
 }
 

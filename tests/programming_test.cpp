@@ -20,22 +20,33 @@ protected:
 
 const std::size_t flashSize = 0x80000;
 
-TEST_F(Programming, WritesExactlyTheImage) {
-    for (const char* options : {"", "-a 0", "-m 1000", "-a 0 -w 64", "-a 0 -w 1"}) {
-        for (const std::size_t size : {0u, 1u, 3u, 31u, 512u, 513u, 32768u, 65537u, 524288u}) {
-            if (size > 65537u && std::string(options) == "-a 0 -w 1")
-                continue;
-            const std::string bytes = image(size);
-            write("image", bytes);
-            const Result r = vqxsim("erase FLASH\nprogram image FLASH\nverify image FLASH", options);
-            EXPECT_EQ(r.status, 0) << options << " " << size << r.err;
-            EXPECT_TRUE(memory("FLASH") == bytes + std::string(flashSize - size, '\xff'))
-                << options << " " << size;
-            EXPECT_NE(r.out.find("\nProgrammed " + std::to_string(size) + " bytes to 0x10000000 in "),
-                      std::string::npos);
-            EXPECT_NE(r.out.find("\nVerified " + std::to_string(size) + " bytes to 0x10000000 in "),
-                      std::string::npos);
-        }
+struct Transport {
+    const char* name;
+    const char* options;
+    std::size_t largest;
+};
+
+class ProgrammingImages : public Programming, public testing::WithParamInterface<Transport> {};
+
+INSTANTIATE_TEST_SUITE_P(Encoders, ProgrammingImages,
+                         testing::Values(Transport{"Binary", "", 524288}, Transport{"Hex", "-a 0", 524288},
+                                         Transport{"OddBursts", "-m 1000", 65537},
+                                         Transport{"LongPackets", "-a 0 -w 64", 65537},
+                                         Transport{"ShortPackets", "-a 0 -w 1", 513}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_P(ProgrammingImages, ArriveByteForByte) {
+    for (const std::size_t size : {0u, 1u, 3u, 31u, 512u, 513u, 32768u, 65537u, 524288u}) {
+        if (size > GetParam().largest)
+            continue;
+        const std::string bytes = image(size);
+        write("image", bytes);
+        const Result r = vqxsim("erase FLASH\nprogram image FLASH\nverify image FLASH", GetParam().options);
+        EXPECT_EQ(r.status, 0) << size << r.err;
+        EXPECT_TRUE(memory("FLASH") == bytes + std::string(flashSize - size, '\xff')) << size;
+        const std::string rest = std::to_string(size) + " bytes to 0x10000000 in ";
+        EXPECT_NE(r.out.find("\nProgrammed " + rest), std::string::npos) << r.out;
+        EXPECT_NE(r.out.find("\nVerified " + rest), std::string::npos) << r.out;
     }
 }
 
