@@ -59,7 +59,7 @@ State stateOf(const Firmware& firmware) {
 }
 
 bool succeeded(const vqxsim::Reply& reply) {
-    return reply.text.ends_with("VQX_OK\r\n");
+    return reply.text == "VQX_OK\r\n" || reply.text.ends_with("\nVQX_OK\r\n");
 }
 
 /// The answer to the request's arguments under another command word.
