@@ -28,25 +28,28 @@ constexpr std::string_view answers =
 static_assert(answers.size() >= std::size_t{2} * commandLimit);
 
 void startTarget() {
-    const vqxsim::FirmwareConfig config{.regions = {{.name = "FLASH",
-                                                     .base = 0x10000000,
-                                                     .size = 0x2000,
-                                                     .page = 512,
-                                                     .buffer = 0x800,
-                                                     .blank = 0xFF},
-                                                    {.name = "BANKB",
-                                                     .base = 0x10002000,
-                                                     .size = 0x1000,
-                                                     .page = 64,
-                                                     .buffer = 0x100,
-                                                     .blank = 0x00},
-                                                    {.name = "MORVI",
-                                                     .base = 0xFFFFF000,
-                                                     .size = 0x1000,
-                                                     .page = 256,
-                                                     .buffer = 0x80,
-                                                     .blank = 0xFF}},
-                                        .folder = {}};
+    const vqxsim::FirmwareConfig config{
+        .regions =
+            {{.name = "FLASH",
+              .base = 0x10000000,
+              .size = 0x2000,
+              .page = 512,
+              .buffer = 0x800,
+              .blank = 0xFF},
+             {.name = "BANKB",
+              .base = 0x10002000,
+              .size = 0x1000,
+              .page = 64,
+              .buffer = 0x100,
+              .blank = 0x00},
+             {.name = "MORVI",
+              .base = 0x14000000,
+              .size = 0x1000,
+              .page = 256,
+              .buffer = 0x80,
+              .blank = 0xFF},
+             {.name = "TOP", .base = 0xFFFFFF00, .size = 0x100, .page = 16, .buffer = 0x80, .blank = 0xFF}},
+        .folder = {}};
     MemoryPort& port = memoryPort();
     port.toHost.clear();
     require(!vqxsim::startFirmware(port.firmware, config), "the firmware starts");
