@@ -33,7 +33,7 @@ INSTANTIATE_TEST_SUITE_P(Encoders, ProgrammingImages,
                                          Transport{"OddBursts", "-m 1000", 65537},
                                          Transport{"LongPackets", "-a 0 -w 64", 65537},
                                          Transport{"ShortPackets", "-a 0 -w 1", 513}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST_P(ProgrammingImages, ArriveByteForByte) {
     for (const std::size_t size : {0u, 1u, 3u, 31u, 512u, 513u, 32768u, 65537u, 524288u}) {
