@@ -114,6 +114,8 @@ ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std:
 }
 
 ErrorText immediateHandler(HandlerData& record, std::string_view text) {
+    if (ErrorText error = refuseLineBreaks(text))
+        return error;
     writeLineRaw(record, text);
     return getResponse(record);
 }

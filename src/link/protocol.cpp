@@ -53,7 +53,15 @@ ErrorText getResponse(HandlerData& record) {
     return getTimedResponse(record, getTimeoutms());
 }
 
+ErrorText refuseLineBreaks(std::string_view text) {
+    if (text.find_first_of("\r\n") == std::string_view::npos)
+        return std::nullopt;
+    return formatError("A command for the target cannot hold a line break");
+}
+
 ErrorText exchange(HandlerData& record, std::string_view text) {
+    if (ErrorText error = refuseLineBreaks(text))
+        return error;
     writeLine(record, text);
     return getResponse(record);
 }

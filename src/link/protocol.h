@@ -35,6 +35,10 @@ int writeLineRaw(HandlerData& record, std::string_view text);
 /// As `getTimedResponse` with the time-out that is set for all answers.
 [[nodiscard]] ErrorText getResponse(HandlerData& record);
 
+/// An error for a text with a line break in it: the target would take it for several commands, and every
+/// later answer would be read for an earlier command.
+[[nodiscard]] ErrorText refuseLineBreaks(std::string_view text);
+
 /// One exchange: `writeLine`, then `getResponse`, which also tells of a line that could not be written.
 [[nodiscard]] ErrorText exchange(HandlerData& record, std::string_view text);
 

@@ -4,6 +4,7 @@
 #include "link/timing.h"
 #include "support/echo.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -12,6 +13,8 @@ namespace {
 
 constexpr int emptyWriteLimit = 3;
 constexpr int defaultPatience = 5000;
+constexpr int longestPatience = 86400; // Seconds.
+constexpr int millisecondsPerSecond = 1000;
 constexpr std::size_t dumpLineLength = 16;
 
 std::string lastTargetCommand;
@@ -56,7 +59,7 @@ int awaitLine(HandlerData& record, std::string& line, int capacity, int timeout)
         if (result > 0 || serial_getError() != EAGAIN)
             break;
         const auto seconds = static_cast<std::int64_t>(secondsOn(LINE_WAIT_TIMER));
-        if (timeout > 0 && timeout < seconds * 1000)
+        if (timeout > 0 && timeout < seconds * millisecondsPerSecond)
             break;
         if (getReadlineEchoPeriod() > 0 && record.outputHandler != nullptr &&
             seconds - lastDot >= getReadlineEchoPeriod()) {
@@ -151,7 +154,9 @@ int sendLine(const HandlerData& record, std::string_view line, int patience) {
 }
 
 int writePatience() {
-    return getTimeoutms() > 0 ? getTimeoutms() : defaultPatience;
+    // In whole seconds like the time-out itself.
+    const int seconds = (getTimeoutms() > 0 ? getTimeoutms() : defaultPatience) / millisecondsPerSecond;
+    return std::min(seconds, longestPatience) * millisecondsPerSecond + millisecondsPerSecond;
 }
 
 int readLine(HandlerData& record, std::string& line, int capacity, int timeout) {
