@@ -26,6 +26,8 @@ struct Transport {
     std::size_t largest;
 };
 
+void PrintTo(const Transport& transport, std::ostream* out) { *out << transport.options; }
+
 class ProgrammingImages : public Programming, public testing::WithParamInterface<Transport> {};
 
 INSTANTIATE_TEST_SUITE_P(Encoders, ProgrammingImages,
