@@ -1,0 +1,2 @@
+// The floor of a program's start-up.
+int main() {}
