@@ -75,6 +75,7 @@ ScriptSource chooseSource(const Options& options, const File& script) {
 
 /// Runs the commands of one line until one fails.
 std::optional<Failure> runLine(HandlerData& record, std::string_view line, std::uint32_t echoFlags) {
+    setLastTargetCommand("");
     if (line.find('\0') != std::string_view::npos)
         return Failure{std::string(line.substr(0, line.find('\0'))), "Script line holds a zero byte"};
     while (const std::optional<std::string_view> piece = nextPiece(line, ";")) {
@@ -91,6 +92,7 @@ std::optional<Failure> runScript(HandlerData& record, ScriptSource& source, std:
         if (std::optional<Failure> failure = runLine(record, *line, echoFlags))
             return failure;
     }
+    setLastTargetCommand("");
     if (source.stream != nullptr && std::ferror(source.stream) != 0)
         return Failure{"", "Script could not be read to its end"};
     return std::nullopt;

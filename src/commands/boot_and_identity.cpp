@@ -26,7 +26,7 @@ ErrorText setBootHandler(HandlerData& record, std::string_view text, std::string
     const std::optional<int> bank = bankNumber(*name);
     if (!bank)
         return formatError("Unknown boot bank '%s'", std::string(*name).c_str());
-    return exchange(record, formatText("%s %d", "bootBank", *bank));
+    return exchange(record, formatText("bootBank %d", *bank));
 }
 
 ErrorText setVidPidHandler(HandlerData& record, std::string_view text, std::string_view word,
@@ -39,7 +39,7 @@ ErrorText setVidPidHandler(HandlerData& record, std::string_view text, std::stri
     if (!pid)
         return formatError("No pid provided for %s", std::string(word).c_str());
     const std::string line =
-        formatText("%s %s %s", "otp_ProgUSBID", std::string(*pid).c_str(), std::string(*vid).c_str());
+        formatText("otp_ProgUSBID %s %s", std::string(*pid).c_str(), std::string(*vid).c_str());
     if (line.size() > lineLimit)
         return formatError("Line too long for %s", std::string(word).c_str());
     return exchange(record, line);

@@ -23,7 +23,7 @@ ErrorText erase(HandlerData& record, const FlashTarget& target) {
     setTimeoutms(getEraseTimeoutms());
     const std::int32_t period = setReadlineEchoPeriod(1);
     ErrorText error =
-        exchange(record, formatText("%s %lx", "eraseFlash", static_cast<unsigned long>(target.address)));
+        exchange(record, formatText("eraseFlash %lx", static_cast<unsigned long>(target.address)));
     setReadlineEchoPeriod(period);
     setTimeoutms(timeout);
     const timeval elapsed = elapsedSince(start);

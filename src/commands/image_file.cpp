@@ -36,7 +36,8 @@ File openWithoutFolders(const std::string& path, int flags, struct stat& status)
 File openDataFile(const std::string& path) {
     struct stat status {};
     File stream = openWithoutFolders(path, 0, status);
-    if (stream && S_ISCHR(status.st_mode) && !measure(stream.get()))
+    // A terminal ends when its user says so.
+    if (stream && S_ISCHR(status.st_mode) && ::isatty(::fileno(stream.get())) == 0 && !measure(stream.get()))
         return nullptr;
     return stream;
 }

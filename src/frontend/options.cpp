@@ -92,11 +92,11 @@ void setDevice(Options& options, const char* device) {
     options.deviceName = device;
 }
 
-[[noreturn]] void refuseOption(const Options& options, int letter) {
+[[noreturn]] void refuseOption(const Options& options, unsigned char letter) {
     if (std::isprint(letter) != 0)
         writeText(stderr, formatText("Unknown option `-%c'.\n", letter));
     else
-        writeText(stderr, formatText("Unknown option character `\\x%x'.\n", static_cast<unsigned>(letter)));
+        writeText(stderr, formatText("Unknown option character `\\x%x'.\n", letter));
     showUsage(options, false, usageError);
 }
 
@@ -152,7 +152,7 @@ void applyOption(Options& options, int letter) {
     case 'z':
         return useInternalSleepAlgorithm();
     default:
-        refuseOption(options, optopt);
+        refuseOption(options, static_cast<unsigned char>(optopt));
     }
 }
 

@@ -18,9 +18,9 @@ std::string programName = "secapp";
 
 std::string getVersionString(bool longForm) {
     if (longForm)
-        return formatText("%s%s: Tavren VQX Scripting tool. v%s (%s %s)", programName.c_str(), "",
-                          versionText, SECAPP_BUILD_DATE, SECAPP_BUILD_TIME);
-    return formatText("%s%s: %s (%s %s)", programName.c_str(), "", versionText, SECAPP_BUILD_DATE,
+        return formatText("%s: Tavren VQX Scripting tool. v%s (%s %s)", programName.c_str(), versionText,
+                          SECAPP_BUILD_DATE, SECAPP_BUILD_TIME);
+    return formatText("%s: %s (%s %s)", programName.c_str(), versionText, SECAPP_BUILD_DATE,
                       SECAPP_BUILD_TIME);
 }
 

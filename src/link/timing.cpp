@@ -63,6 +63,10 @@ timeval elapsedSince(timeval start) {
     return elapsed;
 }
 
+double secondsOf(const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / microsecondsPerSecond;
+}
+
 TimerResult localTimerExt(int operation, int slot, std::string_view format) {
     if (slot < 0 || slot >= static_cast<int>(slots.size())) {
         writeText(stderr, formatText("Internal error: invalid timer specified (%d)\n", slot));
@@ -82,8 +86,7 @@ TimerResult localTimerExt(int operation, int slot, std::string_view format) {
 
     const timeval elapsed = elapsedSince(*timer);
     if (operation == TIMER_SECONDS)
-        return static_cast<float>(static_cast<double>(elapsed.tv_sec) +
-                                  static_cast<double>(elapsed.tv_usec) / microsecondsPerSecond);
+        return static_cast<float>(secondsOf(elapsed));
     std::string text =
         formatText("%ld.%06d", static_cast<long>(elapsed.tv_sec), static_cast<int>(elapsed.tv_usec));
     if (operation == TIMER_TEXT)

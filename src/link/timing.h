@@ -40,10 +40,13 @@ int timeval_subtract(timeval& result, const timeval& x, timeval& y);
 /// The time since `start`.
 [[nodiscard]] timeval elapsedSince(timeval start);
 
+/// A time in seconds.
+[[nodiscard]] double secondsOf(const timeval& time);
+
 /// Sleeps for the given number of microseconds.
 void localSleep(std::uint32_t microseconds);
 
-/// Accepted for scripts of old: there is one way of sleeping.
+/// Accepted for old command lines: there is one way of sleeping.
 void useInternalSleepAlgorithm();
 
 /// Time-out of a target's answer in ms; 0 or less means no limit. Default 5000.

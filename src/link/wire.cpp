@@ -13,7 +13,7 @@ namespace {
 
 constexpr int emptyWriteLimit = 3;
 constexpr int defaultPatience = 5000;
-constexpr int longestPatience = 86400; // Seconds.
+constexpr int longestPatienceSeconds = 86400;
 constexpr int millisecondsPerSecond = 1000;
 constexpr std::size_t dumpLineLength = 16;
 
@@ -54,8 +54,6 @@ int awaitLine(HandlerData& record, std::string& line, int capacity, int timeout)
     int result = 0;
     for (;;) {
         result = serial_readLine(record.serialHandle, arrived, capacity, 1);
-        if (result > 0)
-            line = std::move(arrived);
         if (result > 0 || serial_getError() != EAGAIN)
             break;
         const auto seconds = static_cast<std::int64_t>(secondsOn(LINE_WAIT_TIMER));
@@ -71,6 +69,9 @@ int awaitLine(HandlerData& record, std::string& line, int capacity, int timeout)
         slept = true;
         sleepBetweenReads(record);
     }
+    // What came of a line that did not end is worth seeing in a trace.
+    if (result > 0 || !arrived.empty())
+        line = std::move(arrived);
     if (slept)
         debug_print("Wake");
     if (result < 0 && serial_getError() != EAGAIN)
@@ -156,7 +157,7 @@ int sendLine(const HandlerData& record, std::string_view line, int patience) {
 int writePatience() {
     // In whole seconds like the time-out itself.
     const int seconds = (getTimeoutms() > 0 ? getTimeoutms() : defaultPatience) / millisecondsPerSecond;
-    return std::min(seconds, longestPatience) * millisecondsPerSecond + millisecondsPerSecond;
+    return std::min(seconds, longestPatienceSeconds) * millisecondsPerSecond + millisecondsPerSecond;
 }
 
 int readLine(HandlerData& record, std::string& line, int capacity, int timeout) {

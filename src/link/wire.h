@@ -47,7 +47,7 @@ int sendLine(const HandlerData& record, std::string_view line, int patience);
 
 /// Reads one line of at most `capacity` characters; `timeout` in ms counts in whole seconds, 0 or less means
 /// no limit. While it waits, progress dots go to the output handler when a period is set. Results as for
-/// `serial_readLine`; on failure `line` keeps what it held.
+/// `serial_readLine`; on failure `line` holds what came of the line, if anything did.
 [[nodiscard]] int readLine(HandlerData& record, std::string& line, int capacity, int timeout);
 
 /// Collects the lines of one answer up to its status line into `response`, and shows them. `timeout` in ms

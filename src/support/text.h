@@ -60,9 +60,4 @@ struct KeyValue {
 /// Writes the text to the stream as it stands.
 void writeText(std::FILE* stream, std::string_view text);
 
-/// The length of a text as the int that the precision of "%.*s" takes.
-[[nodiscard]] inline int printLength(std::string_view text) {
-    return static_cast<int>(text.size());
-}
-
 } // namespace secapp

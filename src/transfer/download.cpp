@@ -30,8 +30,7 @@ void reportTransfer(HandlerData& record, const char* label, std::int64_t total, 
                     const timeval& elapsed) {
     if (record.outputHandler == nullptr)
         return;
-    const auto seconds = static_cast<float>(static_cast<double>(elapsed.tv_sec) +
-                                            static_cast<double>(elapsed.tv_usec) / 1000000.0);
+    const auto seconds = static_cast<float>(secondsOf(elapsed));
     const float rate = static_cast<float>(total) / seconds / 1024.0F;
     record.outputHandler(record,
                          formatText("\n%s %ld bytes to 0x%x in %.3fs (%.3fKB/sec)\n", label,

@@ -52,8 +52,7 @@ ErrorText hexEncoder(HandlerData& record, const TransferDescriptor& descriptor, 
 }
 
 ErrorText sendBurst(HandlerData& record, std::size_t offset, std::span<const std::uint8_t> burst) {
-    const std::string header =
-        formatText("%s %zx %zx %x", "databurst", burst.size(), offset, calcChecksum(burst));
+    const std::string header = formatText("databurst %zx %zx %x", burst.size(), offset, calcChecksum(burst));
     if (ErrorText error = exchange(record, header))
         return error;
     if (ErrorText error = writeRawFully(record, burst))

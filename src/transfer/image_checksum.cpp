@@ -22,7 +22,7 @@ std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image) {
 }
 
 ErrorText readWord(HandlerData& record, std::uint32_t address, std::uint32_t& value) {
-    if (ErrorText error = exchange(record, formatText("%s 0x%x", "readWord", address)))
+    if (ErrorText error = exchange(record, formatText("readWord 0x%x", address)))
         return error;
     const char* text = record.response.c_str();
     char* end = nullptr;

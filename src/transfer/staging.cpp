@@ -76,8 +76,7 @@ ErrorText commonBufferOverflowCallback(HandlerData& record, TransferDescriptor& 
 }
 
 ErrorText clearTargetBuffer(HandlerData& record, const TransferDescriptor& descriptor) {
-    return exchange(record,
-                    formatText("%s %x %x", "dataSet", descriptor.bufferSize / 4, descriptor.fillByte));
+    return exchange(record, formatText("dataSet %x %x", descriptor.bufferSize / 4, descriptor.fillByte));
 }
 
 void stdProgressHandler(HandlerData& /*record*/) {

@@ -20,8 +20,8 @@ using BufferFullCallback = ErrorText (*)(HandlerData& record, TransferDescriptor
                                       TransferSource& source);
 
 /// Produces the next `count` bytes of a fill, rounded up to a multiple of its width, as far as it reaches;
-/// returns their number, -1 for a bad width or a fill of 2^31 bytes or more. Bytes of an incomplete last item
-/// are left as they are. `buffer` holds that rounded count, or all of a shorter fill.
+/// returns their number, -1 for a bad width or while 2^31 bytes or more still remain after it. Bytes of an
+/// incomplete last item are left as they are. `buffer` holds that rounded count, or all of a shorter fill.
 [[nodiscard]] std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count,
                                       TransferSource& source);
 
