@@ -29,7 +29,10 @@ syntax match secappOther /\k\+/ contained
 
 syntax match secappVariable /\[[^][;]\+\]/ containedin=secappRaw
 syntax match secappOption /\%(\s\)\@1<=+\%(c\|i\|w1\|w2\|w4\)\>/
+" By case, so that a memory named BANKB is none of them.
+syntax case match
 syntax keyword secappConstant all BankA BankB on off start stop
+syntax case ignore
 syntax match secappNumber /\<0x\x\+\>\|\<\d\+\>/
 syntax match secappOperator /[-+*\/]\%([^-+*\/; \t]\)\@=/ contained containedin=secappExpression
 syntax match secappExpression /\<[A-Za-z0-9_]\+\%([-+*\/][A-Za-z0-9_]\+\)\+\>\.\@!/ contains=secappNumber,secappOperator
