@@ -257,8 +257,16 @@ TEST_F(Link, RefusesAPortThatAnotherHostHolds) {
     EXPECT_NE(r.err.find("secapp_tests"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find(std::to_string(getpid())), std::string::npos) << r.err;
     EXPECT_EQ(board.bytes(), "");
-    close(other);
+    flock(other, LOCK_UN);
+    bool shared = true;
+    board.on = [&](const std::string&) {
+        shared = flock(other, LOCK_SH | LOCK_NB) == 0;
+        return std::nullopt;
+    };
     EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0);
+    EXPECT_FALSE(shared) << "no lock while connected";
+    EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), 0) << "still locked after the run";
+    close(other);
 }
 
 TEST_F(Link, ReportsADeviceThatVanishesAtOnce) {
