@@ -8,7 +8,7 @@ readonly project_root
 # shellcheck disable=SC2034 # read by the scripts that source this file
 readonly build_needs=(c++:g++ cmake:cmake ninja:ninja-build)
 # shellcheck disable=SC2034
-readonly test_needs=(/usr/include/gtest/gtest.h:libgtest-dev)
+readonly test_needs=(/usr/include/gtest/gtest.h:libgtest-dev python3:python3)
 # shellcheck disable=SC2034
 readonly check_needs=(clang-format-14:clang-format-14 clang-tidy-14:clang-tidy-14 run-clang-tidy-14:clang-tidy-14
     cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc)
