@@ -184,7 +184,7 @@ TEST_F(Commands, ShowsDotsWhileErasingWithoutLimit) {
     EXPECT_TRUE(out.starts_with("Erasing FLASH ..")) << out;
     EXPECT_TRUE(out.ends_with("... completed in #s\n")) << out;
     const std::size_t dots = out.find(" completed") - out.find('.') - 3;
-    EXPECT_TRUE(dots >= 2 && dots <= r.seconds) << out;
+    EXPECT_TRUE(dots >= 2 && static_cast<double>(dots) <= r.seconds) << out;
     EXPECT_EQ(r.status, 0);
 }
 

@@ -26,7 +26,9 @@ struct Transport {
     std::size_t largest;
 };
 
-void PrintTo(const Transport& transport, std::ostream* out) { *out << transport.options; }
+void PrintTo(const Transport& transport, std::ostream* out) {
+    *out << transport.options;
+}
 
 class ProgrammingImages : public Programming, public testing::WithParamInterface<Transport> {};
 

@@ -28,11 +28,6 @@ constexpr std::int64_t microsecondsPerMillisecond = 1000;
 constexpr std::int64_t shortStep = 10;
 constexpr std::int64_t longStep = 1000;
 
-/// For how many µs of requested sleep a silence is waited out in short sleeps. A short sleep notices the
-/// answer to a quick command sooner than a blocking wait does, but costs processor time, which a long silence
-/// should not.
-constexpr std::int64_t sharpPhase = 150;
-
 struct OpenPort {
     int handle;
     std::string path;
@@ -46,9 +41,6 @@ std::uint32_t defaultSerialReadTimeout = 0;
 std::uint32_t defaultSerialReadMinRead = 1;
 
 std::vector<OpenPort> openPorts;
-
-/// Requested sleep in µs since the last byte was read or written.
-std::int64_t silence = 0;
 
 void restoreOpenPorts() {
     // Backwards: a port opened twice must end with the settings found first.
@@ -111,14 +103,10 @@ short awaitEvents(int handle, short events, std::int64_t microseconds) {
     return port.revents;
 }
 
-/// Waits for a byte after an empty read: a short sleep while the silence is young, else one wait for all of
-/// `left`, the µs that the caller would still sleep before it gives up. Returns the µs that count as slept.
-std::int64_t awaitByte(int handle, std::int64_t step, std::int64_t left, bool& hungUp) {
-    if (step == shortStep && silence < sharpPhase) {
-        ::usleep(static_cast<useconds_t>(step));
-        silence += step;
-        return 0;
-    }
+/// Waits for a byte after an empty read, in one wait for all of `left`, the µs that the caller would still
+/// sleep before it gives up: each of many short sleeps costs more time than the quickest target takes to
+/// answer. Returns the µs that count as slept.
+std::int64_t awaitByte(int handle, std::int64_t left, bool& hungUp) {
     const timeval start = currentTime();
     const short events = awaitEvents(handle, POLLIN, left);
     hungUp = (events & (POLLHUP | POLLERR | POLLNVAL)) != 0;
@@ -185,7 +173,6 @@ int serial_write(int handle, std::span<const std::uint8_t> bytes) {
         debug_print("Write [%d] '%.*s%s'", static_cast<int>(bytes.size()), shown,
                     reinterpret_cast<const char*>(bytes.data()), endsInReturn ? "\\r" : "");
     }
-    silence = 0;
     const int written = static_cast<int>(::write(handle, bytes.data(), bytes.size()));
     if (written < 0)
         noticeLoss(handle);
@@ -217,10 +204,9 @@ int serial_readLine(int handle, std::string& line, int capacity, int timeout) {
                 return -1;
             }
             // The sleep of this step is already counted.
-            waited += std::max<std::int64_t>(awaitByte(handle, step, limit - waited, hungUp) - step, 0);
+            waited += std::max<std::int64_t>(awaitByte(handle, limit - waited, hungUp) - step, 0);
             continue;
         }
-        silence = 0;
         traceByte(byte);
         if (byte == '\n' || byte == '\r' || byte == '\0')
             return static_cast<int>(line.size()) + 1;
