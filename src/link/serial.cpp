@@ -23,8 +23,8 @@ namespace {
 
 constexpr std::int64_t microsecondsPerMillisecond = 1000;
 
-/// What an empty read counts against the line reader's time-out, in µs: on a port that says "try again" and on
-/// one that says "no bytes".
+/// What an empty read counts against the line reader's time-out, in µs: on a port that says "try again" and
+/// on one that says "no bytes".
 constexpr std::int64_t shortStep = 10;
 constexpr std::int64_t longStep = 1000;
 
