@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "link/ports.h"
+#include "link/wire.h"
 
 namespace {
 
@@ -18,6 +19,25 @@ protected:
                a.c_lflag == b.c_lflag && std::memcmp(a.c_cc, b.c_cc, NCCS) == 0;
     }
 };
+
+// In this process, because millions of bytes, each read by itself, would take a minute.
+TEST(Answer, IsRefusedBeyondItsLimit) {
+    constexpr std::size_t room = 8;
+    for (const bool fits : {true, false}) {
+        int ends[2] = {-1, -1};
+        ASSERT_EQ(pipe(ends), 0);
+        const std::string line = std::string(fits ? room - 1 : room, 'x') + "\nVQX_OK\n";
+        ASSERT_EQ(write(ends[1], line.data(), line.size()), static_cast<ssize_t>(line.size()));
+        secapp::HandlerData record;
+        record.serialHandle = ends[0];
+        record.response.assign(secapp::responseLimit - room, 'y');
+        const secapp::ErrorText error = secapp::collectAnswer(record, 1000, std::nullopt);
+        EXPECT_EQ(error.value_or("none"), fits ? "none" : "Answer too long (over 67108864 bytes)");
+        EXPECT_EQ(record.response.size(), secapp::responseLimit - (fits ? 0 : room));
+        close(ends[0]);
+        close(ends[1]);
+    }
+}
 
 // Settings that differ from those of the tool in every group.
 termios unusual(termios settings) {

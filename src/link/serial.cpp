@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,6 +29,17 @@ constexpr std::int64_t microsecondsPerMillisecond = 1000;
 constexpr std::int64_t shortStep = 10;
 constexpr std::int64_t longStep = 1000;
 
+/// An answer that begins within this many µs of the write is awaited without sleeping: falling asleep and
+/// waking up would take as long as the answer.
+constexpr std::int64_t quickAnswer = 60;
+
+/// What the last writes tell of how soon an answer begins.
+struct TurnAround {
+    timeval written;
+    bool pending; ///< no byte has come since the last write
+    bool quick;   ///< the last answer began within `quickAnswer`
+};
+
 struct OpenPort {
     int handle;
     std::string path;
@@ -41,6 +53,8 @@ std::uint32_t defaultSerialReadTimeout = 0;
 std::uint32_t defaultSerialReadMinRead = 1;
 
 std::vector<OpenPort> openPorts;
+
+TurnAround turnAround{.written = {}, .pending = false, .quick = true};
 
 void restoreOpenPorts() {
     // Backwards: a port opened twice must end with the settings found first.
@@ -101,6 +115,29 @@ short awaitEvents(int handle, short events, std::int64_t microseconds) {
     pollfd port{.fd = handle, .events = events, .revents = 0};
     ::ppoll(&port, 1, &limit, nullptr);
     return port.revents;
+}
+
+void noteTurnAround() {
+    const timeval waited = elapsedSince(turnAround.written);
+    turnAround.quick = waited.tv_sec == 0 && waited.tv_usec < quickAnswer;
+}
+
+/// After a byte of a line; line ends alone may still belong to the answer before.
+void noteAnswer() {
+    if (turnAround.pending)
+        noteTurnAround();
+    turnAround.pending = false;
+}
+
+/// Spends the time after a write in which a quick answer may begin, awake; a slow target pays for it once.
+/// Asks for the number of bytes, because an empty read would sleep until the kernel's own worker has run.
+void awaitQuickAnswer(int handle) {
+    int waiting = 0;
+    while (turnAround.pending && turnAround.quick && waiting == 0) {
+        noteTurnAround();
+        if (::ioctl(handle, FIONREAD, &waiting) != 0)
+            return;
+    }
 }
 
 /// Waits for a byte after an empty read, in one wait for all of `left`, the µs that the caller would still
@@ -176,6 +213,8 @@ int serial_write(int handle, std::span<const std::uint8_t> bytes) {
     const int written = static_cast<int>(::write(handle, bytes.data(), bytes.size()));
     if (written < 0)
         noticeLoss(handle);
+    turnAround.written = currentTime();
+    turnAround.pending = true;
     return written;
 }
 
@@ -186,6 +225,7 @@ int serial_readLine(int handle, std::string& line, int capacity, int timeout) {
     std::int64_t waited = 0;
     bool hungUp = false;
     for (;;) {
+        awaitQuickAnswer(handle);
         std::uint8_t byte = 0;
         errno = 0;
         const int got = serial_read(handle, {&byte, 1});
@@ -210,6 +250,7 @@ int serial_readLine(int handle, std::string& line, int capacity, int timeout) {
         traceByte(byte);
         if (byte == '\n' || byte == '\r' || byte == '\0')
             return static_cast<int>(line.size()) + 1;
+        noteAnswer();
         line += static_cast<char>(byte);
         if (line.size() >= static_cast<std::size_t>(capacity)) {
             writeText(stderr, "Line exceeded buffer:" + line + "\n");
