@@ -1,4 +1,3 @@
-#include "commands/image_file.h"
 #include "frontend/help.h"
 #include "frontend/options.h"
 #include "frontend/script.h"
@@ -7,6 +6,7 @@
 #include "link/serial.h"
 #include "link/wire.h"
 #include "support/echo.h"
+#include "support/file.h"
 #include "support/output.h"
 #include "transfer/encoders.h"
 

@@ -1,7 +1,7 @@
 #include "commands/ram_download.h"
 
-#include "commands/image_file.h"
 #include "support/echo.h"
+#include "support/file.h"
 #include "transfer/download.h"
 #include "transfer/staging.h"
 
