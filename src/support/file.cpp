@@ -1,6 +1,5 @@
 #include "support/file.h"
 
-#include <cerrno>
 #include <csignal>
 
 #include <fcntl.h>
@@ -19,10 +18,8 @@ int openInTime(const char* path, int flags) {
     ::sigaction(SIGALRM, &interrupt, &before);
     ::alarm(pipePatience);
     const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | flags);
-    const int error = errno;
     ::alarm(0);
     ::sigaction(SIGALRM, &before, nullptr);
-    errno = error;
     return descriptor;
 }
 

@@ -14,7 +14,7 @@ struct FileCloser {
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
 /// Opens a file, no folder, for reading, with `flags` beside O_RDONLY, and tells what it is. None when that
-/// fails, the error number set; a named pipe that nobody opens for writing fails after 5 s.
+/// fails; a named pipe that nobody opens for writing fails after 5 s.
 [[nodiscard]] File openFile(const std::string& path, int flags, struct stat& status);
 
 /// The size of a file at its start, in bytes, taken by seeking; -1 for one that has none but data all the
