@@ -63,10 +63,9 @@ struct Reference {
         const Number number = referenceNumber(text);
         if (number.isWhole)
             return number.value;
-        for (const secapp::FlashRegion& region : regions().regions) {
+        for (const secapp::FlashRegion& region : regions().regions)
             if (lowered(region.name) == lowered(text))
                 return region.base;
-        }
         return fail("Unknown memory '", text);
     }
 
@@ -93,11 +92,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::optional<std::uint64_t> expected = reference.sum(text);
 
     secapp::HandlerData record;
-    secapp::TransferDescriptor holder;
-    holder.flashList = regions();
+    std::optional<secapp::FlashList> list = regions();
     constexpr std::uint64_t untouched = 0x5A5A5A5A5A5A5A5A;
     std::uint64_t value = untouched;
-    const secapp::ErrorText error = secapp::evaluateExpression(record, holder, text, value);
+    const secapp::ErrorText error = secapp::evaluateExpression(record, list, text, value);
     require(!error == expected.has_value(), "which expressions are refused");
     require(!error || *error == reference.error, "the message for a bad expression");
     require(value == expected.value_or(untouched), "the value of an expression");

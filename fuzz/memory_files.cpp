@@ -1,6 +1,6 @@
 #include "memory_port.h"
 
-#include "commands/image_file.h"
+#include "support/file.h"
 
 #include <charconv>
 
@@ -44,15 +44,15 @@ File openDataFile(const std::string& path) {
     return File(::fmemopen(opened.data(), opened.size(), "rb"));
 }
 
-std::optional<ImageFile> openImageFile(const std::string& path) {
+std::optional<MeasuredFile> openMeasuredFile(const std::string& path) {
     File stream = openDataFile(path);
     if (!stream)
         return std::nullopt;
-    return ImageFile{std::move(stream), static_cast<std::int64_t>(opened.size())};
+    return MeasuredFile{std::move(stream), static_cast<std::int64_t>(opened.size())};
 }
 
-bool wasReadWhole(const ImageFile& image) {
-    return std::ferror(image.stream.get()) == 0 && ::ftello(image.stream.get()) == image.size;
+std::optional<std::int64_t> measureFile(std::FILE* /*stream*/) {
+    return static_cast<std::int64_t>(opened.size());
 }
 
 } // namespace secapp

@@ -9,8 +9,43 @@
 namespace fuzzing {
 namespace {
 
-void execute(const vqxsim::Request& request) {
-    memoryPort().toHost += vqxsim::execute(memoryPort().firmware, request).text;
+ssize_t readPort(int /*handle*/, void* buffer, std::size_t size) {
+    MemoryPort& port = memoryPort();
+    if (port.taken == port.toHost.size()) {
+        port.taken = 0;
+        port.toHost.clear();
+        if (vqxsim::patience(port.firmware))
+            port.toHost = vqxsim::execute(port.firmware, vqxsim::endSilence(port.firmware)).text;
+    }
+    const std::size_t count = std::min(size, port.toHost.size() - port.taken);
+    if (count == 0) {
+        errno = EIO;
+        return -1;
+    }
+    std::memcpy(buffer, port.toHost.data() + port.taken, count);
+    port.taken += count;
+    // As the settings of a real port have it.
+    std::replace_if(
+        static_cast<char*>(buffer), static_cast<char*>(buffer) + count, [](char c) { return c == '\r'; },
+        '\n');
+    return static_cast<ssize_t>(count);
+}
+
+ssize_t writePort(int /*handle*/, const void* bytes, std::size_t size) {
+    const std::size_t written = std::min(size, memoryPort().writeLimit);
+    memoryPort().toHost +=
+        vqxsim::converse(memoryPort().firmware, {static_cast<const char*>(bytes), written});
+    return static_cast<ssize_t>(written);
+}
+
+int pollPort(pollfd* port, nfds_t /*count*/, const timespec* /*limit*/, const sigset_t* /*mask*/) {
+    port->revents = port->events;
+    return 1;
+}
+
+int waitingBytes(int /*handle*/, int& bytes) {
+    bytes = 1; // whoever reads is answered at once
+    return 0;
 }
 
 } // namespace
@@ -20,82 +55,14 @@ MemoryPort& memoryPort() {
     return port;
 }
 
+const char* memoryDevice() {
+    secapp::setPortCalls({.read = readPort, .write = writePort, .poll = pollPort, .waiting = waitingBytes});
+    return "/dev/ptmx"; // a new terminal each time
+}
+
 } // namespace fuzzing
 
 /// Sleeping would only cost time.
 extern "C" int usleep(useconds_t /*microseconds*/) {
     return 0;
 }
-
-namespace secapp {
-
-using fuzzing::memoryPort;
-
-int serial_init(const char* /*path*/, std::shared_ptr<termios>& savedSettings, int /*vtime*/, int /*vmin*/) {
-    if (!savedSettings)
-        savedSettings = std::make_shared<termios>();
-    return 1;
-}
-
-void serial_terminate(int /*handle*/, const std::shared_ptr<termios>& /*savedSettings*/) {}
-
-int serial_read(int /*handle*/, std::span<std::uint8_t> buffer) {
-    std::string& waiting = memoryPort().toHost;
-    const std::size_t count = std::min(buffer.size(), waiting.size());
-    std::memcpy(buffer.data(), waiting.data(), count);
-    waiting.erase(0, count);
-    return static_cast<int>(count);
-}
-
-int serial_write(int /*handle*/, std::span<const std::uint8_t> bytes) {
-    const std::size_t written = std::min(bytes.size(), memoryPort().writeLimit);
-    memoryPort().toHost +=
-        vqxsim::converse(memoryPort().firmware, {reinterpret_cast<const char*>(bytes.data()), written});
-    return static_cast<int>(written);
-}
-
-int serial_readLine(int /*handle*/, std::string& line, int capacity, int /*timeout*/) {
-    std::string& waiting = memoryPort().toHost;
-    if (waiting.empty() && vqxsim::patience(memoryPort().firmware))
-        fuzzing::execute(vqxsim::endSilence(memoryPort().firmware));
-    const std::size_t limit = static_cast<std::size_t>(capacity) - line.size();
-    const std::size_t end = std::min(waiting.find_first_of(std::string_view("\r\n\0", 3)), waiting.size());
-    const std::size_t length = std::min(end, limit);
-    line.append(waiting, 0, length);
-    const bool ended = length == end && end < waiting.size();
-    waiting.erase(0, length + (ended ? 1 : 0));
-    if (ended)
-        return static_cast<int>(line.size()) + 1;
-    if (length == limit)
-        return static_cast<int>(line.size());
-    errno = EIO;
-    return -1;
-}
-
-void serial_awaitInput(int /*handle*/, std::int64_t /*microseconds*/) {}
-
-bool serial_awaitOutput(int /*handle*/, int /*milliseconds*/) {
-    return true;
-}
-
-int serial_getError() {
-    return errno;
-}
-
-std::string serial_get_error() {
-    return std::strerror(errno);
-}
-
-std::uint32_t getDefaultSerialReadTimeout() {
-    return 0;
-}
-
-void setDefaultSerialReadTimeout(std::uint32_t /*tenths*/) {}
-
-std::uint32_t getDefaultSerialReadMinRead() {
-    return 1;
-}
-
-void setDefaultSerialReadMinRead(std::uint32_t /*bytes*/) {}
-
-} // namespace secapp

@@ -102,10 +102,9 @@ Number referenceNumber(std::string_view text) {
 
 std::string lowered(std::string_view text) {
     std::string result(text);
-    for (char& c : result) {
+    for (char& c : result)
         if (c >= 'A' && c <= 'Z')
             c = static_cast<char>(c + ('a' - 'A'));
-    }
     return result;
 }
 

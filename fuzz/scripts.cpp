@@ -1,10 +1,10 @@
-#include "fresh_variables.h"
 #include "fuzz.h"
 #include "memory_port.h"
 
 #include "frontend/prompt.h"
 #include "frontend/script.h"
 #include "frontend/variables.h"
+#include "link/serial.h"
 #include "link/timing.h"
 #include "link/wire.h"
 #include "support/echo.h"
@@ -52,6 +52,7 @@ void startTarget() {
         .folder = {}};
     MemoryPort& port = memoryPort();
     port.toHost.clear();
+    port.taken = 0;
     require(!vqxsim::startFirmware(port.firmware, config), "the firmware starts");
 }
 
@@ -70,14 +71,14 @@ void resetTool() {
     require(terminal != nullptr, "the answers can be read");
     std::rewind(terminal);
     stdin = terminal;
-    secapp::forgetVariables();
+    secapp::scriptVariables() = {};
     secapp::setScriptPause(0);
     secapp::HandlerData record;
     require(!secapp::runScriptCommand(record, "timer stop", 0), "a timer can always be stopped");
 }
 
 bool isQuiet(const MemoryPort& port) {
-    return port.toHost.empty() && port.firmware.line.empty() && !port.firmware.burst;
+    return port.taken == port.toHost.size() && port.firmware.line.empty() && !port.firmware.burst;
 }
 
 /// What a successful command with a plain address promised: the target holds the image, or the region is
@@ -117,7 +118,8 @@ void checkPromise(std::string_view command) {
 /// Runs one command and checks what must hold after any; false when it failed.
 bool runCommand(secapp::HandlerData& record, std::string_view command, std::uint32_t echoFlags) {
     const bool quiet = isQuiet(memoryPort());
-    const std::optional<std::string> text = secapp::replaceVariables(stripped(command));
+    const std::optional<std::string> text =
+        secapp::replaceVariables(secapp::scriptVariables(), stripped(command));
     const std::int32_t timeout = secapp::getTimeoutms();
     secapp::setLastTargetCommand("");
     const secapp::ErrorText error = secapp::runScriptCommand(record, command, echoFlags);
@@ -142,7 +144,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     startTarget();
     const std::uint32_t echoFlags = applySettings(data[0]);
     secapp::HandlerData record;
-    record.deviceName = "memory";
+    record.deviceName = memoryDevice();
     std::string script(textOf(data + 1, size - 1));
     // A script line with a zero byte is refused before it comes to this.
     std::replace(script.begin(), script.end(), '\0', ' ');
@@ -153,5 +155,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         if (!command || stripped(*command) == "?" || !runCommand(record, *command, echoFlags))
             break;
     }
+    if (record.serialHandle != 0)
+        secapp::serial_terminate(record.serialHandle, record.savedSettings);
     return 0;
 }

@@ -1,4 +1,3 @@
-#include "fresh_variables.h"
 #include "fuzz.h"
 
 #include "frontend/variables.h"
@@ -43,7 +42,7 @@ bool substitute(const Definitions& definitions, std::string& text) {
 /// Each line "name=value" defines a variable; in the others the variables so far are substituted, and held
 /// against replacing one after the other.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    secapp::forgetVariables();
+    secapp::Variables variables;
     Definitions definitions;
     std::string_view rest = textOf(data, size);
     while (!rest.empty()) {
@@ -51,14 +50,14 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         rest.remove_prefix(std::min(line.size() + 1, rest.size()));
         const std::size_t equals = line.find('=');
         if (equals != std::string_view::npos) {
-            secapp::addVariable(line.substr(0, equals), line.substr(equals + 1));
+            secapp::addVariable(variables, line.substr(0, equals), line.substr(equals + 1));
             define(definitions, line.substr(0, equals), line.substr(equals + 1));
             continue;
         }
         std::string expected(line);
         if (!substitute(definitions, expected))
             return 0;
-        const std::optional<std::string> replaced = secapp::replaceVariables(line);
+        const std::optional<std::string> replaced = secapp::replaceVariables(variables, line);
         require(replaced.has_value(), "a text of moderate size can be substituted");
         require(*replaced == expected, "the substituted text");
     }

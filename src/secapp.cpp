@@ -7,11 +7,12 @@
 #include "link/wire.h"
 #include "support/echo.h"
 #include "support/file.h"
-#include "support/output.h"
+#include "support/streams.h"
 #include "transfer/encoders.h"
 
 #include <cstdlib>
 #include <new>
+#include <stdexcept>
 
 namespace secapp {
 namespace {
@@ -21,7 +22,7 @@ constexpr int commandFailure = -1;
 constexpr int noScript = -2;
 
 /// The failing piece of a script and what was wrong with it.
-struct Failure {
+struct FailedPiece {
     std::string piece;
     std::string error;
 };
@@ -74,31 +75,31 @@ ScriptSource chooseSource(const Options& options, const File& script) {
 }
 
 /// Runs the commands of one line until one fails.
-std::optional<Failure> runLine(HandlerData& record, std::string_view line, std::uint32_t echoFlags) {
+std::optional<FailedPiece> runLine(HandlerData& record, std::string_view line, std::uint32_t echoFlags) {
     setLastTargetCommand("");
     if (line.find('\0') != std::string_view::npos)
-        return Failure{std::string(line.substr(0, line.find('\0'))), "Script line holds a zero byte"};
+        return FailedPiece{std::string(line.substr(0, line.find('\0'))), "Script line holds a zero byte"};
     while (const std::optional<std::string_view> piece = nextPiece(line, ";")) {
         setLastTargetCommand("");
         if (ErrorText error = runScriptCommand(record, *piece, echoFlags))
-            return Failure{std::string(trimRight(*piece)), *error};
+            return FailedPiece{std::string(trimRight(*piece)), *error};
     }
     return std::nullopt;
 }
 
-std::optional<Failure> runScript(HandlerData& record, ScriptSource& source, std::uint32_t echoFlags) {
+std::optional<FailedPiece> runScript(HandlerData& record, ScriptSource& source, std::uint32_t echoFlags) {
     while (const std::optional<std::string> line = getScriptLine(source, record.deviceName)) {
         debug_print("line: %d, %s\n", source.lineCounter, line->c_str());
-        if (std::optional<Failure> failure = runLine(record, *line, echoFlags))
+        if (std::optional<FailedPiece> failure = runLine(record, *line, echoFlags))
             return failure;
     }
     setLastTargetCommand("");
     if (source.stream != nullptr && std::ferror(source.stream) != 0)
-        return Failure{"", "Script could not be read to its end"};
+        return FailedPiece{"", "Script could not be read to its end"};
     return std::nullopt;
 }
 
-void reportFailure(const ScriptSource& source, const Failure& failure) {
+void reportFailure(const ScriptSource& source, const FailedPiece& failure) {
     writeText(stderr, formatText("Error: %s:%d: %s\n", source.name.c_str(), source.lineCounter,
                                  failure.error.c_str()));
     writeText(stderr, formatText("   Script cmd:      %s\n", failure.piece.c_str()));
@@ -126,7 +127,7 @@ void closePort(HandlerData& record) {
     record.deviceName = device.c_str();
     record.echoFlags = options.echoFlags;
     ScriptSource source = chooseSource(options, script);
-    const std::optional<Failure> failure = runScript(record, source, options.echoFlags);
+    const std::optional<FailedPiece> failure = runScript(record, source, options.echoFlags);
     if (failure)
         reportFailure(source, *failure);
     closePort(record);
@@ -146,6 +147,8 @@ int main(int argc, char** argv) {
         secapp::run(argc, argv);
     } catch (const std::bad_alloc&) {
         secapp::writeText(stderr, "Out of memory\n");
+    } catch (const std::length_error&) {
+        secapp::writeText(stderr, "Out of memory: this machine cannot hold so much at once\n");
     } catch (const std::exception& error) {
         secapp::writeText(stderr, secapp::formatText("Internal error: %s\n", error.what()));
     }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "link/ports.h"
+#include "link/protocol.h"
 #include "link/wire.h"
 
 namespace {
@@ -31,7 +32,7 @@ TEST(Answer, IsRefusedBeyondItsLimit) {
         secapp::HandlerData record;
         record.serialHandle = ends[0];
         record.response.assign(secapp::responseLimit - room, 'y');
-        const secapp::ErrorText error = secapp::collectAnswer(record, 1000, std::nullopt);
+        const secapp::ErrorText error = secapp::getTimedResponse(record, 1000);
         EXPECT_EQ(error.value_or("none"), fits ? "none" : "Answer too long (over 67108864 bytes)");
         EXPECT_EQ(record.response.size(), secapp::responseLimit - (fits ? 0 : room));
         close(ends[0]);

@@ -1,34 +1,39 @@
 #include "commands/expressions.h"
 
 #include "support/numbers.h"
-#include "transfer/regions.h"
 
 #include <algorithm>
 
 namespace secapp {
 namespace {
 
-bool standsOn(const ExpressionCursor& cursor, std::string_view operators) {
-    return cursor.at < cursor.text.size() && operators.find(cursor.text[cursor.at]) != std::string_view::npos;
+bool standsOn(const Expression& expression, std::string_view operators) {
+    return expression.at < expression.text.size() &&
+           operators.find(expression.text[expression.at]) != std::string_view::npos;
 }
 
 } // namespace
 
-ErrorText evaluateExpression(HandlerData& record, TransferDescriptor& holder, std::string_view expression,
+ErrorText evaluateExpression(HandlerData& record, std::optional<FlashList>& regions, std::string_view text,
                              std::uint64_t& value) {
-    ExpressionCursor cursor{expression};
-    return parseSummands(record, holder, cursor, value);
+    Expression expression{.record = record, .regions = regions, .text = text};
+    return parseSummands(expression, value);
 }
 
-ErrorText parseSummands(HandlerData& record, TransferDescriptor& holder, ExpressionCursor& cursor,
-                        std::uint64_t& value) {
+bool isNumeric(std::string_view text) {
+    if (startsWithIgnoringCase(text, "0x"))
+        text.remove_prefix(2);
+    return text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+}
+
+ErrorText parseSummands(Expression& expression, std::uint64_t& value) {
     std::uint64_t sum = 0;
-    if (ErrorText error = parseFactors(record, holder, cursor, sum))
+    if (ErrorText error = parseFactors(expression, sum))
         return error;
-    while (standsOn(cursor, "+-")) {
-        const char operation = cursor.text[cursor.at++];
+    while (standsOn(expression, "+-")) {
+        const char operation = expression.text[expression.at++];
         std::uint64_t product = 0;
-        if (ErrorText error = parseFactors(record, holder, cursor, product))
+        if (ErrorText error = parseFactors(expression, product))
             return error;
         sum = operation == '+' ? sum + product : sum - product;
     }
@@ -36,18 +41,17 @@ ErrorText parseSummands(HandlerData& record, TransferDescriptor& holder, Express
     return std::nullopt;
 }
 
-ErrorText parseFactors(HandlerData& record, TransferDescriptor& holder, ExpressionCursor& cursor,
-                       std::uint64_t& value) {
+ErrorText parseFactors(Expression& expression, std::uint64_t& value) {
     std::uint64_t product = 0;
-    if (ErrorText error = parseAtom(record, holder, cursor, product))
+    if (ErrorText error = parseAtom(expression, product))
         return error;
-    while (standsOn(cursor, "*/")) {
-        const char operation = cursor.text[cursor.at++];
+    while (standsOn(expression, "*/")) {
+        const char operation = expression.text[expression.at++];
         std::uint64_t factor = 0;
-        if (ErrorText error = parseAtom(record, holder, cursor, factor))
+        if (ErrorText error = parseAtom(expression, factor))
             return error;
         if (operation == '/' && factor == 0)
-            return formatError("Division by zero in '%s'", std::string(cursor.text).c_str());
+            return formatError("Division by zero in '%s'", std::string(expression.text).c_str());
         // An atom has 32 bits, so the quotient cannot overflow.
         product = operation == '*' ? product * factor
                                    : static_cast<std::uint64_t>(static_cast<std::int64_t>(product) /
@@ -57,21 +61,21 @@ ErrorText parseFactors(HandlerData& record, TransferDescriptor& holder, Expressi
     return std::nullopt;
 }
 
-ErrorText parseAtom(HandlerData& record, TransferDescriptor& holder, ExpressionCursor& cursor,
-                    std::uint64_t& value) {
-    return getValue(record, holder, extractField(cursor), value);
+ErrorText parseAtom(Expression& expression, std::uint64_t& value) {
+    const std::string_view atom = extractField(expression);
+    return getValue(expression.record, expression.regions, atom, value);
 }
 
-ErrorText getValue(HandlerData& record, TransferDescriptor& holder, std::string_view atom,
+ErrorText getValue(HandlerData& record, std::optional<FlashList>& regions, std::string_view atom,
                    std::uint64_t& value) {
     std::uint32_t number = 0;
     if (!decode(atom, number)) {
         value = number;
         return std::nullopt;
     }
-    if (ErrorText error = getFlashInfo(record, holder.flashList))
+    if (ErrorText error = getFlashInfo(record, regions))
         return error;
-    for (const FlashRegion& region : holder.flashList->regions) {
+    for (const FlashRegion& region : regions->regions) {
         if (equalsIgnoringCase(region.name, atom)) {
             value = region.base;
             return std::nullopt;
@@ -80,16 +84,10 @@ ErrorText getValue(HandlerData& record, TransferDescriptor& holder, std::string_
     return formatError("Unknown memory '%s'", std::string(atom).c_str());
 }
 
-std::string_view extractField(ExpressionCursor& cursor) {
-    const std::size_t start = cursor.at;
-    cursor.at = std::min(cursor.text.find_first_of("+-*/", start), cursor.text.size());
-    return cursor.text.substr(start, cursor.at - start);
-}
-
-bool isNumeric(std::string_view text) {
-    if (startsWithIgnoringCase(text, "0x"))
-        text.remove_prefix(2);
-    return text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+std::string_view extractField(Expression& expression) {
+    const std::size_t start = expression.at;
+    expression.at = std::min(expression.text.find_first_of("+-*/", start), expression.text.size());
+    return expression.text.substr(start, expression.at - start);
 }
 
 } // namespace secapp

@@ -3,7 +3,12 @@
 #include "commands/expressions.h"
 #include "commands/flash_operations.h"
 #include "support/echo.h"
+#include "support/file.h"
+#include "support/streams.h"
+#include "transfer/image_checksum.h"
 #include "transfer/staging.h"
+
+#include <cinttypes>
 
 namespace secapp {
 namespace {
@@ -13,7 +18,7 @@ struct FlashRequest {
     std::string command;
     std::uint32_t fillWidth = 4;
     std::uint32_t fillValue = 0;
-    std::optional<ImageFile> image;
+    std::optional<MeasuredFile> image;
     /// The file, the fill value or, without either, the address as typed.
     std::string imageName;
     std::optional<std::string> addresses;
@@ -63,11 +68,11 @@ ErrorText readOptions(std::string_view& line, FlashRequest& request, std::uint32
 }
 
 ErrorText openImage(FlashRequest& request) {
-    request.image = openImageFile(request.imageName);
+    request.image = openMeasuredFile(request.imageName);
     if (!request.image)
         return formatError("Cannot open %s file '%s'", request.command.c_str(), request.imageName.c_str());
-    debug_print("File %s has size 0x%x", request.imageName.c_str(),
-                static_cast<unsigned>(request.image->size));
+    debug_print("File %s has size 0x%" PRIx64, request.imageName.c_str(),
+                static_cast<std::uint64_t>(request.image->size));
     return std::nullopt;
 }
 
@@ -76,7 +81,7 @@ ErrorText readData(HandlerData& record, TransferDescriptor& descriptor, FlashReq
     if (!isNumeric(request.imageName))
         return openImage(request);
     std::uint64_t value = 0;
-    if (ErrorText error = evaluateExpression(record, descriptor, request.imageName, value))
+    if (ErrorText error = evaluateExpression(record, descriptor.flashList, request.imageName, value))
         return error;
     request.fillValue = static_cast<std::uint32_t>(value);
     return std::nullopt;
@@ -124,17 +129,17 @@ ErrorText findRegion(const FlashList& list, const FlashRequest& request, const F
         if (address < candidate.base || address >= end)
             continue;
         containing = &candidate;
-        if (imageEnd <= end)
+        if (imageSize <= UINT32_MAX && imageEnd <= end)
             region = &candidate;
     }
     if (region != nullptr)
         return std::nullopt;
     if (containing == nullptr)
-        return formatError("No matching memory found %s (0x%lx)", target.item.c_str(),
-                           static_cast<unsigned long>(target.address));
-    return formatError("Binary image %s (size %ld) is too large for memory %s (0x%lx, size %ld)",
-                       request.imageName.c_str(), static_cast<long>(imageSize), target.item.c_str(),
-                       static_cast<unsigned long>(target.address), static_cast<long>(containing->size));
+        return formatError("No matching memory found %s (0x%" PRIx64 ")", target.item.c_str(),
+                           target.address);
+    return formatError(
+        "Binary image %s (size %" PRId64 ") is too large for memory %s (0x%" PRIx64 ", size %" PRIu32 ")",
+        request.imageName.c_str(), imageSize, target.item.c_str(), target.address, containing->size);
 }
 
 ErrorText checkPlacement(const FlashRegion& region, const TransferDescriptor& descriptor,
@@ -142,8 +147,8 @@ ErrorText checkPlacement(const FlashRegion& region, const TransferDescriptor& de
     if (region.pageSize == 0)
         return formatError("Memory %s has no page size", region.name.c_str());
     if (static_cast<std::int64_t>(target.address) % region.pageSize != 0)
-        return formatError("Memory base address %s (0x%lx) is not page aligned (PageSize=0x%x)",
-                           target.item.c_str(), static_cast<unsigned long>(target.address), region.pageSize);
+        return formatError("Memory base address %s (0x%" PRIx64 ") is not page aligned (PageSize=0x%x)",
+                           target.item.c_str(), target.address, region.pageSize);
     if (descriptor.checksumMode == checksumNone)
         return std::nullopt;
     if (descriptor.checksumMode == checksumFromTarget && descriptor.operation == operationProgram)
@@ -171,19 +176,34 @@ void setSizes(const FlashRegion& region, TransferDescriptor& descriptor) {
     descriptor.fillByte = region.blankValue;
 }
 
+/// Whether the data can be cut into chunks of the transfer's buffer: a fill must begin anew with each chunk,
+/// and the check word lies in the first.
+ErrorText checkChunks(const TransferDescriptor& descriptor, const FlashRequest& request,
+                      const FlashRegion& region) {
+    const std::uint32_t buffer = descriptor.bufferSize;
+    if (descriptor.checksumMode != checksumNone)
+        return checkChunkSize(buffer, request.image->size);
+    const bool fits = buffer % request.fillWidth == 0 || request.fillWidth % buffer == 0;
+    if (fits || request.image || !takesData(descriptor.operation))
+        return std::nullopt;
+    return formatError("Fill width %" PRIu32 " does not fit the buffer of memory %s (%" PRIu32 " bytes)",
+                       request.fillWidth, region.name.c_str(), buffer);
+}
+
 ErrorText setSource(HandlerData& record, TransferDescriptor& descriptor, const FlashRequest& request,
                     const FlashRegion& region, FlashTarget& target) {
     // A fill without a length reaches to the end of the region.
     std::uint64_t length = region.size - (target.address - region.base);
     if (request.length) {
-        if (ErrorText error = evaluateExpression(record, descriptor, *request.length, length))
+        if (ErrorText error = evaluateExpression(record, descriptor.flashList, *request.length, length))
             return error;
     }
-    target.image = request.image ? &*request.image : nullptr;
-    target.source = {.stream = request.image ? request.image->stream.get() : nullptr,
-                     .fillValue = request.fillValue,
-                     .fillRemaining = static_cast<std::uint32_t>(length),
-                     .fillWidth = request.fillWidth};
+    if (request.image)
+        target.source = {.stream = request.image->stream.get(), .fileSize = request.image->size};
+    else
+        target.source = {.fillValue = request.fillValue,
+                         .fillRemaining = static_cast<std::uint32_t>(length),
+                         .fillWidth = request.fillWidth};
     return std::nullopt;
 }
 
@@ -191,7 +211,7 @@ ErrorText runAt(HandlerData& record, std::string_view item, const FlashRequest& 
                 TransferDescriptor& descriptor) {
     FlashTarget target;
     target.item = item;
-    if (ErrorText error = evaluateExpression(record, descriptor, item, target.address))
+    if (ErrorText error = evaluateExpression(record, descriptor.flashList, item, target.address))
         return error;
     const FlashRegion* region = nullptr;
     if (ErrorText error = findRegion(*descriptor.flashList, request, target, region))
@@ -199,6 +219,8 @@ ErrorText runAt(HandlerData& record, std::string_view item, const FlashRequest& 
     if (ErrorText error = checkPlacement(*region, descriptor, request, target))
         return error;
     setSizes(*region, descriptor);
+    if (ErrorText error = checkChunks(descriptor, request, *region))
+        return error;
     if (ErrorText error = setSource(record, descriptor, request, *region, target))
         return error;
     return runFlashOperation(record, descriptor, target);
@@ -208,12 +230,11 @@ ErrorText runAt(HandlerData& record, std::string_view item, const FlashRequest& 
 
 ErrorText programVerifyEraseHandler(HandlerData& record, std::string_view text, std::string_view word,
                                     const HandlerEntry* entry) {
-    (void)nextWord(text);
     FlashRequest request;
     request.command = word;
     TransferDescriptor descriptor;
     descriptor.operation = operationOf(word);
-    if (ErrorText error = readRequest(record, text, entry, descriptor, request))
+    if (ErrorText error = readRequest(record, argumentsOf(text), entry, descriptor, request))
         return error;
     if (ErrorText error = getFlashInfo(record, descriptor.flashList))
         return error;
@@ -221,10 +242,9 @@ ErrorText programVerifyEraseHandler(HandlerData& record, std::string_view text, 
     const bool everywhere = equalsIgnoringCase(*request.addresses, "all");
     const std::string addresses = everywhere ? buildListOfFlashes(*descriptor.flashList) : *request.addresses;
     std::string_view rest = addresses;
-    while (const std::optional<std::string_view> item = nextPiece(rest, ",")) {
+    while (const std::optional<std::string_view> item = nextPiece(rest, ","))
         if (ErrorText error = runAt(record, *item, request, descriptor))
             return error;
-    }
     return std::nullopt;
 }
 

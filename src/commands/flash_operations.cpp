@@ -3,33 +3,32 @@
 #include "commands/passthrough.h"
 #include "link/protocol.h"
 #include "link/timing.h"
+#include "support/scope.h"
 #include "transfer/download.h"
 #include "transfer/staging.h"
+
+#include <cinttypes>
 
 namespace secapp {
 namespace {
 
 constexpr std::size_t blankCheckLineLimit = 255;
 
-void show(HandlerData& record, const std::string& text) {
-    if (record.outputHandler != nullptr)
-        record.outputHandler(record, text, false);
+/// Erases with the time-out of an erase, and a progress dot each second.
+ErrorText eraseInPatience(HandlerData& record, std::uint64_t address) {
+    const AtScopeEnd restore([timeout = getTimeoutms(), period = setReadlineEchoPeriod(1)] {
+        setReadlineEchoPeriod(period);
+        setTimeoutms(timeout);
+    });
+    setTimeoutms(getEraseTimeoutms());
+    return sendCommand(record, formatText("eraseFlash %" PRIx64, address));
 }
 
 ErrorText erase(HandlerData& record, const FlashTarget& target) {
     const timeval start = currentTime();
     show(record, formatText("Erasing %s ", target.item.c_str()));
-    const std::int32_t timeout = getTimeoutms();
-    setTimeoutms(getEraseTimeoutms());
-    const std::int32_t period = setReadlineEchoPeriod(1);
-    ErrorText error =
-        exchange(record, formatText("eraseFlash %lx", static_cast<unsigned long>(target.address)));
-    setReadlineEchoPeriod(period);
-    setTimeoutms(timeout);
-    const timeval elapsed = elapsedSince(start);
-    show(record,
-         formatText("... completed in %.3fs\n",
-                    static_cast<double>(elapsed.tv_sec) + static_cast<double>(elapsed.tv_usec) / 1000000.0));
+    ErrorText error = eraseInPatience(record, target.address);
+    show(record, formatText("... completed in %.3fs\n", secondsOf(elapsedSince(start))));
     return error;
 }
 
@@ -42,17 +41,11 @@ ErrorText blankCheck(HandlerData& record, const FlashTarget& target) {
 }
 
 ErrorText transfer(HandlerData& record, TransferDescriptor& descriptor, FlashTarget& target) {
-    if (target.image != nullptr)
-        std::rewind(target.image->stream.get());
+    if (target.source.stream != nullptr)
+        std::rewind(target.source.stream);
     const char* label = descriptor.operation == operationVerify ? "Verified" : "Programmed";
-    if (ErrorText error = download(record, target.source, static_cast<std::uint32_t>(target.address),
-                                   commonBufferOverflowCallback, descriptor, label))
-        return error;
-    // Success must mean that the target holds the whole image.
-    if (target.image != nullptr && !wasReadWhole(*target.image))
-        return formatError("The file changed or could not be read to its end (%ld bytes expected)",
-                           static_cast<long>(target.image->size));
-    return std::nullopt;
+    return download(record, target.source, static_cast<std::uint32_t>(target.address),
+                    commonBufferOverflowCallback, descriptor, label);
 }
 
 } // namespace

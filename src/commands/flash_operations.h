@@ -1,12 +1,10 @@
 #pragma once
 
-#include "commands/image_file.h"
 #include "link/handler_data.h"
 #include "support/text.h"
 #include "transfer/records.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace secapp {
@@ -17,8 +15,7 @@ struct FlashTarget {
     /// The address as written and its value.
     std::string item;
     std::uint64_t address = 0;
-    /// The image of program and verify; none for a fill, for which `source` holds the value and the length.
-    const ImageFile* image = nullptr;
+    /// Of program and verify.
     TransferSource source;
 };
 

@@ -30,6 +30,12 @@ struct HandlerEntry {
     CommandHandler handler;
 };
 
+/// What follows the command word in the text of a command, trimmed.
+[[nodiscard]] inline std::string_view argumentsOf(std::string_view text) {
+    (void)nextWord(text);
+    return trimwhitespace(text);
+}
+
 /// The usage line of a command for its "missing" messages; empty without a row.
 [[nodiscard]] inline std::string commandUsage(const HandlerEntry* entry) {
     return entry == nullptr ? std::string() : formatText("\nUsage: %s %s", entry->name, entry->argumentHelp);

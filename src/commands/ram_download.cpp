@@ -3,6 +3,7 @@
 #include "support/echo.h"
 #include "support/file.h"
 #include "transfer/download.h"
+#include "transfer/image_checksum.h"
 #include "transfer/staging.h"
 
 namespace secapp {
@@ -13,7 +14,7 @@ constexpr std::uint32_t defaultDownloadSize = 32768;
 } // namespace
 
 ErrorText downloadHandler(HandlerData& record, std::string_view text, std::string_view word,
-                          const HandlerEntry* /*entry*/) {
+                          const HandlerEntry*) {
     const std::string command(word);
     TransferDescriptor descriptor;
     const std::optional<std::string_view> firstWord = nextWord(text);
@@ -32,6 +33,7 @@ ErrorText downloadHandler(HandlerData& record, std::string_view text, std::strin
     const File file = openDataFile(path);
     if (!file)
         return formatError("Cannot open %s file '%s'", command.c_str(), path.c_str());
+    const std::optional<std::int64_t> fileSize = measureFile(file.get());
     const std::int32_t limit = getMaxTransferBufferSize();
     const std::uint32_t size = limit >= 1 ? static_cast<std::uint32_t>(limit) : defaultDownloadSize;
     debug_print("%s, %s, 0x%x\n", std::string(*firstWord).c_str(), path.c_str(), 0U);
@@ -40,12 +42,12 @@ ErrorText downloadHandler(HandlerData& record, std::string_view text, std::strin
     descriptor.burstSize = size;
     TransferSource source;
     source.stream = file.get();
-    if (ErrorText error =
-            download(record, source, 0, downloadBufferOverflowCallback, descriptor, "Downloaded"))
-        return error;
-    if (std::ferror(file.get()) != 0)
-        return formatError("Cannot read %s file '%s' to its end", command.c_str(), path.c_str());
-    return std::nullopt;
+    source.fileSize = fileSize;
+    if (descriptor.checksumMode != checksumNone) {
+        if (ErrorText error = checkChunkSize(descriptor.bufferSize, fileSize))
+            return error;
+    }
+    return download(record, source, 0, downloadBufferOverflowCallback, descriptor, "Downloaded");
 }
 
 } // namespace secapp

@@ -14,7 +14,7 @@ ErrorText query(HandlerData& record, const char* command, std::string& answer) {
     if (ErrorText error = openPort(record))
         return error;
     HandlerData context = newHandlerData(record, record.echoFlags);
-    if (ErrorText error = exchange(context, command))
+    if (ErrorText error = sendCommand(context, command))
         return error;
     answer = std::move(context.response);
     return std::nullopt;
@@ -44,17 +44,15 @@ std::string regionLine(const FlashRegion& region, const std::optional<std::strin
 /// The external flash's region, the last of that name; null when there is none.
 const FlashRegion* findExternal(const FlashList& list) {
     const FlashRegion* external = nullptr;
-    for (const FlashRegion& region : list.regions) {
+    for (const FlashRegion& region : list.regions)
         if (equalsIgnoringCase(region.name, externalFlash))
             external = &region;
-    }
     return external;
 }
 
 } // namespace
 
-ErrorText infoHandler(HandlerData& record, std::string_view /*text*/, std::string_view /*word*/,
-                      const HandlerEntry* /*entry*/) {
+ErrorText infoHandler(HandlerData& record, std::string_view, std::string_view, const HandlerEntry*) {
     if (record.outputHandler == nullptr)
         return std::nullopt;
     if (ErrorText error = getPartInfo(record))
@@ -77,15 +75,13 @@ ErrorText infoHandler(HandlerData& record, std::string_view /*text*/, std::strin
     }
     for (const FlashRegion& region : list->regions) {
         const bool isExternal = &region == external;
-        record.outputHandler(record, regionLine(region, isExternal ? std::optional(family) : std::nullopt),
-                             false);
+        show(record, regionLine(region, isExternal ? std::optional(family) : std::nullopt));
     }
-    record.outputHandler(record, formatText("ID: %s\n", identification.c_str()), false);
+    show(record, formatText("ID: %s\n", identification.c_str()));
     return std::nullopt;
 }
 
-ErrorText queryFlashHandler(HandlerData& record, std::string_view /*text*/, std::string_view /*word*/,
-                            const HandlerEntry* /*entry*/) {
+ErrorText queryFlashHandler(HandlerData& record, std::string_view, std::string_view, const HandlerEntry*) {
     return exchangeFlashQuery(record);
 }
 
@@ -94,12 +90,9 @@ ErrorText getPartInfo(HandlerData& record) {
     if (ErrorText error = query(record, "queryPart", answer))
         return error;
     const std::optional<std::string> part = valueOf(answer, "Partid");
-    if (part && record.outputHandler != nullptr)
-        record.outputHandler(record,
-                             formatText("%s PartID: %s Clock: %sHz\n",
-                                        valueOf(answer, "Decode").value_or("").c_str(), part->c_str(),
-                                        valueOf(answer, "Core clock").value_or("").c_str()),
-                             false);
+    if (part)
+        show(record, formatText("%s PartID: %s Clock: %sHz\n", valueOf(answer, "Decode").value_or("").c_str(),
+                                part->c_str(), valueOf(answer, "Core clock").value_or("").c_str()));
     return std::nullopt;
 }
 

@@ -135,8 +135,9 @@ const std::array<HandlerEntry, 17> handlerEntries = {{
 }};
 
 const HandlerEntry& findHandler(std::string_view word) {
-    return *std::find_if(handlerEntries.begin(), handlerEntries.end(),
-                         [&](const HandlerEntry& entry) { return matches(entry, word); });
+    return *std::find_if(
+        handlerEntries.begin(), handlerEntries.end(),
+        [&](const HandlerEntry& entry) { return matches(entry, word); });
 }
 
 } // namespace secapp

@@ -6,7 +6,7 @@
 #include "link/ports.h"
 #include "link/serial.h"
 #include "link/timing.h"
-#include "support/output.h"
+#include "support/streams.h"
 #include "transfer/encoders.h"
 
 #include <cstdlib>

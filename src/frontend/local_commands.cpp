@@ -11,35 +11,25 @@ namespace {
 /// When the script's stopwatch was started, none while it is stopped.
 std::optional<timeval> timer;
 
-/// What follows the command word, which the text begins with.
-std::string_view argumentsOf(std::string_view text, std::string_view commandWord) {
-    return trimwhitespace(trimwhitespace(text).substr(commandWord.size()));
-}
-
 ErrorText printElapsed(HandlerData& record) {
     if (!timer)
         return formatError("Timer not running");
     const timeval elapsed = elapsedSince(*timer);
-    if (record.outputHandler != nullptr)
-        record.outputHandler(record,
-                             formatText("Elapsed time %ld.%03ds\n", static_cast<long>(elapsed.tv_sec),
-                                        static_cast<int>(elapsed.tv_usec / 1000)),
-                             false);
+    show(record, formatText("Elapsed time %lld.%03ds\n", static_cast<long long>(elapsed.tv_sec),
+                            static_cast<int>(elapsed.tv_usec / 1000)));
     return std::nullopt;
 }
 
 } // namespace
 
-ErrorText echoHandler(HandlerData& record, std::string_view text, std::string_view word,
-                      const HandlerEntry* /*entry*/) {
-    print(record.echoFlags | ECHO_SCRIPT, "%s", std::string(argumentsOf(text, word)).c_str());
+ErrorText echoHandler(HandlerData& record, std::string_view text, std::string_view, const HandlerEntry*) {
+    print(record.echoFlags | ECHO_SCRIPT, "%s", std::string(argumentsOf(text)).c_str());
     return std::nullopt;
 }
 
-ErrorText delayHandler(HandlerData& /*record*/, std::string_view text, std::string_view word,
-                       const HandlerEntry* /*entry*/) {
-    (void)nextWord(text);
-    const std::optional<std::string_view> time = nextWord(text);
+ErrorText delayHandler(HandlerData&, std::string_view text, std::string_view word, const HandlerEntry*) {
+    std::string_view arguments = argumentsOf(text);
+    const std::optional<std::string_view> time = nextWord(arguments);
     if (!time)
         return formatError("No time specified for %s", std::string(word).c_str());
     std::uint32_t microseconds = 0;
@@ -48,9 +38,8 @@ ErrorText delayHandler(HandlerData& /*record*/, std::string_view text, std::stri
     return error;
 }
 
-ErrorText pauseHandler(HandlerData& /*record*/, std::string_view text, std::string_view word,
-                       const HandlerEntry* /*entry*/) {
-    const std::string_view message = argumentsOf(text, word);
+ErrorText pauseHandler(HandlerData&, std::string_view text, std::string_view, const HandlerEntry*) {
+    const std::string_view message = argumentsOf(text);
     if (startsWithIgnoringCase(message, "on"))
         setScriptPause(1);
     else if (startsWithIgnoringCase(message, "off"))
@@ -62,8 +51,8 @@ ErrorText pauseHandler(HandlerData& /*record*/, std::string_view text, std::stri
 
 ErrorText timerHandler(HandlerData& record, std::string_view text, std::string_view word,
                        const HandlerEntry* entry) {
-    (void)nextWord(text);
-    const std::optional<std::string_view> operation = nextWord(text);
+    std::string_view arguments = argumentsOf(text);
+    const std::optional<std::string_view> operation = nextWord(arguments);
     if (!operation)
         return formatError("%s: Missing parameter %s", std::string(word).c_str(),
                            commandUsage(entry).c_str());

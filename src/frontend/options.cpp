@@ -9,6 +9,7 @@
 #include "link/timing.h"
 #include "support/echo.h"
 #include "support/numbers.h"
+#include "support/streams.h"
 #include "support/text.h"
 #include "transfer/encoders.h"
 #include "transfer/staging.h"
@@ -83,7 +84,7 @@ void defineVariable(const char* argument) {
                                      std::string(name.value_or("")).c_str()));
         std::exit(usageError);
     }
-    addVariable(*name, *value);
+    addVariable(scriptVariables(), *name, *value);
 }
 
 void setDevice(Options& options, const char* device) {
@@ -183,10 +184,9 @@ std::uint32_t applyEchoLetters(const char* letters, std::uint32_t echoFlags) {
         echoFlags |= ECHO_NOISY;
     if (has('q'))
         echoFlags = 0;
-    for (const EchoLetter& echo : echoLetters) {
+    for (const EchoLetter& echo : echoLetters)
         if (has(echo.letter))
             echoFlags |= echo.bits;
-    }
     return echoFlags;
 }
 

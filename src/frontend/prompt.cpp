@@ -1,5 +1,6 @@
 #include "frontend/prompt.h"
 
+#include "support/streams.h"
 #include "support/text.h"
 
 #include <cstdio>

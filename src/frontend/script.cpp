@@ -6,6 +6,8 @@
 #include "frontend/variables.h"
 #include "link/protocol.h"
 #include "support/echo.h"
+#include "support/scope.h"
+#include "support/streams.h"
 
 #include <utility>
 
@@ -30,10 +32,9 @@ constexpr PrefixEffect prefixEffects[] = {
 };
 
 std::uint32_t flagsWithPrefix(char prefix, std::uint32_t echoFlags) {
-    for (const PrefixEffect& effect : prefixEffects) {
+    for (const PrefixEffect& effect : prefixEffects)
         if (effect.prefix == prefix)
             return (echoFlags & effect.keptFlags) | effect.addedFlags;
-    }
     return echoFlags;
 }
 
@@ -43,7 +44,7 @@ ErrorText unrecognised(std::string_view text) {
 
 /// Substitutes the variables and hands the command to the row of the table that matches its first word.
 ErrorText callHandler(HandlerData& record, std::string_view commandText) {
-    const std::optional<std::string> text = replaceVariables(commandText);
+    const std::optional<std::string> text = replaceVariables(scriptVariables(), commandText);
     if (!text)
         return formatError("Command too long after substitution (over %zu bytes)", substitutionLimit);
     std::string_view rest = *text;
@@ -80,20 +81,19 @@ ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText,
     if (prefix == '?' && text.empty())
         display_usage(runRecord.deviceName);
 
-    const int rememberedDebug = DEBUG;
-    const std::int32_t rememberedPause = getScriptPause();
-    const std::uint32_t flags = flagsWithPrefix(prefix, echoFlags);
+    const AtScopeEnd restore([prefix, debug = DEBUG, pause = getScriptPause()] {
+        DEBUG = debug;
+        if (prefix == '?')
+            setScriptPause(pause);
+    });
     if (prefix == '%')
         DEBUG = 1;
     if (prefix == '?')
         setScriptPause(1);
+    const std::uint32_t flags = flagsWithPrefix(prefix, echoFlags);
     print(flags, "%s", std::string(trimRight(commandText)).c_str());
     std::string response;
-    ErrorText error = processLine(runRecord, text, response, flags);
-    DEBUG = rememberedDebug;
-    if (prefix == '?')
-        setScriptPause(rememberedPause);
-    return error;
+    return processLine(runRecord, text, response, flags);
 }
 
 ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std::string& response,
@@ -107,6 +107,9 @@ ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std:
     record.outputHandler = stdOutputHandler;
     const bool immediate = (echoFlags & ECHO_IMMEDIATE) != 0;
     ErrorText error = immediate ? immediateHandler(record, commandText) : callHandler(record, commandText);
+    // Whoever did without an answer that was lost: nobody knows any more what the target does.
+    if (!error)
+        error = connectionFailure(record);
     runRecord.serialHandle = record.serialHandle;
     runRecord.savedSettings = record.savedSettings;
     response = std::move(record.response);
@@ -120,10 +123,10 @@ ErrorText immediateHandler(HandlerData& record, std::string_view text) {
     return getResponse(record);
 }
 
-void stdOutputHandler(HandlerData& /*record*/, std::string_view text, bool addNewline) {
+void stdOutputHandler(HandlerData&, std::string_view text, bool addNewline) {
     writeText(stdout, text);
     if (addNewline)
-        std::fputc('\n', stdout);
+        writeText(stdout, "\n");
     else
         std::fflush(stdout);
 }

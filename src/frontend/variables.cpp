@@ -1,22 +1,10 @@
 #include "frontend/variables.h"
 
 #include <algorithm>
-#include <unordered_map>
 #include <utility>
-#include <vector>
 
 namespace secapp {
 namespace {
-
-struct Variable {
-    /// The reference to it, "[name]".
-    std::string pattern;
-    std::string value;
-};
-
-/// In the order of definition, and where each pattern stands in it.
-std::vector<Variable> variables;
-std::unordered_map<std::string, std::size_t> places;
 
 std::size_t count(std::string_view text, std::string_view pattern) {
     std::size_t found = 0;
@@ -29,19 +17,20 @@ std::size_t count(std::string_view text, std::string_view pattern) {
 /// The first variable, in order and from `from` on, that the text refers to; the number of variables when it
 /// refers to none. Looks the references up instead of trying every variable, unless the text holds more pairs
 /// of brackets than there are variables.
-std::size_t nextReferenced(std::string_view text, std::size_t from) {
-    if (count(text, "[") * count(text, "]") > variables.size()) {
+std::size_t nextReferenced(const Variables& variables, std::string_view text, std::size_t from) {
+    const auto& inOrder = variables.inOrder;
+    if (count(text, "[") * count(text, "]") > inOrder.size()) {
         const auto found = std::find_if(
-            variables.begin() + static_cast<std::ptrdiff_t>(from), variables.end(),
-            [&](const Variable& variable) { return text.find(variable.pattern) != std::string_view::npos; });
-        return static_cast<std::size_t>(found - variables.begin());
+            inOrder.begin() + static_cast<std::ptrdiff_t>(from), inOrder.end(),
+            [&](const auto& variable) { return text.find(variable.pattern) != std::string_view::npos; });
+        return static_cast<std::size_t>(found - inOrder.begin());
     }
-    std::size_t first = variables.size();
+    std::size_t first = inOrder.size();
     for (std::size_t open = text.find('['); open != std::string_view::npos; open = text.find('[', open + 1)) {
         for (std::size_t close = text.find(']', open); close != std::string_view::npos;
              close = text.find(']', close + 1)) {
-            const auto place = places.find(std::string(text.substr(open, close - open + 1)));
-            if (place != places.end() && place->second >= from)
+            const auto place = variables.places.find(std::string(text.substr(open, close - open + 1)));
+            if (place != variables.places.end() && place->second >= from)
                 first = std::min(first, place->second);
         }
     }
@@ -50,21 +39,26 @@ std::size_t nextReferenced(std::string_view text, std::size_t from) {
 
 } // namespace
 
-void addVariable(std::string_view name, std::string_view value) {
-    std::string pattern("[");
-    pattern.append(name).append("]");
-    const auto [place, isNew] = places.emplace(pattern, variables.size());
-    if (isNew)
-        variables.push_back({std::move(pattern), std::string(value)});
-    else
-        variables[place->second].value = value;
+Variables& scriptVariables() {
+    static Variables variables;
+    return variables;
 }
 
-std::optional<std::string> replaceVariables(std::string_view text) {
+void addVariable(Variables& variables, std::string_view name, std::string_view value) {
+    std::string pattern("[");
+    pattern.append(name).append("]");
+    const auto [place, isNew] = variables.places.emplace(pattern, variables.inOrder.size());
+    if (isNew)
+        variables.inOrder.push_back({std::move(pattern), std::string(value)});
+    else
+        variables.inOrder[place->second].value = value;
+}
+
+std::optional<std::string> replaceVariables(const Variables& variables, std::string_view text) {
     std::string replaced(text);
-    for (std::size_t place = nextReferenced(replaced, 0); place < variables.size();
-         place = nextReferenced(replaced, place + 1)) {
-        const auto& [pattern, value] = variables[place];
+    for (std::size_t place = nextReferenced(variables, replaced, 0); place < variables.inOrder.size();
+         place = nextReferenced(variables, replaced, place + 1)) {
+        const auto& [pattern, value] = variables.inOrder[place];
         if (replaced.size() + count(replaced, pattern) * value.size() > substitutionLimit)
             return std::nullopt;
         replaced = replace_str(replaced, pattern, value);
@@ -89,13 +83,12 @@ Definition splitDefinition(std::string_view text) {
     return definition;
 }
 
-ErrorText varHandler(HandlerData& /*record*/, std::string_view text, std::string_view word,
-                     const HandlerEntry* /*entry*/) {
+ErrorText varHandler(HandlerData&, std::string_view text, std::string_view word, const HandlerEntry*) {
     constexpr std::size_t matchedLength = 3;
     const auto [name, value] = splitDefinition(trimwhitespace(trimwhitespace(text).substr(matchedLength)));
     if (!name)
         return formatError("No variable specified for %s command", std::string(word).c_str());
-    addVariable(*name, value.value_or(""));
+    addVariable(scriptVariables(), *name, value.value_or(""));
     return std::nullopt;
 }
 

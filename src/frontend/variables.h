@@ -2,19 +2,36 @@
 
 #include "commands/handler.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace secapp {
 
-/// Defines a script variable; one that is defined already keeps its place in the order of substitution.
-void addVariable(std::string_view name, std::string_view value);
+/// Script variables in the order of their definition, and where the reference to each, "[name]", stands in
+/// it.
+struct Variables {
+    struct Variable {
+        std::string pattern;
+        std::string value;
+    };
+    std::vector<Variable> inOrder;
+    std::unordered_map<std::string, std::size_t> places;
+};
+
+/// The variables of the run.
+[[nodiscard]] Variables& scriptVariables();
+
+/// Defines a variable; one that is defined already keeps its place in the order of substitution.
+void addVariable(Variables& variables, std::string_view name, std::string_view value);
 
 /// The text with every [name] of a variable replaced by its value, one variable after the other in the order
 /// of their definition, so that a value may refer to variables defined later. None when the result would be
 /// larger than `substitutionLimit` bytes.
-[[nodiscard]] std::optional<std::string> replaceVariables(std::string_view text);
+[[nodiscard]] std::optional<std::string> replaceVariables(const Variables& variables, std::string_view text);
 inline constexpr std::size_t substitutionLimit = std::size_t{64} * 1024 * 1024;
 
 /// The text with every occurrence of the pattern replaced, from left to right; inserted values are not

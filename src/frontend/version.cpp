@@ -32,11 +32,10 @@ const std::string& getProgramName() {
     return programName;
 }
 
-ErrorText versionHandler(HandlerData& record, std::string_view text, std::string_view /*word*/,
-                         const HandlerEntry* /*entry*/) {
+ErrorText versionHandler(HandlerData& record, std::string_view text, std::string_view, const HandlerEntry*) {
     if (record.outputHandler != nullptr)
         record.outputHandler(record, getVersionString(false), true);
-    return exchange(record, text);
+    return sendCommand(record, text);
 }
 
 } // namespace secapp

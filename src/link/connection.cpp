@@ -1,11 +1,12 @@
 #include "link/connection.h"
 
 #include "link/serial.h"
-#include "link/timing.h"
 #include "link/wire.h"
 #include "support/echo.h"
 #include "support/numbers.h"
+#include "support/streams.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -21,20 +22,14 @@ constexpr int returnsPerAttempt = 10;
 /// In ms; the whole seconds of the line reader make it about one second of silence.
 constexpr int answerTimeout = 1;
 
-/// For how many ms a port that takes no bytes is waited for during the handshake.
-constexpr int handshakePatience = 1000;
+/// How long a port that takes no bytes is waited for during the handshake.
+constexpr auto handshakePatience = std::chrono::seconds(1);
 
-/// A silent target is given up after about 91 s; one that never stops talking after this many.
-constexpr time_t handshakeSeconds = 100;
+/// A silent target is given up after about 91 s; one that never stops talking after this time.
+constexpr auto longestHandshake = std::chrono::seconds(100);
 
-/// For how many s stale input is drained; a target that talks on is left to the handshake.
-constexpr time_t drainSeconds = 1;
-
-timeval secondsFromNow(time_t seconds) {
-    timeval time = currentTime();
-    time.tv_sec += seconds;
-    return time;
-}
+/// For how long stale input is drained; a target that talks on is left to the handshake.
+constexpr auto longestDrain = std::chrono::seconds(1);
 
 int drawToken() {
     const int token = std::rand();
@@ -57,18 +52,38 @@ enum class Outcome { inControl, again, failed };
 struct Handshake {
     /// A record of its own without an output handler, so that nothing of the handshake is shown as output.
     HandlerData work;
-    timeval until;
+    TimePoint until;
     ErrorText pending;
+    /// Whether the last failure was the link's, and not the target's.
+    bool linkFailed = false;
 };
 
-/// Reads answers to the test until one holds the token, nothing is collected, or one fails and becomes the
-/// pending error.
+bool isOver(const Handshake& handshake) {
+    return Clock::now() >= handshake.until;
+}
+
+bool send(Handshake& handshake, std::string_view line) {
+    const Clock::duration patience =
+        std::min<Clock::duration>(handshakePatience, handshake.until - Clock::now());
+    handshake.linkFailed = sendLine(handshake.work, line, patience) <= 0;
+    return !handshake.linkFailed;
+}
+
+/// Waits for an answer, whose failure becomes the pending error; false when it fails.
+bool await(Handshake& handshake) {
+    Answer answer = collectAnswer(handshake.work, answerTimeout, handshake.until);
+    handshake.linkFailed = answer.end == AnswerEnd::lost;
+    if (answer.end == AnswerEnd::ok)
+        handshake.pending.reset();
+    else
+        handshake.pending = std::move(answer.text);
+    return answer.end == AnswerEnd::ok;
+}
+
+/// Reads answers to the test until one holds the token, nothing is collected, or one fails.
 Outcome awaitToken(Handshake& handshake, int token, bool last) {
     std::size_t searched = 0;
-    for (;;) {
-        handshake.pending = collectAnswer(handshake.work, answerTimeout, handshake.until);
-        if (handshake.pending)
-            return Outcome::again;
+    while (await(handshake)) {
         if (handshake.work.response.empty()) {
             if (!last)
                 return Outcome::again;
@@ -79,24 +94,21 @@ Outcome awaitToken(Handshake& handshake, int token, bool last) {
             return Outcome::inControl;
         searched = handshake.work.response.size();
     }
+    return Outcome::again;
 }
 
 /// Sends RETURNs, which end a half-typed line on the target's side, until one is answered well or cannot be
 /// written.
 void sendReturns(Handshake& handshake) {
-    for (int sent = 0; sent < returnsPerAttempt; ++sent) {
-        if (sendLine(handshake.work, "\r", handshakePatience) <= 0)
+    for (int sent = 0; sent < returnsPerAttempt && !isOver(handshake); ++sent)
+        if (!send(handshake, "\r") || await(handshake))
             return;
-        handshake.pending = collectAnswer(handshake.work, answerTimeout, handshake.until);
-        if (!handshake.pending)
-            return;
-    }
 }
 
 Outcome attemptControl(Handshake& handshake, bool last) {
     const int token = drawToken();
     const std::string line = composeLine(handshake.work, formatText("print %d", token), "=", "\r");
-    if (sendLine(handshake.work, line, handshakePatience) <= 0) {
+    if (!send(handshake, line)) {
         handshake.pending = last ? "Failed to write synchronization test to target"
                                  : "Failed to write synchronization RETURN";
         return last ? Outcome::failed : Outcome::again;
@@ -116,6 +128,7 @@ Outcome attemptControl(Handshake& handshake, bool last) {
 
 int openSerialDevice(HandlerData& record) {
     if (record.deviceName == nullptr) {
+        serial_noteError(ENODEV);
         writeText(stderr, "Unable to open target device: No device name provided\n");
         return noDeviceName;
     }
@@ -129,10 +142,8 @@ int openSerialDevice(HandlerData& record) {
                     static_cast<int>(getDefaultSerialReadMinRead()));
     flush(record);
     if (const ErrorText error = getControl(record)) {
-        const int number = errno;
         writeText(stderr, formatText("Error opening %s: %s\n", record.deviceName, error->c_str()));
         writeText(stderr, "(Sometimes ISP reset, or erasing the flash, can help...)\n");
-        errno = number;
         return -1;
     }
     return 0;
@@ -140,32 +151,31 @@ int openSerialDevice(HandlerData& record) {
 
 ErrorText getControl(HandlerData& record) {
     Handshake handshake{.work = newHandlerData(record, record.echoFlags),
-                        .until = secondsFromNow(handshakeSeconds),
+                        .until = Clock::now() + longestHandshake,
                         .pending = std::nullopt};
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     debug_print("Attempting to gain control of target");
     for (int left = attempts - 1; left >= 0; --left) {
-        const Outcome outcome = attemptControl(handshake, left == 0);
+        const Outcome outcome = attemptControl(handshake, left == 0 || isOver(handshake));
         if (outcome == Outcome::inControl)
             return std::nullopt;
         if (outcome == Outcome::failed)
             break;
     }
-    // The system's text for the last failure is still to be shown.
-    const int number = errno;
+    if (!handshake.linkFailed)
+        serial_noteError(EPROTO);
     serial_terminate(record.serialHandle, record.savedSettings);
-    errno = number;
     record.serialHandle = 0;
     record.linkError = synchronisationFailed;
     return handshake.pending;
 }
 
 void flush(const HandlerData& record) {
-    const timeval start = currentTime();
+    const TimePoint until = Clock::now() + longestDrain;
     std::uint8_t byte = 0;
     while (serial_read(record.serialHandle, {&byte, 1}) > 0) {
         debug_print("Flush: <%c>, %d, %d", byte, 1, static_cast<signed char>(byte));
-        if (elapsedSince(start).tv_sec >= drainSeconds)
+        if (Clock::now() >= until)
             return;
     }
 }

@@ -44,4 +44,10 @@ struct HandlerData {
     return record;
 }
 
+/// Hands a text of the tool's own to the record's output handler, if it has one, to be written as it stands.
+inline void show(HandlerData& record, std::string_view text) {
+    if (record.outputHandler != nullptr)
+        record.outputHandler(record, text, false);
+}
+
 } // namespace secapp

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cinttypes>
 #include <fstream>
 
 #include <sys/file.h>
@@ -31,18 +32,15 @@ int lockHolder(std::string_view line, std::string_view file) {
 } // namespace
 
 bool lockDevice(int handle) {
-    if (::flock(handle, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
-        return true;
-    errno = EBUSY;
-    return false;
+    return ::flock(handle, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
 std::optional<std::string> deviceHolder(int handle) {
     struct stat device {};
     if (::fstat(handle, &device) != 0)
         return std::nullopt;
-    const std::string file = formatText("%02x:%02x:%lu", major(device.st_dev), minor(device.st_dev),
-                                        static_cast<unsigned long>(device.st_ino));
+    const std::string file = formatText("%02x:%02x:%" PRIu64, major(device.st_dev), minor(device.st_dev),
+                                        std::uint64_t{device.st_ino});
     std::ifstream locks("/proc/locks");
     for (std::string line; std::getline(locks, line);) {
         const int process = lockHolder(line, file);

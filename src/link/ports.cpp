@@ -1,9 +1,12 @@
 #include "link/ports.h"
 
+#include "support/streams.h"
+
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include <dirent.h>
@@ -24,7 +27,8 @@ std::vector<std::string> namesIn(const std::string& path) {
     std::vector<std::string> names;
     const std::unique_ptr<DIR, FolderCloser> folder(::opendir(path.c_str()));
     if (!folder) {
-        std::perror(formatText("Error reading tty devices (%s)", path.c_str()).c_str());
+        writeText(stderr,
+                  formatText("Error reading tty devices (%s): %s\n", path.c_str(), std::strerror(errno)));
         return names;
     }
     while (const dirent* entry = ::readdir(folder.get()))
@@ -44,10 +48,9 @@ bool isOnUsb(const std::string& classPath) {
     if (length <= 0)
         return false;
     std::string_view target(buffer.data(), static_cast<std::size_t>(length));
-    for (; !target.empty(); target.remove_prefix(1)) {
+    for (; !target.empty(); target.remove_prefix(1))
         if (startsWithIgnoringCase(target, "usb"))
             return true;
-    }
     return false;
 }
 

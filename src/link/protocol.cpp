@@ -2,55 +2,59 @@
 
 #include "link/connection.h"
 #include "link/serial.h"
-#include "link/timing.h"
 #include "link/wire.h"
 
 namespace secapp {
 namespace {
 
+constexpr int notSent = -1;
+
 int ensureOpen(HandlerData& record) {
     return record.serialHandle == 0 ? openSerialDevice(record) : 0;
 }
 
+/// Writes a line to the open port. The target waits for the rest of one that does not go out whole.
+int send(const HandlerData& record, std::string_view line) {
+    const int written = sendLine(record, line, writePatience());
+    if (written <= 0)
+        serial_setOutOfStep(record.serialHandle, serial_get_error());
+    return written;
+}
+
 } // namespace
+
+ErrorText sendCommand(HandlerData& record, std::string_view text) {
+    if (ErrorText error = refuseLineBreaks(text))
+        return error;
+    writeLine(record, text);
+    return getResponse(record);
+}
+
+ErrorText getResponse(HandlerData& record) {
+    return getTimedResponse(record, getTimeoutms());
+}
+
+ErrorText connectionFailure(const HandlerData& record) {
+    return serial_outOfStep(record.serialHandle);
+}
 
 ErrorText openPort(HandlerData& record) {
     // A second try is refused at once and gives the text.
     return ensureOpen(record) == 0 ? std::nullopt : getResponse(record);
 }
 
-int writeLine(HandlerData& record, std::string_view text) {
-    return writeLineExt(record, text, "=", "\r");
-}
-
-int writeLineExt(HandlerData& record, std::string_view text, std::string_view prefix,
-                 std::string_view suffix) {
-    const std::string line = composeLine(record, text, prefix, suffix);
-    if (const int failure = ensureOpen(record))
-        return failure;
-    return sendLine(record, line, writePatience());
-}
-
 int writeLineRaw(HandlerData& record, std::string_view text) {
+    if (connectionFailure(record))
+        return notSent;
     if (const int failure = ensureOpen(record))
         return failure;
-    return sendLine(record, text, writePatience());
+    return send(record, text);
 }
 
 ErrorText writeRawFully(const HandlerData& record, std::span<const std::uint8_t> bytes) {
-    if (writeAll(record, bytes, writePatience()) > 0)
-        return std::nullopt;
-    return serial_get_error();
-}
-
-ErrorText getTimedResponse(HandlerData& record, int timeout) {
-    if (ensureOpen(record) != 0)
-        return serial_get_error();
-    return collectAnswer(record, timeout);
-}
-
-ErrorText getResponse(HandlerData& record) {
-    return getTimedResponse(record, getTimeoutms());
+    if (writeAll(record, bytes, writePatience()) <= 0)
+        serial_setOutOfStep(record.serialHandle, serial_get_error());
+    return connectionFailure(record);
 }
 
 ErrorText refuseLineBreaks(std::string_view text) {
@@ -59,11 +63,31 @@ ErrorText refuseLineBreaks(std::string_view text) {
     return formatError("A command for the target cannot hold a line break");
 }
 
-ErrorText exchange(HandlerData& record, std::string_view text) {
-    if (ErrorText error = refuseLineBreaks(text))
-        return error;
-    writeLine(record, text);
-    return getResponse(record);
+int writeLine(HandlerData& record, std::string_view text) {
+    return writeLineExt(record, text, "=", "\r");
+}
+
+int writeLineExt(HandlerData& record, std::string_view text, std::string_view prefix,
+                 std::string_view suffix) {
+    if (connectionFailure(record))
+        return notSent;
+    const std::string line = composeLine(record, text, prefix, suffix);
+    if (const int failure = ensureOpen(record))
+        return failure;
+    return send(record, line);
+}
+
+ErrorText getTimedResponse(HandlerData& record, int timeout) {
+    if (ensureOpen(record) != 0)
+        return serial_get_error();
+    if (ErrorText failure = connectionFailure(record))
+        return failure;
+    const Answer answer = collectAnswer(record, timeout);
+    if (answer.end == AnswerEnd::ok)
+        return std::nullopt;
+    if (answer.end == AnswerEnd::lost)
+        serial_setOutOfStep(record.serialHandle, answer.text);
+    return answer.text;
 }
 
 } // namespace secapp

@@ -1,19 +1,16 @@
 #include "link/serial.h"
 
 #include "link/port_lock.h"
-#include "link/timing.h"
 #include "support/echo.h"
-#include "support/text.h"
+#include "support/streams.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -22,23 +19,9 @@
 namespace secapp {
 namespace {
 
-constexpr std::int64_t microsecondsPerMillisecond = 1000;
-
-/// What an empty read counts against the line reader's time-out, in µs: on a port that says "try again" and
-/// on one that says "no bytes".
-constexpr std::int64_t shortStep = 10;
-constexpr std::int64_t longStep = 1000;
-
-/// An answer that begins within this many µs of the write is awaited without sleeping: falling asleep and
-/// waking up would take as long as the answer.
-constexpr std::int64_t quickAnswer = 60;
-
-/// What the last writes tell of how soon an answer begins.
-struct TurnAround {
-    timeval written;
-    bool pending; ///< no byte has come since the last write
-    bool quick;   ///< the last answer began within `quickAnswer`
-};
+/// An answer that begins within this time of the write is awaited without sleeping: falling asleep and waking
+/// up would take as long as the answer.
+constexpr auto quickAnswer = std::chrono::microseconds(60);
 
 struct OpenPort {
     int handle;
@@ -47,42 +30,57 @@ struct OpenPort {
     dev_t device;
     ino_t node;
     bool lost;
+    ErrorText outOfStep;
 };
 
-std::uint32_t defaultSerialReadTimeout = 0;
-std::uint32_t defaultSerialReadMinRead = 1;
-
-std::vector<OpenPort> openPorts;
-
-TurnAround turnAround{.written = {}, .pending = false, .quick = true};
+struct Serial {
+    PortCalls calls = systemPortCalls;
+    int error = 0;
+    std::uint32_t readTimeout = 0;
+    std::uint32_t minRead = 1;
+    std::vector<OpenPort> ports;
+    /// What the last writes tell of how soon an answer begins: when the last one was, whether no byte has
+    /// come since, and whether the last answer began within `quickAnswer`.
+    TimePoint written;
+    bool pending = false;
+    bool quick = true;
+} serial;
 
 void restoreOpenPorts() {
     // Backwards: a port opened twice must end with the settings found first.
-    for (auto port = openPorts.rbegin(); port != openPorts.rend(); ++port)
+    for (auto port = serial.ports.rbegin(); port != serial.ports.rend(); ++port)
         ::tcsetattr(port->handle, TCSANOW, port->savedSettings.get());
 }
 
-[[noreturn]] void refusePort(const char* path, int handle) {
-    const bool busy = errno == EBUSY && handle >= 0;
-    std::perror(path);
-    if (busy) {
-        if (const std::optional<std::string> holder = deviceHolder(handle))
-            writeText(stderr, formatText("Held by %s\n", holder->c_str()));
-    }
+[[noreturn]] void refusePort(const char* path, int error) {
+    writeText(stderr, formatText("%s: %s\n", path, std::strerror(error)));
+    std::exit(-1);
+}
+
+[[noreturn]] void refuseHeldPort(const char* path, int handle) {
+    writeText(stderr, formatText("%s: %s\n", path, std::strerror(EBUSY)));
+    if (const std::optional<std::string> holder = deviceHolder(handle))
+        writeText(stderr, formatText("Held by %s\n", holder->c_str()));
     std::exit(-1);
 }
 
 bool isOpenHere(const struct stat& status) {
-    return std::any_of(openPorts.begin(), openPorts.end(), [&](const OpenPort& port) {
-        return port.device == status.st_dev && port.node == status.st_ino;
-    });
+    return std::any_of(
+        serial.ports.begin(), serial.ports.end(),
+        [&](const OpenPort& port) { return port.device == status.st_dev && port.node == status.st_ino; });
+}
+
+OpenPort* findPort(int handle) {
+    const auto port = std::find_if(serial.ports.begin(), serial.ports.end(),
+                                   [=](const OpenPort& open) { return open.handle == handle; });
+    return port == serial.ports.end() ? nullptr : &*port;
 }
 
 void rememberPort(int handle, const char* path, const std::shared_ptr<termios>& savedSettings,
                   const struct stat& status) {
     static const bool registered = std::atexit(restoreOpenPorts) == 0;
     if (registered)
-        openPorts.push_back({handle, path, savedSettings, status.st_dev, status.st_ino, false});
+        serial.ports.push_back({handle, path, savedSettings, status.st_dev, status.st_ino, false, {}});
 }
 
 termios rawSettings(int vtime, int vmin) {
@@ -97,59 +95,55 @@ termios rawSettings(int vtime, int vmin) {
 
 /// Says once that the device has vanished, when the last call on the port failed in that way.
 void noticeLoss(int handle) {
-    const int error = errno;
-    if (error != EIO && error != ENODEV && error != ENXIO)
+    if (serial.error != EIO && serial.error != ENODEV && serial.error != ENXIO)
         return;
-    for (OpenPort& port : openPorts) {
-        if (port.handle == handle && !port.lost) {
-            port.lost = true;
-            writeText(stderr, formatText("Device %s is gone\n", port.path.c_str()));
-        }
-    }
-    errno = error;
+    OpenPort* const port = findPort(handle);
+    if (port == nullptr || port->lost)
+        return;
+    port->lost = true;
+    writeText(stderr, formatText("Device %s is gone\n", port->path.c_str()));
 }
 
-/// Waits for the events on the port, at most the given µs; returns those that came.
-short awaitEvents(int handle, short events, std::int64_t microseconds) {
-    const timespec limit{.tv_sec = microseconds / 1000000, .tv_nsec = microseconds % 1000000 * 1000};
+/// The result of a call, whose error is kept; one that a signal interrupted is made again.
+template <typename Call>
+int callPort(Call call) {
+    ssize_t result = -1;
+    do
+        result = call();
+    while (result < 0 && errno == EINTR);
+    if (result < 0)
+        serial.error = errno;
+    return static_cast<int>(result);
+}
+
+/// Waits for the events on the port, at most for the given time; returns those that came.
+short awaitEvents(int handle, short events, Clock::duration time) {
+    using std::chrono::nanoseconds;
+    const auto left = std::max(nanoseconds(time), nanoseconds::zero()).count();
+    timespec limit{};
+    limit.tv_sec = static_cast<decltype(limit.tv_sec)>(left / 1000000000);
+    limit.tv_nsec = static_cast<decltype(limit.tv_nsec)>(left % 1000000000);
     pollfd port{.fd = handle, .events = events, .revents = 0};
-    ::ppoll(&port, 1, &limit, nullptr);
+    serial.calls.poll(&port, 1, &limit, nullptr);
     return port.revents;
-}
-
-void noteTurnAround() {
-    const timeval waited = elapsedSince(turnAround.written);
-    turnAround.quick = waited.tv_sec == 0 && waited.tv_usec < quickAnswer;
 }
 
 /// After a byte of a line; line ends alone may still belong to the answer before.
 void noteAnswer() {
-    if (turnAround.pending)
-        noteTurnAround();
-    turnAround.pending = false;
+    if (serial.pending)
+        serial.quick = Clock::now() - serial.written < quickAnswer;
+    serial.pending = false;
 }
 
 /// Spends the time after a write in which a quick answer may begin, awake; a slow target pays for it once.
 /// Asks for the number of bytes, because an empty read would sleep until the kernel's own worker has run.
 void awaitQuickAnswer(int handle) {
     int waiting = 0;
-    while (turnAround.pending && turnAround.quick && waiting == 0) {
-        noteTurnAround();
-        if (::ioctl(handle, FIONREAD, &waiting) != 0)
+    while (serial.pending && serial.quick && waiting == 0) {
+        serial.quick = Clock::now() - serial.written < quickAnswer;
+        if (serial.calls.waiting(handle, waiting) != 0)
             return;
     }
-}
-
-/// Waits for a byte after an empty read, in one wait for all of `left`, the µs that the caller would still
-/// sleep before it gives up: each of many short sleeps costs more time than the quickest target takes to
-/// answer. Returns the µs that count as slept.
-std::int64_t awaitByte(int handle, std::int64_t left, bool& hungUp) {
-    const timeval start = currentTime();
-    const short events = awaitEvents(handle, POLLIN, left);
-    hungUp = (events & (POLLHUP | POLLERR | POLLNVAL)) != 0;
-    const timeval waited = elapsedSince(start);
-    return events == 0 ? left
-                       : std::min(left, static_cast<std::int64_t>(waited.tv_sec) * 1000000 + waited.tv_usec);
 }
 
 void traceByte(std::uint8_t byte) {
@@ -166,19 +160,29 @@ void traceByte(std::uint8_t byte) {
 
 } // namespace
 
+const PortCalls systemPortCalls = {
+    .read = ::read,
+    .write = ::write,
+    .poll = ::ppoll,
+    .waiting = [](int handle, int& bytes) { return ::ioctl(handle, FIONREAD, &bytes); },
+};
+
 int serial_init(const char* path, std::shared_ptr<termios>& savedSettings, int vtime, int vmin) {
     if (!savedSettings)
         savedSettings = std::make_shared<termios>();
     debug_print("init: opening %s", path);
     const int handle = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
     struct stat status {};
+    if (handle < 0 || ::fstat(handle, &status) != 0)
+        refusePort(path, errno);
     // Bytes must never go into a file that was named by mistake.
-    if (handle < 0 || ::isatty(handle) == 0 || ::fstat(handle, &status) != 0)
-        refusePort(path, -1);
+    const bool isTerminal = ::isatty(handle) != 0 || errno != ENOTTY;
+    if (!isTerminal || !S_ISCHR(status.st_mode))
+        refusePort(path, ENOTTY);
     if (!isOpenHere(status) && !lockDevice(handle))
-        refusePort(path, handle);
+        refuseHeldPort(path, handle);
     debug_print("open: handle=%d", handle);
-    // The waits below are of some µs; by default the kernel adds 50 to each.
+    // Waits on the port may be of some µs; by default the kernel adds 50 to each.
     ::prctl(PR_SET_TIMERSLACK, 1UL);
 
     debug_print("init: tcgetattr");
@@ -196,11 +200,11 @@ void serial_terminate(int handle, const std::shared_ptr<termios>& savedSettings)
     debug_print("terminate: tcsetattr+close");
     ::tcsetattr(handle, TCSANOW, savedSettings.get());
     ::close(handle);
-    std::erase_if(openPorts, [&](const OpenPort& port) { return port.handle == handle; });
+    std::erase_if(serial.ports, [=](const OpenPort& port) { return port.handle == handle; });
 }
 
 int serial_read(int handle, std::span<std::uint8_t> buffer) {
-    return static_cast<int>(::read(handle, buffer.data(), buffer.size()));
+    return callPort([&] { return serial.calls.read(handle, buffer.data(), buffer.size()); });
 }
 
 int serial_write(int handle, std::span<const std::uint8_t> bytes) {
@@ -210,41 +214,41 @@ int serial_write(int handle, std::span<const std::uint8_t> bytes) {
         debug_print("Write [%d] '%.*s%s'", static_cast<int>(bytes.size()), shown,
                     reinterpret_cast<const char*>(bytes.data()), endsInReturn ? "\\r" : "");
     }
-    const int written = static_cast<int>(::write(handle, bytes.data(), bytes.size()));
+    const int written = callPort([&] { return serial.calls.write(handle, bytes.data(), bytes.size()); });
     if (written < 0)
         noticeLoss(handle);
-    turnAround.written = currentTime();
-    turnAround.pending = true;
+    serial.written = Clock::now();
+    serial.pending = true;
     return written;
 }
 
-int serial_readLine(int handle, std::string& line, int capacity, int timeout) {
+int serial_readLine(int handle, std::string& line, int capacity, int timeout,
+                    const std::optional<TimePoint>& until) {
     if (capacity < 1)
         return 0;
-    const std::int64_t limit = (static_cast<std::int64_t>(timeout) + 1) * microsecondsPerMillisecond;
-    std::int64_t waited = 0;
+    const auto patience = std::chrono::milliseconds(timeout) + std::chrono::milliseconds(1);
+    TimePoint deadline; // none while it is 0
     bool hungUp = false;
     for (;;) {
         awaitQuickAnswer(handle);
         std::uint8_t byte = 0;
-        errno = 0;
         const int got = serial_read(handle, {&byte, 1});
-        if (got == 0 && hungUp)
-            errno = EIO;
-        if (got < 1 && errno != EAGAIN && (got < 0 || hungUp)) {
-            debug_print("READLINE %d - error %d '%s'", 1, errno, std::strerror(errno));
-            noticeLoss(handle);
-            return -1;
-        }
         if (got < 1) {
-            const std::int64_t step = got < 0 ? shortStep : longStep;
-            waited += step;
-            if (waited >= limit) {
-                errno = EAGAIN;
+            if (got == 0)
+                serial.error = hungUp ? EIO : EAGAIN;
+            if (!serial_timedOut()) {
+                debug_print("READLINE %d - error %d '%s'", 1, serial.error, std::strerror(serial.error));
+                noticeLoss(handle);
                 return -1;
             }
-            // The sleep of this step is already counted.
-            waited += std::max<std::int64_t>(awaitByte(handle, limit - waited, hungUp) - step, 0);
+            const TimePoint now = Clock::now();
+            if (deadline == TimePoint())
+                deadline = now + patience;
+            if (now >= deadline)
+                return -1;
+            // One wait for all the time that is left: each of many short sleeps costs more time than the
+            // quickest target takes to answer.
+            hungUp = (awaitEvents(handle, POLLIN, deadline - now) & (POLLHUP | POLLERR | POLLNVAL)) != 0;
             continue;
         }
         traceByte(byte);
@@ -256,43 +260,72 @@ int serial_readLine(int handle, std::string& line, int capacity, int timeout) {
             writeText(stderr, "Line exceeded buffer:" + line + "\n");
             return static_cast<int>(line.size());
         }
-        waited = 0;
+        if (until && Clock::now() >= *until) {
+            serial.error = EAGAIN;
+            return -1;
+        }
+        deadline = TimePoint();
     }
 }
 
-void serial_awaitInput(int handle, std::int64_t microseconds) {
+void serial_awaitInput(int handle, Clock::duration time) {
     // With VMIN above 1 the kernel keeps quiet about fewer bytes than that, which a read would hand out.
-    if (static_cast<cc_t>(defaultSerialReadMinRead) > 1)
-        microseconds = std::min(microseconds, microsecondsPerMillisecond);
-    awaitEvents(handle, POLLIN, microseconds);
+    if (static_cast<cc_t>(serial.minRead) > 1)
+        time = std::min<Clock::duration>(time, std::chrono::milliseconds(1));
+    awaitEvents(handle, POLLIN, time);
 }
 
-bool serial_awaitOutput(int handle, int milliseconds) {
-    return awaitEvents(handle, POLLOUT, milliseconds * microsecondsPerMillisecond) != 0;
+bool serial_awaitOutput(int handle, TimePoint deadline) {
+    for (TimePoint now = Clock::now(); now < deadline; now = Clock::now())
+        if (awaitEvents(handle, POLLOUT, deadline - now) != 0)
+            return true;
+    return false;
 }
 
 int serial_getError() {
-    return errno;
+    return serial.error;
 }
 
 std::string serial_get_error() {
-    return std::strerror(errno);
+    return std::strerror(serial.error);
+}
+
+bool serial_timedOut() {
+    return serial.error == EAGAIN;
+}
+
+void serial_noteError(int number) {
+    serial.error = number;
+}
+
+ErrorText serial_outOfStep(int handle) {
+    const OpenPort* const port = findPort(handle);
+    return port == nullptr ? std::nullopt : port->outOfStep;
+}
+
+void serial_setOutOfStep(int handle, const std::string& failure) {
+    if (OpenPort* const port = findPort(handle))
+        port->outOfStep = failure;
 }
 
 std::uint32_t getDefaultSerialReadTimeout() {
-    return defaultSerialReadTimeout;
+    return serial.readTimeout;
 }
 
 void setDefaultSerialReadTimeout(std::uint32_t tenths) {
-    defaultSerialReadTimeout = tenths;
+    serial.readTimeout = tenths;
 }
 
 std::uint32_t getDefaultSerialReadMinRead() {
-    return defaultSerialReadMinRead;
+    return serial.minRead;
 }
 
 void setDefaultSerialReadMinRead(std::uint32_t bytes) {
-    defaultSerialReadMinRead = bytes;
+    serial.minRead = bytes;
+}
+
+void setPortCalls(const PortCalls& calls) {
+    serial.calls = calls;
 }
 
 } // namespace secapp

@@ -1,10 +1,10 @@
 #include "link/timing.h"
 
+#include "support/streams.h"
 #include "support/text.h"
 
 #include <array>
 #include <cstdlib>
-#include <ctime>
 #include <optional>
 
 #include <unistd.h>
@@ -14,12 +14,14 @@ namespace {
 
 constexpr int microsecondsPerSecond = 1000000;
 
-std::int32_t globalTimeoutms = 5000;
-std::int32_t eraseTimeoutms = -1;
-std::int32_t readlineEchoPeriod = 0;
-std::uint32_t autoDelay = 0;
-
-std::array<std::optional<timeval>, 10> slots;
+struct Timing {
+    std::int32_t globalTimeoutms = 5000;
+    std::int32_t eraseTimeoutms = -1;
+    std::int32_t readlineEchoPeriod = 0;
+    std::uint32_t autoDelay = 0;
+    /// When each running stopwatch was started.
+    std::array<std::optional<timeval>, 10> slots;
+} timing;
 
 void printTimer(int slot, const std::string& elapsed, std::string_view format) {
     const std::string standard = formatText("Timer %d: %%s\n", slot);
@@ -35,20 +37,21 @@ void printTimer(int slot, const std::string& elapsed, std::string_view format) {
 } // namespace
 
 timeval currentTime() {
-    timespec now{};
-    // Not the wall clock: a time-out must not grow or shrink when somebody sets it.
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
-    return {.tv_sec = now.tv_sec, .tv_usec = now.tv_nsec / 1000};
+    const auto now = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch());
+    timeval time{};
+    time.tv_sec = static_cast<decltype(time.tv_sec)>(now.count() / microsecondsPerSecond);
+    time.tv_usec = static_cast<decltype(time.tv_usec)>(now.count() % microsecondsPerSecond);
+    return time;
 }
 
 int timeval_subtract(timeval& result, const timeval& x, timeval& y) {
     if (x.tv_usec < y.tv_usec) {
-        const long n = (y.tv_usec - x.tv_usec) / microsecondsPerSecond + 1;
+        const auto n = (y.tv_usec - x.tv_usec) / microsecondsPerSecond + 1;
         y.tv_usec -= microsecondsPerSecond * n;
         y.tv_sec += n;
     }
     if (x.tv_usec - y.tv_usec > microsecondsPerSecond) {
-        const long n = (x.tv_usec - y.tv_usec) / microsecondsPerSecond;
+        const auto n = (x.tv_usec - y.tv_usec) / microsecondsPerSecond;
         y.tv_usec += microsecondsPerSecond * n;
         y.tv_sec -= n;
     }
@@ -68,11 +71,11 @@ double secondsOf(const timeval& time) {
 }
 
 TimerResult localTimerExt(int operation, int slot, std::string_view format) {
-    if (slot < 0 || slot >= static_cast<int>(slots.size())) {
+    if (slot < 0 || slot >= static_cast<int>(timing.slots.size())) {
         writeText(stderr, formatText("Internal error: invalid timer specified (%d)\n", slot));
         std::exit(-1);
     }
-    std::optional<timeval>& timer = slots[static_cast<std::size_t>(slot)];
+    std::optional<timeval>& timer = timing.slots[static_cast<std::size_t>(slot)];
     if (operation == TIMER_START) {
         timer = currentTime();
         return {};
@@ -88,7 +91,7 @@ TimerResult localTimerExt(int operation, int slot, std::string_view format) {
     if (operation == TIMER_SECONDS)
         return static_cast<float>(secondsOf(elapsed));
     std::string text =
-        formatText("%ld.%06d", static_cast<long>(elapsed.tv_sec), static_cast<int>(elapsed.tv_usec));
+        formatText("%lld.%06d", static_cast<long long>(elapsed.tv_sec), static_cast<int>(elapsed.tv_usec));
     if (operation == TIMER_TEXT)
         return text;
     printTimer(slot, text, format);
@@ -102,37 +105,37 @@ void localSleep(std::uint32_t microseconds) {
 void useInternalSleepAlgorithm() {}
 
 std::int32_t getTimeoutms() {
-    return globalTimeoutms;
+    return timing.globalTimeoutms;
 }
 
 void setTimeoutms(std::int32_t milliseconds) {
-    globalTimeoutms = milliseconds;
+    timing.globalTimeoutms = milliseconds;
 }
 
 std::int32_t getEraseTimeoutms() {
-    return eraseTimeoutms;
+    return timing.eraseTimeoutms;
 }
 
 void setEraseTimeoutms(std::int32_t milliseconds) {
-    eraseTimeoutms = milliseconds;
+    timing.eraseTimeoutms = milliseconds;
 }
 
 std::int32_t getReadlineEchoPeriod() {
-    return readlineEchoPeriod;
+    return timing.readlineEchoPeriod;
 }
 
 std::int32_t setReadlineEchoPeriod(std::int32_t seconds) {
-    const std::int32_t previous = readlineEchoPeriod;
-    readlineEchoPeriod = seconds;
+    const std::int32_t previous = timing.readlineEchoPeriod;
+    timing.readlineEchoPeriod = seconds;
     return previous;
 }
 
 std::uint32_t getAutoDelay() {
-    return autoDelay;
+    return timing.autoDelay;
 }
 
 void setAutoDelay(std::uint32_t microseconds) {
-    autoDelay = microseconds;
+    timing.autoDelay = microseconds;
 }
 
 } // namespace secapp

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -31,7 +32,12 @@ using TimerResult = std::variant<std::monostate, std::string, float>;
 /// status 255.
 TimerResult localTimerExt(int operation, int slot, std::string_view format = {});
 
-/// The current time of a clock that only moves forward, for differences.
+/// The one clock of the link. It only moves forward: a time-out must not grow or shrink when somebody sets
+/// the time of day.
+using Clock = std::chrono::steady_clock;
+using TimePoint = Clock::time_point;
+
+/// The clock's current time, for differences.
 [[nodiscard]] timeval currentTime();
 
 /// result = x - y, normalised; `y` may be modified. Returns 1 when x is earlier than y, else 0.

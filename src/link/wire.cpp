@@ -1,34 +1,48 @@
 #include "link/wire.h"
 
 #include "link/serial.h"
-#include "link/timing.h"
 #include "support/echo.h"
+#include "support/streams.h"
+#include "support/text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
 namespace secapp {
 namespace {
 
+using std::chrono::seconds;
+
 constexpr int emptyWriteLimit = 3;
 constexpr int defaultPatience = 5000;
-constexpr int longestPatienceSeconds = 86400;
+constexpr seconds longestPatience = std::chrono::hours(24);
 constexpr int millisecondsPerSecond = 1000;
 constexpr std::size_t dumpLineLength = 16;
 
+/// For how many time-outs lines that are not kept may go on.
+constexpr int unkeptTimeouts = 10;
+
 std::string lastTargetCommand;
+
+/// A time-out as it counts: the whole seconds of it, and the one in which it is noticed.
+seconds inWholeSeconds(int timeout) {
+    return seconds(timeout / millisecondsPerSecond + 1);
+}
 
 void printTimerWithLabel(int timer, const char* name) {
     localTimerExt(TIMER_PRINT, timer, std::string(name) + " timer (" + lastTargetCommand + "): %s\n");
 }
 
 float secondsOn(int timer) {
-    const TimerResult seconds = localTimerExt(TIMER_SECONDS, timer);
-    return std::holds_alternative<float>(seconds) ? std::get<float>(seconds) : 0.0F;
+    const TimerResult elapsed = localTimerExt(TIMER_SECONDS, timer);
+    return std::holds_alternative<float>(elapsed) ? std::get<float>(elapsed) : 0.0F;
 }
 
-void sleepBetweenReads(const HandlerData& record) {
+bool isOver(const std::optional<TimePoint>& until) {
+    return until && Clock::now() >= *until;
+}
+
+void sleepBetweenReads(const HandlerData& record, const std::optional<TimePoint>& until) {
     localTimerExt(TIMER_START, SLEEP_TIMER);
     localSleep(1);
     const bool shown = (record.echoFlags & ECHO_SLEEP_TIMER) != 0;
@@ -39,42 +53,42 @@ void sleepBetweenReads(const HandlerData& record) {
         return;
     // Nothing but a byte can change anything before the next whole second, at which dots and time-outs are
     // due: one wait stands for all the reads and sleeps up to it.
-    const float seconds = secondsOn(LINE_WAIT_TIMER);
-    const float wholeSeconds = static_cast<float>(static_cast<std::int64_t>(seconds));
-    serial_awaitInput(record.serialHandle,
-                      static_cast<std::int64_t>((wholeSeconds + 1.0F - seconds) * 1000000.0F));
+    const float elapsed = secondsOn(LINE_WAIT_TIMER);
+    const float wholeSeconds = static_cast<float>(static_cast<std::int64_t>(elapsed));
+    const std::chrono::duration<float> rest(wholeSeconds + 1.0F - elapsed);
+    auto time = std::chrono::duration_cast<Clock::duration>(rest);
+    if (until)
+        time = std::min(time, *until - Clock::now());
+    serial_awaitInput(record.serialHandle, time);
 }
 
 /// Waits for a line until it has come, the port has failed or the time is over; the result is that of the
 /// last read.
-int awaitLine(HandlerData& record, std::string& line, int capacity, int timeout) {
-    std::string arrived;
+int awaitLine(HandlerData& record, std::string& line, int capacity, int timeout,
+              const std::optional<TimePoint>& until) {
     bool slept = false;
     std::int64_t lastDot = 0;
     int result = 0;
     for (;;) {
-        result = serial_readLine(record.serialHandle, arrived, capacity, 1);
-        if (result > 0 || serial_getError() != EAGAIN)
+        result = serial_readLine(record.serialHandle, line, capacity, 1, until);
+        if (result > 0 || !serial_timedOut() || isOver(until))
             break;
-        const auto seconds = static_cast<std::int64_t>(secondsOn(LINE_WAIT_TIMER));
-        if (timeout > 0 && timeout < seconds * millisecondsPerSecond)
+        const auto elapsed = static_cast<std::int64_t>(secondsOn(LINE_WAIT_TIMER));
+        if (timeout > 0 && timeout < elapsed * millisecondsPerSecond)
             break;
         if (getReadlineEchoPeriod() > 0 && record.outputHandler != nullptr &&
-            seconds - lastDot >= getReadlineEchoPeriod()) {
+            elapsed - lastDot >= getReadlineEchoPeriod()) {
             record.outputHandler(record, ".", false);
-            lastDot = seconds;
+            lastDot = elapsed;
         }
         if (!slept)
             debug_print("Sleeping");
         slept = true;
-        sleepBetweenReads(record);
+        sleepBetweenReads(record, until);
     }
-    // What came of a line that did not end is worth seeing in a trace.
-    if (result > 0 || !arrived.empty())
-        line = std::move(arrived);
     if (slept)
         debug_print("Wake");
-    if (result < 0 && serial_getError() != EAGAIN)
+    if (result < 0 && !serial_timedOut())
         debug_print("No chars. errno=%d", serial_getError());
     return result;
 }
@@ -92,6 +106,15 @@ void endCommandTimer(const HandlerData& record) {
     localTimerExt(TIMER_STOP, COMMAND_TIMER);
 }
 
+Answer lost() {
+    return {AnswerEnd::lost, serial_get_error()};
+}
+
+Answer timedOut() {
+    serial_noteError(EAGAIN);
+    return lost();
+}
+
 } // namespace
 
 void setLastTargetCommand(std::string_view text) {
@@ -100,15 +123,6 @@ void setLastTargetCommand(std::string_view text) {
 
 const std::string& getLastTargetCommand() {
     return lastTargetCommand;
-}
-
-void dumpBuffer(std::span<const std::uint8_t> bytes) {
-    for (std::size_t offset = 0; offset < bytes.size(); ++offset) {
-        if (offset % dumpLineLength == 0)
-            writeText(stderr, formatText("\n0x%08x: ", static_cast<unsigned>(offset)));
-        writeText(stderr, formatText("%02x ", bytes[offset]));
-    }
-    writeText(stderr, "\n");
 }
 
 std::string composeLine(const HandlerData& record, std::string_view text, std::string_view prefix,
@@ -124,18 +138,13 @@ std::string composeLine(const HandlerData& record, std::string_view text, std::s
     return line;
 }
 
-int writeRaw(const HandlerData& record, std::span<const std::uint8_t> bytes) {
-    if ((record.echoFlags & ECHO_BUFFER) != 0)
-        dumpBuffer(bytes);
-    return serial_write(record.serialHandle, bytes);
-}
-
-int writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes, int patience) {
+int writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes, Clock::duration patience) {
+    const TimePoint deadline = Clock::now() + patience;
     int tries = emptyWriteLimit;
     for (;;) {
         const int written = writeRaw(record, bytes);
         if (written < 0) {
-            if (serial_getError() == EAGAIN && serial_awaitOutput(record.serialHandle, patience))
+            if (serial_timedOut() && serial_awaitOutput(record.serialHandle, deadline))
                 continue;
             return written;
         }
@@ -143,67 +152,84 @@ int writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes, int
         if (bytes.empty())
             return written;
         if (written == 0 && --tries == 0) {
-            errno = EAGAIN;
+            serial_noteError(EAGAIN);
             return 0;
         }
     }
 }
 
-int sendLine(const HandlerData& record, std::string_view line, int patience) {
+int sendLine(const HandlerData& record, std::string_view line, Clock::duration patience) {
     localTimerExt(TIMER_START, COMMAND_TIMER);
     return writeAll(record, bytesOf(line), patience);
 }
 
-int writePatience() {
-    // In whole seconds like the time-out itself.
-    const int seconds = (getTimeoutms() > 0 ? getTimeoutms() : defaultPatience) / millisecondsPerSecond;
-    return std::min(seconds, longestPatienceSeconds) * millisecondsPerSecond + millisecondsPerSecond;
+Clock::duration writePatience() {
+    return std::min(inWholeSeconds(getTimeoutms() > 0 ? getTimeoutms() : defaultPatience), longestPatience);
 }
 
-int readLine(HandlerData& record, std::string& line, int capacity, int timeout) {
+Answer collectAnswer(HandlerData& record, int timeout, const std::optional<TimePoint>& until) {
+    constexpr std::string_view okStatus = "VQX_OK";
+    constexpr std::string_view errorStatus = "VQX_ERROR";
+    constexpr std::string_view fatalStatus = "VQX_FATAL";
+    std::size_t collected = record.response.size();
+    TimePoint lastKept = Clock::now();
+    std::string line;
+    for (;;) {
+        line.clear();
+        const int result = readLine(record, line, answerLineLimit, timeout, until);
+        if (result < 1)
+            return lost();
+        debug_print("Data received: <%.*s>", result, line.c_str());
+        const std::string_view text = trimwhitespace(line);
+        if (text.starts_with(okStatus)) {
+            endCommandTimer(record);
+            return {AnswerEnd::ok, {}};
+        }
+        collected += static_cast<std::size_t>(result);
+        if (collected > responseLimit)
+            return {AnswerEnd::lost, formatError("Answer too long (over %zu bytes)", responseLimit)};
+        if (!text.empty() && text.front() != '=') {
+            keepLine(record, text);
+            if (startsWithIgnoringCase(text, errorStatus) || startsWithIgnoringCase(text, fatalStatus))
+                return {AnswerEnd::refused, std::string(trimwhitespace(text.substr(errorStatus.size())))};
+            lastKept = Clock::now();
+        } else if (timeout > 0 && Clock::now() - lastKept > unkeptTimeouts * inWholeSeconds(timeout)) {
+            return timedOut();
+        }
+        if (isOver(until))
+            return timedOut();
+    }
+}
+
+void dumpBuffer(std::span<const std::uint8_t> bytes) {
+    std::string dump;
+    for (std::size_t offset = 0; offset < bytes.size(); ++offset) {
+        if (offset % dumpLineLength == 0)
+            dump += formatText("\n0x%08x: ", static_cast<unsigned>(offset));
+        dump += formatText("%02x ", bytes[offset]);
+    }
+    writeText(stderr, dump + "\n");
+}
+
+int writeRaw(const HandlerData& record, std::span<const std::uint8_t> bytes) {
+    if ((record.echoFlags & ECHO_BUFFER) != 0)
+        dumpBuffer(bytes);
+    return serial_write(record.serialHandle, bytes);
+}
+
+int readLine(HandlerData& record, std::string& line, int capacity, int timeout,
+             const std::optional<TimePoint>& until) {
     localTimerExt(TIMER_START, LINE_WAIT_TIMER);
     localTimerExt(TIMER_START, READ_TIMER);
-    const int result = awaitLine(record, line, capacity, timeout);
-    const int error = errno;
-    if ((record.echoFlags & echoReadMask) != 0)
+    const int result = awaitLine(record, line, capacity, timeout, until);
+    // What came of a line that did not end is worth seeing; one that never came is no line.
+    if ((record.echoFlags & echoReadMask) != 0 && (result > 0 || !line.empty()))
         writeText(stdout, line + "\n");
     if ((record.echoFlags & ECHO_READ_TIMER) != 0)
         printTimerWithLabel(READ_TIMER, "Read");
     localTimerExt(TIMER_STOP, READ_TIMER);
     localTimerExt(TIMER_STOP, LINE_WAIT_TIMER);
-    errno = error;
     return result;
-}
-
-ErrorText collectAnswer(HandlerData& record, int timeout, const std::optional<timeval>& until) {
-    constexpr std::string_view okStatus = "VQX_OK";
-    constexpr std::string_view errorStatus = "VQX_ERROR";
-    constexpr std::string_view fatalStatus = "VQX_FATAL";
-    std::string line;
-    for (;;) {
-        const int result = readLine(record, line, answerLineLimit, timeout);
-        if (result < 1)
-            return serial_get_error();
-        debug_print("Data received: <%.*s>", result, line.c_str());
-        const std::string_view text = trimwhitespace(line);
-        if (text.starts_with(okStatus)) {
-            endCommandTimer(record);
-            return std::nullopt;
-        }
-        if (!text.empty() && text.front() != '=') {
-            if (record.response.size() + text.size() >= responseLimit)
-                return formatError("Answer too long (over %zu bytes)", responseLimit);
-            keepLine(record, text);
-            if (startsWithIgnoringCase(text, errorStatus) || startsWithIgnoringCase(text, fatalStatus))
-                return std::string(trimwhitespace(text.substr(errorStatus.size())));
-        }
-        timeval remaining{};
-        timeval now = currentTime();
-        if (until && timeval_subtract(remaining, *until, now) == 1) {
-            errno = EAGAIN;
-            return serial_get_error();
-        }
-    }
 }
 
 } // namespace secapp

@@ -1,15 +1,13 @@
 #pragma once
 
 #include "link/handler_data.h"
-#include "support/text.h"
+#include "link/timing.h"
 
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-
-#include <sys/time.h>
 
 namespace secapp {
 
@@ -18,42 +16,56 @@ namespace secapp {
 /// The longest line of an answer; a longer one arrives in pieces.
 inline constexpr int answerLineLimit = 16384;
 
-/// How much text one script command may collect from the target, in bytes.
+/// How much one script command may collect from the target, in bytes; those of an answer's lines that are not
+/// kept count, too.
 inline constexpr std::size_t responseLimit = std::size_t{64} * 1024 * 1024;
 
 /// The last command line composed, trimmed; empty when there is none. It is forgotten with an empty text.
 void setLastTargetCommand(std::string_view text);
 [[nodiscard]] const std::string& getLastTargetCommand();
 
-/// Writes a hex dump of the bytes to standard error, 16 to a line.
-void dumpBuffer(std::span<const std::uint8_t> bytes);
-
 /// Makes a command line of its pieces, after the delay that is set for each; echoes and remembers it.
 [[nodiscard]] std::string composeLine(const HandlerData& record, std::string_view text,
                                       std::string_view prefix, std::string_view suffix);
 
-/// Writes the bytes once; returns the number written, which may be smaller, or -1 with the error number set.
-[[nodiscard]] int writeRaw(const HandlerData& record, std::span<const std::uint8_t> bytes);
-
-/// Writes all bytes, waiting at most `patience` ms while the port takes none. Returns the bytes of the last
-/// write, 0 when three writes wrote nothing, or a negative number with the error number set.
-int writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes, int patience);
+/// Writes all bytes, waiting at most `patience` in all while the port takes none. Returns the bytes of the
+/// last write, 0 when three writes wrote nothing, or a negative number.
+[[nodiscard]] int writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes,
+                           Clock::duration patience);
 
 /// Starts the command's stopwatch and writes the composed line.
-int sendLine(const HandlerData& record, std::string_view line, int patience);
+[[nodiscard]] int sendLine(const HandlerData& record, std::string_view line, Clock::duration patience);
 
-/// For how many ms a write waits for a port that takes no bytes.
-[[nodiscard]] int writePatience();
+/// For how long a write waits for a port that takes no bytes.
+[[nodiscard]] Clock::duration writePatience();
+
+/// How the wait for an answer ended: with "VQX_OK", with an error status, or without any status.
+enum class AnswerEnd { ok, refused, lost };
+
+struct Answer {
+    AnswerEnd end;
+    /// What the target said behind its error status, or why its answer was lost.
+    std::string text;
+};
+
+/// Collects the lines of one answer up to its status line into `response`, and shows them. `timeout` in ms
+/// applies to each line, 0 or less for no limit; lines that are not kept (empty ones, repeated commands) may
+/// go on for ten time-outs. An answer that has not ended at `until` is lost like one that did not come.
+[[nodiscard]] Answer collectAnswer(HandlerData& record, int timeout,
+                                   const std::optional<TimePoint>& until = {});
+
+/// What the two above are made of.
+
+/// Writes a hex dump of the bytes to standard error, 16 to a line.
+void dumpBuffer(std::span<const std::uint8_t> bytes);
+
+/// Writes the bytes once; returns the number written, which may be smaller, or -1.
+[[nodiscard]] int writeRaw(const HandlerData& record, std::span<const std::uint8_t> bytes);
 
 /// Reads one line of at most `capacity` characters; `timeout` in ms counts in whole seconds, 0 or less means
 /// no limit. While it waits, progress dots go to the output handler when a period is set. Results as for
-/// `serial_readLine`; on failure `line` holds what came of the line, if anything did.
-[[nodiscard]] int readLine(HandlerData& record, std::string& line, int capacity, int timeout);
-
-/// Collects the lines of one answer up to its status line into `response`, and shows them. `timeout` in ms
-/// applies to each line. With `until`, an answer that has not ended by that time fails like one that did not
-/// come.
-[[nodiscard]] ErrorText collectAnswer(HandlerData& record, int timeout,
-                                      const std::optional<timeval>& until = {});
+/// `serial_readLine`; on failure `line` holds what came of the line.
+[[nodiscard]] int readLine(HandlerData& record, std::string& line, int capacity, int timeout,
+                           const std::optional<TimePoint>& until = {});
 
 } // namespace secapp

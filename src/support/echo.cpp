@@ -1,8 +1,9 @@
 #include "support/echo.h"
 
-#include <cerrno>
+#include "support/streams.h"
+#include "support/text.h"
+
 #include <cstdarg>
-#include <cstdio>
 
 namespace secapp {
 
@@ -13,22 +14,17 @@ void print(std::uint32_t flags, const char* format, ...) {
         return;
     std::va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(stderr, format, arguments);
+    writeText(stderr, formatArguments(format, arguments) + "\n");
     va_end(arguments);
-    std::fputc('\n', stderr);
 }
 
 void debug_print(const char* format, ...) {
     if (DEBUG == 0)
         return;
-    const int error = errno;
     std::va_list arguments;
     va_start(arguments, format);
-    std::fputs("DEBUG: ", stderr);
-    std::vfprintf(stderr, format, arguments);
-    std::fputc('\n', stderr);
+    writeText(stderr, "DEBUG: " + formatArguments(format, arguments) + "\n");
     va_end(arguments);
-    errno = error;
 }
 
 } // namespace secapp

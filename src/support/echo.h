@@ -37,8 +37,7 @@ extern int DEBUG;
 /// Writes the formatted text and a newline to standard error when `flags` has a bit of `echoScriptMask`.
 [[gnu::format(printf, 2, 3)]] void print(std::uint32_t flags, const char* format, ...);
 
-/// Writes "DEBUG: ", the formatted text and a newline to standard error while `DEBUG` is non-zero. Leaves
-/// `errno` alone.
+/// Writes "DEBUG: ", the formatted text and a newline to standard error while `DEBUG` is non-zero.
 [[gnu::format(printf, 1, 2)]] void debug_print(const char* format, ...);
 
 } // namespace secapp

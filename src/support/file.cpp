@@ -1,61 +1,80 @@
 #include "support/file.h"
 
-#include <csignal>
+#include <cerrno>
+#include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace secapp {
 namespace {
 
-constexpr unsigned pipePatience = 5;
+/// In ms.
+constexpr int pipePatience = 5000;
 
-/// `open`, which an alarm interrupts: a named pipe would wait for its writer for ever.
-int openInTime(const char* path, int flags) {
-    struct sigaction interrupt {};
-    struct sigaction before {};
-    interrupt.sa_handler = [](int) {};
-    ::sigaction(SIGALRM, &interrupt, &before);
-    ::alarm(pipePatience);
-    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | flags);
-    ::alarm(0);
-    ::sigaction(SIGALRM, &before, nullptr);
-    return descriptor;
+/// Opens a file, no folder, for reading, without waiting, and tells what it is.
+File openFile(const std::string& path, struct stat& status) {
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (descriptor < 0)
+        return nullptr;
+    File stream(::fdopen(descriptor, "rb"));
+    if (!stream)
+        ::close(descriptor);
+    else if (::fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode))
+        stream.reset();
+    return stream;
+}
+
+/// Whether somebody has opened the pipe for writing, or does so in time. The first byte, if it came, goes
+/// back to the stream.
+bool hasWriter(std::FILE* pipe) {
+    pollfd wait{.fd = ::fileno(pipe), .events = POLLIN, .revents = 0};
+    if (::poll(&wait, 1, pipePatience) != 0)
+        return true;
+    // A writer that has not written yet makes the read fail; without a writer the pipe is at its end.
+    const int byte = std::fgetc(pipe);
+    const bool ended = std::feof(pipe) != 0;
+    std::clearerr(pipe);
+    return byte != EOF ? std::ungetc(byte, pipe) == byte : !ended;
 }
 
 } // namespace
 
-File openFile(const std::string& path, int flags, struct stat& status) {
-    const int descriptor = openInTime(path.c_str(), flags);
-    if (descriptor < 0)
-        return nullptr;
-    if (::fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) {
-        ::close(descriptor);
-        return nullptr;
-    }
-    return File(::fdopen(descriptor, "rb"));
-}
-
-long long measureFile(std::FILE* stream) {
-    if (::fseeko(stream, 0, SEEK_END) != 0)
-        return -1;
-    const long long size = ::ftello(stream);
-    if (size < 0 || ::fseeko(stream, 0, SEEK_SET) != 0)
-        return -1;
-    if (size == 0 && std::fgetc(stream) != EOF)
-        return -1;
-    std::rewind(stream);
-    return size;
-}
-
 File openDataFile(const std::string& path) {
     struct stat status {};
-    File stream = openFile(path, 0, status);
-    // A terminal ends when its user says so.
-    if (stream && S_ISCHR(status.st_mode) && ::isatty(::fileno(stream.get())) == 0 &&
-        measureFile(stream.get()) < 0)
+    File stream = openFile(path, status);
+    if (!stream || (S_ISFIFO(status.st_mode) && !hasWriter(stream.get())))
         return nullptr;
-    return stream;
+    // A terminal ends when its user says so.
+    const int descriptor = ::fileno(stream.get());
+    if (S_ISCHR(status.st_mode) && ::isatty(descriptor) == 0 && !measureFile(stream.get()))
+        return nullptr;
+    const int flags = ::fcntl(descriptor, F_GETFL);
+    return ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0 ? std::move(stream) : nullptr;
+}
+
+std::optional<MeasuredFile> openMeasuredFile(const std::string& path) {
+    struct stat status {};
+    File stream = openFile(path, status);
+    const std::optional<std::int64_t> size = stream ? measureFile(stream.get()) : std::nullopt;
+    if (!size)
+        return std::nullopt;
+    return MeasuredFile{std::move(stream), *size};
+}
+
+std::optional<std::int64_t> measureFile(std::FILE* stream) {
+    // Asked first, because a stream that cannot seek may forget what was read ahead.
+    if (::lseek(::fileno(stream), 0, SEEK_CUR) < 0 || ::fseeko(stream, 0, SEEK_END) != 0)
+        return std::nullopt;
+    const off_t size = ::ftello(stream);
+    if (size < 0 || ::fseeko(stream, 0, SEEK_SET) != 0)
+        return std::nullopt;
+    if (size == 0 && (std::fgetc(stream) != EOF || std::ferror(stream) != 0))
+        return std::nullopt;
+    std::rewind(stream);
+    return size;
 }
 
 } // namespace secapp

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
-
-#include <sys/stat.h>
 
 namespace secapp {
 
@@ -13,16 +13,22 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// Opens a file, no folder, for reading, with `flags` beside O_RDONLY, and tells what it is. None when that
-/// fails; a named pipe that nobody opens for writing fails after 5 s.
-[[nodiscard]] File openFile(const std::string& path, int flags, struct stat& status);
-
-/// The size of a file at its start, in bytes, taken by seeking; -1 for one that has none but data all the
-/// same.
-[[nodiscard]] long long measureFile(std::FILE* stream);
-
-/// Opens a file whose data are read to their end, a pipe included. None for what cannot be read, a folder,
-/// and a device whose data have no end.
+/// Opens a file whose data are read to their end, a pipe included. None for what cannot be read, a folder, a
+/// device whose data have no end, and a named pipe that nobody opens for writing within 5 s.
 [[nodiscard]] File openDataFile(const std::string& path);
+
+/// A file opened for reading, at its start, and its size in bytes.
+struct MeasuredFile {
+    File stream;
+    std::int64_t size = 0;
+};
+
+/// Opens a file whose size can be taken beforehand; none when it cannot be opened or, as with a pipe,
+/// measured.
+[[nodiscard]] std::optional<MeasuredFile> openMeasuredFile(const std::string& path);
+
+/// The size of a file at its start, in bytes, taken by seeking; none for one that has none but data all the
+/// same.
+[[nodiscard]] std::optional<std::int64_t> measureFile(std::FILE* stream);
 
 } // namespace secapp

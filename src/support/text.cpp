@@ -2,13 +2,20 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdio>
 
 namespace secapp {
 namespace {
 
 constexpr std::string_view whiteSpace = " \t\n\v\f\r";
 
-[[gnu::format(printf, 1, 0)]] std::string formatArguments(const char* format, std::va_list arguments) {
+char lowerCase(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+} // namespace
+
+std::string formatArguments(const char* format, std::va_list arguments) {
     std::va_list counted;
     va_copy(counted, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, counted);
@@ -18,12 +25,6 @@ constexpr std::string_view whiteSpace = " \t\n\v\f\r";
     std::vsnprintf(text.data(), text.size() + 1, format, arguments);
     return text;
 }
-
-char lowerCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-} // namespace
 
 std::string formatText(const char* format, ...) {
     std::va_list arguments;
@@ -72,9 +73,9 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
 }
 
 bool startsWithIgnoringCase(std::string_view text, std::string_view start) {
-    return text.size() >= start.size() &&
-           std::equal(start.begin(), start.end(), text.begin(),
-                      [](char a, char b) { return lowerCase(a) == lowerCase(b); });
+    return text.size() >= start.size() && std::equal(
+                                              start.begin(), start.end(), text.begin(),
+                                              [](char a, char b) { return lowerCase(a) == lowerCase(b); });
 }
 
 KeyValue splitKeyValue(std::string_view line) {
@@ -93,23 +94,6 @@ std::string getBasename(std::string_view path) {
         return "/";
     path = path.substr(0, last + 1);
     return std::string(path.substr(path.rfind('/') + 1));
-}
-
-std::optional<std::string> readTextLine(std::FILE* stream) {
-    std::string line;
-    int c = 0;
-    while (line.size() < textLimit && (c = std::getc(stream)) != EOF) {
-        line += static_cast<char>(c);
-        if (c == '\n')
-            return line;
-    }
-    if (line.empty() || (c == EOF && std::ferror(stream) != 0))
-        return std::nullopt;
-    return line;
-}
-
-void writeText(std::FILE* stream, std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stream);
 }
 
 } // namespace secapp

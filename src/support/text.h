@@ -1,12 +1,12 @@
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace secapp {
 
@@ -19,6 +19,10 @@ inline constexpr std::size_t textLimit = 1023;
 
 /// Formats as printf does, into a text of any length.
 [[nodiscard, gnu::format(printf, 1, 2)]] std::string formatText(const char* format, ...);
+
+/// As `formatText`, with the arguments as a list.
+[[nodiscard, gnu::format(printf, 1, 0)]] std::string formatArguments(const char* format,
+                                                                     std::va_list arguments);
 
 /// Makes an error text, cut at 1023 characters.
 [[nodiscard, gnu::format(printf, 1, 2)]] std::string formatError(const char* format, ...);
@@ -53,11 +57,9 @@ struct KeyValue {
 /// "/".
 [[nodiscard]] std::string getBasename(std::string_view path);
 
-/// Reads one line of at most `textLimit` characters, its newline included, as `fgets` does: a longer line
-/// arrives in pieces. None at the end of the stream or when it cannot be read.
-[[nodiscard]] std::optional<std::string> readTextLine(std::FILE* stream);
-
-/// Writes the text to the stream as it stands.
-void writeText(std::FILE* stream, std::string_view text);
+/// The bytes of a text.
+[[nodiscard]] inline std::span<const std::uint8_t> bytesOf(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
 
 } // namespace secapp

@@ -6,6 +6,7 @@
 #include "transfer/words.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <vector>
 
 namespace secapp {
@@ -28,15 +29,22 @@ void padWithZeros(std::vector<std::uint8_t>& chunk, std::size_t length) {
 
 void reportTransfer(HandlerData& record, const char* label, std::int64_t total, std::uint32_t address,
                     const timeval& elapsed) {
-    if (record.outputHandler == nullptr)
-        return;
     const auto seconds = static_cast<float>(secondsOf(elapsed));
     const float rate = static_cast<float>(total) / seconds / 1024.0F;
-    record.outputHandler(record,
-                         formatText("\n%s %ld bytes to 0x%x in %.3fs (%.3fKB/sec)\n", label,
-                                    static_cast<long>(total), address, static_cast<double>(seconds),
-                                    static_cast<double>(rate)),
-                         false);
+    show(record, formatText("\n%s %" PRId64 " bytes to 0x%x in %.3fs (%.3fKB/sec)\n", label, total, address,
+                            static_cast<double>(seconds), static_cast<double>(rate)));
+}
+
+/// An error for a file that gave other data than it held when it was opened: success means that the target
+/// has the whole image. Before the end of the data only too many of them are wrong.
+ErrorText checkAmount(const TransferSource& source, std::int64_t total, bool atEnd) {
+    if (source.stream == nullptr)
+        return std::nullopt;
+    const std::int64_t expected = source.fileSize.value_or(total);
+    if (total > expected || (atEnd && (total < expected || std::ferror(source.stream) != 0)))
+        return formatError("The file changed or could not be read to its end (%" PRId64 " bytes expected)",
+                           expected);
+    return std::nullopt;
 }
 
 } // namespace
@@ -52,13 +60,15 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
         const std::int64_t count = readBuffer(chunk, descriptor.bufferSize, source);
         if (count <= 0)
             break;
+        total += count;
+        if (ErrorText error = checkAmount(source, total, false))
+            return error;
         const auto length = static_cast<std::size_t>(count);
         padWithZeros(chunk, length);
         if (staged == 0) {
-            if (ErrorText error = patchChecksum(record, descriptor.checksumMode, address, chunk))
+            if (ErrorText error = patchChecksum(record, descriptor.checksumMode, address, chunk, length))
                 return error;
         }
-        total += count;
         if (staged % descriptor.bufferSize == 0) {
             if (ErrorText error = callBack(record, callback, descriptor, staged, address))
                 return error;
@@ -66,6 +76,8 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
         if (ErrorText error = encoder.encode(record, descriptor, staged, std::span(chunk).first(length)))
             return error;
     }
+    if (ErrorText error = checkAmount(source, total, true))
+        return error;
     if (ErrorText error = callBack(record, callback, descriptor, staged, address))
         return error;
     reportTransfer(record, label, total, address, elapsedSince(start));

@@ -1,6 +1,7 @@
 #include "transfer/encoders.h"
 
 #include "link/protocol.h"
+#include "support/streams.h"
 #include "transfer/words.h"
 
 #include <algorithm>
@@ -15,8 +16,10 @@ namespace {
 /// For a partial last word of 0 to 3 bytes: the bytes beyond the data.
 constexpr std::array<std::uint32_t, wordSize> raggedMask = {0x00000000, 0xFFFFFF00, 0xFFFF0000, 0xFF000000};
 
-std::int32_t bufferEncoderAlgorithmIndex = 1;
-std::uint32_t fWordsPerLine = 32;
+struct Encoding {
+    std::int32_t bufferEncoderAlgorithmIndex = 1;
+    std::uint32_t fWordsPerLine = 32;
+} encoding;
 
 void appendHex(std::string& line, std::uint32_t word) {
     std::array<char, 8> digits{};
@@ -39,13 +42,13 @@ ErrorText hexEncoder(HandlerData& record, const TransferDescriptor& descriptor, 
     while (!chunk.empty()) {
         line = "dataPacket";
         appendHex(line, bytesStaged % descriptor.bufferSize);
-        for (std::uint32_t words = 0; words < fWordsPerLine && !chunk.empty(); ++words) {
+        for (std::uint32_t words = 0; words < encoding.fWordsPerLine && !chunk.empty(); ++words) {
             const std::size_t bytes = std::min(chunk.size(), wordSize);
             appendHex(line, paddedWord(chunk, descriptor.fillByte));
             bytesStaged += static_cast<std::uint32_t>(bytes);
             chunk = chunk.subspan(bytes);
         }
-        if (ErrorText error = exchange(record, line))
+        if (ErrorText error = sendCommand(record, line))
             return error;
     }
     return std::nullopt;
@@ -53,7 +56,7 @@ ErrorText hexEncoder(HandlerData& record, const TransferDescriptor& descriptor, 
 
 ErrorText sendBurst(HandlerData& record, std::size_t offset, std::span<const std::uint8_t> burst) {
     const std::string header = formatText("databurst %zx %zx %x", burst.size(), offset, calcChecksum(burst));
-    if (ErrorText error = exchange(record, header))
+    if (ErrorText error = sendCommand(record, header))
         return error;
     if (ErrorText error = writeRawFully(record, burst))
         return error;
@@ -83,11 +86,11 @@ void setBufferEncodeAlgorithm(std::uint32_t index) {
         writeText(stderr, "Invalid encoder algorithm index\n");
         std::exit(-1);
     }
-    bufferEncoderAlgorithmIndex = static_cast<std::int32_t>(index);
+    encoding.bufferEncoderAlgorithmIndex = static_cast<std::int32_t>(index);
 }
 
 const BufferEncoder& getBufferEncoder() {
-    return bufferEncoder[static_cast<std::size_t>(bufferEncoderAlgorithmIndex)];
+    return bufferEncoder[static_cast<std::size_t>(encoding.bufferEncoderAlgorithmIndex)];
 }
 
 void listEncoderAlgorithms() {
@@ -109,11 +112,11 @@ std::uint32_t calcChecksum(std::span<const std::uint8_t> data) {
 }
 
 std::uint32_t getWordsPerLine() {
-    return fWordsPerLine;
+    return encoding.fWordsPerLine;
 }
 
 void setWordsPerLine(std::uint32_t words) {
-    fWordsPerLine = words;
+    encoding.fWordsPerLine = words;
 }
 
 } // namespace secapp

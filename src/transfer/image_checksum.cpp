@@ -5,6 +5,7 @@
 #include "transfer/records.h"
 #include "transfer/words.h"
 
+#include <cinttypes>
 #include <cstdlib>
 
 namespace secapp {
@@ -22,24 +23,31 @@ std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image) {
 }
 
 ErrorText readWord(HandlerData& record, std::uint32_t address, std::uint32_t& value) {
-    if (ErrorText error = exchange(record, formatText("readWord 0x%x", address)))
+    if (ErrorText error = sendCommand(record, formatText("readWord 0x%x", address)))
         return error;
     const char* text = record.response.c_str();
     char* end = nullptr;
-    const unsigned long number = std::strtoul(text, &end, 16);
+    const unsigned long long number = std::strtoull(text, &end, 16);
     if (end == text)
         return formatError("No value in the answer to readWord at 0x%x", address);
     value = static_cast<std::uint32_t>(number);
     return std::nullopt;
 }
 
+ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64_t>& imageSize) {
+    constexpr auto needed = static_cast<std::int64_t>(checkedImageSize);
+    if (chunkSize >= needed || imageSize.value_or(needed) < needed)
+        return std::nullopt;
+    return formatError("The check word of an image does not fit a transfer buffer of %" PRIu32 " bytes",
+                       chunkSize);
+}
+
 ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::uint32_t address,
-                        std::span<std::uint8_t> chunk) {
+                        std::span<std::uint8_t> chunk, std::size_t length) {
     std::uint32_t word = 0;
     if (checksumMode == checksumCalculate) {
         word = calcTargetChecksum(chunk);
-        debug_print("Calculated checksum as 0x%x (was 0x%lx)\n", word,
-                    static_cast<unsigned long>(wordAt(chunk, checkWord)));
+        debug_print("Calculated checksum as 0x%x (was 0x%x)\n", word, wordAt(chunk, checkWord));
     } else if (checksumMode == checksumFromTarget) {
         const auto wordAddress = static_cast<std::uint32_t>(address + checkWord * wordSize);
         if (ErrorText error = readWord(record, wordAddress, word))
@@ -48,7 +56,8 @@ ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::ui
     } else {
         return std::nullopt;
     }
-    setWordAt(chunk, checkWord, word);
+    if (length >= checkedImageSize)
+        setWordAt(chunk, checkWord, word);
     return std::nullopt;
 }
 

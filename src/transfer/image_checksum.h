@@ -19,9 +19,14 @@ inline constexpr std::size_t checkedImageSize = 32;
 /// answer does not begin with a hexadecimal number.
 [[nodiscard]] ErrorText readWord(HandlerData& record, std::uint32_t address, std::uint32_t& value);
 
+/// An error for an image whose first chunk, of at most `chunkSize` bytes, would not hold its check word.
+/// `imageSize` in bytes, none when it is not known beforehand.
+[[nodiscard]] ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64_t>& imageSize);
+
 /// Replaces the check word in the first chunk of an image that goes to `address`, as `checksumMode` asks. The
-/// chunk has at least `checkedImageSize` bytes.
+/// chunk has `length` bytes and behind them, up to `checkedImageSize`, zeros; an image too short for a check
+/// word stays as it is.
 [[nodiscard]] ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::uint32_t address,
-                                      std::span<std::uint8_t> chunk);
+                                      std::span<std::uint8_t> chunk, std::size_t length);
 
 } // namespace secapp

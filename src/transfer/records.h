@@ -48,6 +48,8 @@ struct TransferDescriptor {
 struct TransferSource {
     /// Not owned.
     std::FILE* stream = nullptr;
+    /// The bytes that the file must yield, none when that is not known beforehand.
+    std::optional<std::int64_t> fileSize = std::nullopt;
     /// The low `fillWidth` bytes are repeated, the lowest first.
     std::uint32_t fillValue = 0;
     /// Bytes of the fill still to be produced.

@@ -13,8 +13,8 @@ constexpr int debugOptionsShift = 16;
 
 void sendDebugOptions(HandlerData& record, unsigned options) {
     if ((record.echoFlags & ECHO_TARGET_DEBUG) != 0)
-        (void)exchange(record,
-                       formatText("DebugOptions %u", options)); // An aid: the query does not depend on it.
+        (void)sendCommand(record,
+                          formatText("DebugOptions %u", options)); // An aid: the query does not depend on it.
 }
 
 void setProperty(FlashRegion& region, std::string_view key, std::uint32_t number) {
@@ -35,7 +35,7 @@ void setProperty(FlashRegion& region, std::string_view key, std::uint32_t number
 ErrorText exchangeFlashQuery(HandlerData& record) {
     constexpr std::uint32_t optionBits = ECHO_TARGET_DEBUG_A | ECHO_TARGET_DEBUG_B | ECHO_TARGET_DEBUG_S;
     sendDebugOptions(record, (record.echoFlags & optionBits) >> debugOptionsShift);
-    if (ErrorText error = exchange(record, "queryFlash"))
+    if (ErrorText error = sendCommand(record, "queryFlash"))
         return error;
     sendDebugOptions(record, allDebugOptions);
     return std::nullopt;

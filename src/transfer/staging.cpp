@@ -1,9 +1,9 @@
 #include "transfer/staging.h"
 
 #include "link/protocol.h"
+#include "support/streams.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace secapp {
 namespace {
@@ -20,7 +20,7 @@ ErrorText commitPages(HandlerData& record, TransferDescriptor& descriptor) {
     const std::uint32_t staged = descriptor.bytesStaged - descriptor.bytesCommitted;
     const std::uint32_t pages = (staged + descriptor.pageSize - 1) / descriptor.pageSize;
     descriptor.bytesCommitted = descriptor.bytesStaged;
-    if (ErrorText error = exchange(record, formatText("%s %x %x", command, address, pages)))
+    if (ErrorText error = sendCommand(record, formatText("%s %x %x", command, address, pages)))
         return error;
     stdProgressHandler(record);
     return std::nullopt;
@@ -76,12 +76,11 @@ ErrorText commonBufferOverflowCallback(HandlerData& record, TransferDescriptor& 
 }
 
 ErrorText clearTargetBuffer(HandlerData& record, const TransferDescriptor& descriptor) {
-    return exchange(record, formatText("dataSet %x %x", descriptor.bufferSize / 4, descriptor.fillByte));
+    return sendCommand(record, formatText("dataSet %x %x", descriptor.bufferSize / 4, descriptor.fillByte));
 }
 
 void stdProgressHandler(HandlerData& /*record*/) {
-    std::fputc('.', stderr);
-    std::fflush(stderr);
+    writeText(stderr, ".");
 }
 
 void setMaxTransferBufferSize(std::uint32_t bytes) {

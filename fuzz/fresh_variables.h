@@ -1,8 +1,0 @@
-#pragma once
-
-namespace secapp {
-
-/// Forgets all script variables.
-void forgetVariables();
-
-} // namespace secapp
