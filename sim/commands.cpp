@@ -53,17 +53,15 @@ std::string usage(const Command& command) {
 /// Fails when [offset, offset + length) is not inside the transfer buffer.
 Failure checkBuffer(const Firmware& firmware, std::uint64_t offset, std::uint64_t length) {
     const std::uint64_t size = firmware.buffer.size;
-    if (offset <= size && length <= size - offset) {
+    if (offset <= size && length <= size - offset)
         return std::nullopt;
-    }
     return format("0x%llx bytes at offset 0x%llx exceed the buffer of 0x%llx bytes", shown(length),
                   shown(offset), shown(size));
 }
 
 Failure batchMode(Firmware& firmware, const Arguments& arguments, Reply&) {
-    if (arguments.numbers[0] > 1) {
+    if (arguments.numbers[0] > 1)
         return "Mode is 0 or 1";
-    }
     firmware.batchMode = arguments.numbers[0] == 1;
     return std::nullopt;
 }
@@ -128,17 +126,15 @@ Failure queryMorvi(Firmware& firmware, const Arguments&, Reply& reply) {
     const bool present = std::any_of(regions.begin(), regions.end(), [](const Region& region) {
         return strcasecmp(region.spec.name.c_str(), "MORVI") == 0;
     });
-    if (!present) {
+    if (!present)
         return "No external flash";
-    }
     addLine(reply, "Device family = MV25");
     return std::nullopt;
 }
 
 Failure debugOptions(Firmware& firmware, const Arguments& arguments, Reply&) {
-    if (arguments.numbers[0] > 7) {
+    if (arguments.numbers[0] > 7)
         return "Options are 0 to 7";
-    }
     firmware.debugOptions = static_cast<unsigned>(arguments.numbers[0]);
     return std::nullopt;
 }
@@ -146,24 +142,20 @@ Failure debugOptions(Firmware& firmware, const Arguments& arguments, Reply&) {
 Failure dataSet(Firmware& firmware, const Arguments& arguments, Reply&) {
     const std::uint64_t length = arguments.numbers[0] * 4;
     const std::uint64_t fill = arguments.numbers[1];
-    if (Failure failure = checkBuffer(firmware, 0, length)) {
+    if (Failure failure = checkBuffer(firmware, 0, length))
         return failure;
-    }
-    if (fill > 0xFF) {
+    if (fill > 0xFF)
         return "Fill is one byte";
-    }
     const bool filled = fillMemory(firmware.buffer, 0, length, static_cast<std::uint8_t>(fill));
     return filled ? std::nullopt : Failure("Buffer cannot be filled");
 }
 
 Failure dataBurst(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto& numbers = arguments.numbers;
-    if (numbers[0] == 0) {
+    if (numbers[0] == 0)
         return "Burst of no bytes";
-    }
-    if (Failure failure = checkBuffer(firmware, numbers[1], numbers[0])) {
+    if (Failure failure = checkBuffer(firmware, numbers[1], numbers[0]))
         return failure;
-    }
     firmware.burst = Burst{numbers[0], numbers[1], static_cast<Word32>(numbers[2]), {}};
     return std::nullopt;
 }
@@ -172,9 +164,8 @@ Failure dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto& numbers = arguments.numbers;
     const std::uint64_t length = (numbers.size() - 1) * 4;
     Failure failure = checkBuffer(firmware, numbers[0], length);
-    if (failure || firmware.flash.nullMemory) {
+    if (failure || firmware.flash.nullMemory)
         return failure;
-    }
     std::uint8_t* room = touch(firmware.buffer, numbers[0], length).data();
     for (std::size_t i = 1; i < numbers.size(); ++i, room += 4) {
         const auto word = static_cast<Word32>(numbers[i]);
@@ -187,41 +178,35 @@ Failure dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
 Failure stagedPages(Firmware& firmware, const Arguments& arguments, std::span<const std::uint8_t>& data) {
     std::uint64_t length = 0;
     Failure failure = checkPages(firmware.flash, arguments.numbers[0], arguments.numbers[1], length);
-    if (!failure) {
+    if (!failure)
         failure = checkBuffer(firmware, 0, length);
-    }
-    if (!failure) {
+    if (!failure)
         data = touch(firmware.buffer, 0, length);
-    }
     return failure;
 }
 
 Failure programPages(Firmware& firmware, const Arguments& arguments, Reply& reply) {
     std::span<const std::uint8_t> data;
-    if (Failure failure = stagedPages(firmware, arguments, data)) {
+    if (Failure failure = stagedPages(firmware, arguments, data))
         return failure;
-    }
     reply.busy = firmware.programTime * static_cast<std::int64_t>(arguments.numbers[1]);
     return programFlash(firmware.flash, arguments.numbers[0], data, firmware.weakCell);
 }
 
 Failure verifyPages(Firmware& firmware, const Arguments& arguments, Reply&) {
     std::span<const std::uint8_t> data;
-    if (Failure failure = stagedPages(firmware, arguments, data)) {
+    if (Failure failure = stagedPages(firmware, arguments, data))
         return failure;
-    }
     return verifyFlash(firmware.flash, arguments.numbers[0], data);
 }
 
 Failure readWord(Firmware& firmware, const Arguments& arguments, Reply& reply) {
     const std::uint64_t address = arguments.numbers[0];
-    if (address % 4 != 0) {
+    if (address % 4 != 0)
         return format("Address 0x%08llx is not at the start of a word", shown(address));
-    }
     std::vector<std::uint8_t> bytes;
-    if (Failure failure = readFlash(firmware.flash, address, 4, bytes)) {
+    if (Failure failure = readFlash(firmware.flash, address, 4, bytes))
         return failure;
-    }
     Word32 word = 0;
     std::memcpy(&word, bytes.data(), 4);
     addLine(reply, format("0x%08x", word));
@@ -229,9 +214,8 @@ Failure readWord(Firmware& firmware, const Arguments& arguments, Reply& reply) {
 }
 
 Failure erase(Firmware& firmware, const Arguments& arguments, Reply& reply) {
-    if (findRegion(firmware.flash, arguments.numbers[0]) != nullptr) {
+    if (findRegion(firmware.flash, arguments.numbers[0]) != nullptr)
         reply.busy = firmware.eraseTime;
-    }
     return eraseFlash(firmware.flash, arguments.numbers[0], firmware.weakCell);
 }
 
@@ -241,9 +225,8 @@ Failure blankCheck(Firmware& firmware, const Arguments& arguments, Reply&) {
 
 Failure bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto bank = parseNumber(arguments.words[0]);
-    if (!bank || *bank > 1) {
+    if (!bank || *bank > 1)
         return "Boot bank is 0 or 1";
-    }
     firmware.bootBank = static_cast<unsigned>(*bank);
     return std::nullopt;
 }
@@ -251,9 +234,8 @@ Failure bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
 Failure programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto product = parseNumber(arguments.words[0]);
     const auto vendor = parseNumber(arguments.words[1]);
-    if (!product || !vendor || *product > 0xFFFF || *vendor > 0xFFFF) {
+    if (!product || !vendor || *product > 0xFFFF || *vendor > 0xFFFF)
         return "USB identifiers are numbers of 16 bits";
-    }
     const std::pair<std::uint16_t, std::uint16_t> identity(static_cast<std::uint16_t>(*product),
                                                            static_cast<std::uint16_t>(*vendor));
     if (firmware.usbIdentity && *firmware.usbIdentity != identity) {
@@ -267,18 +249,15 @@ Failure programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
 Failure dump(Firmware& firmware, const Arguments& arguments, Reply& reply) {
     const std::uint64_t address = arguments.numbers[0];
     const std::uint64_t count = arguments.numbers[1];
-    if (count > dumpLimit) {
+    if (count > dumpLimit)
         return format("At most 0x%llx bytes at a time", shown(dumpLimit));
-    }
     std::vector<std::uint8_t> bytes;
-    if (Failure failure = readFlash(firmware.flash, address, count, bytes)) {
+    if (Failure failure = readFlash(firmware.flash, address, count, bytes))
         return failure;
-    }
     for (std::size_t start = 0; start < bytes.size(); start += 16) {
         std::string line = format("%08llx:", shown(address + start));
-        for (std::size_t i = start; i < std::min(start + 16, bytes.size()); ++i) {
+        for (std::size_t i = start; i < std::min(start + 16, bytes.size()); ++i)
             line += format(" %02x", bytes[i]);
-        }
         addLine(reply, line);
     }
     return std::nullopt;
@@ -309,11 +288,9 @@ constexpr auto commands = std::to_array<Command>({
 });
 
 void listCommands(Reply& reply, bool advanced) {
-    for (const Command& command : commands) {
-        if (advanced || !command.advanced) {
+    for (const Command& command : commands)
+        if (advanced || !command.advanced)
             addLine(reply, usage(command));
-        }
-    }
 }
 
 Failure readArguments(const Command& command, std::string_view text, Arguments& arguments) {
@@ -323,20 +300,16 @@ Failure readArguments(const Command& command, std::string_view text, Arguments& 
         arguments.words.push_back(text.substr(start, end - start));
         start = end;
     }
-    if (arguments.words.size() < command.fewest || arguments.words.size() > command.most) {
+    if (arguments.words.size() < command.fewest || arguments.words.size() > command.most)
         return format("Usage: %s", usage(command).c_str());
-    }
-    if (command.numberLimit == noNumbers) {
+    if (command.numberLimit == noNumbers)
         return std::nullopt;
-    }
     for (const std::string_view word : arguments.words) {
         const auto number = parseHexadecimal(word);
-        if (!number) {
+        if (!number)
             return format("Not a hexadecimal number: %s", printable(word, 64).c_str());
-        }
-        if (*number > command.numberLimit) {
+        if (*number > command.numberLimit)
             return format("Number out of range: %s", printable(word, 64).c_str());
-        }
         arguments.numbers.push_back(*number);
     }
     return std::nullopt;
@@ -348,13 +321,11 @@ Failure runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
     const std::string_view word = line.substr(0, line.find_first_of(" \t"));
     const auto command =
         std::find_if(commands.begin(), commands.end(), [=](const Command& c) { return c.word == word; });
-    if (command == commands.end()) {
+    if (command == commands.end())
         return format("Unknown command %s", printable(word, 64).c_str());
-    }
     Arguments arguments;
-    if (Failure failure = readArguments(*command, line.substr(word.size()), arguments)) {
+    if (Failure failure = readArguments(*command, line.substr(word.size()), arguments))
         return failure;
-    }
     return command->run(firmware, arguments, reply);
 }
 

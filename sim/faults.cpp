@@ -38,9 +38,8 @@ std::size_t statusStart(std::string_view answer) {
 void replaceLineEnds(std::string& text, std::string_view with) {
     std::string changed;
     std::size_t start = 0;
-    for (std::size_t end = 0; (end = text.find("\r\n", start)) != std::string::npos; start = end + 2) {
+    for (std::size_t end = 0; (end = text.find("\r\n", start)) != std::string::npos; start = end + 2)
         changed.append(text, start, end - start).append(with);
-    }
     text = changed.append(text, start);
 }
 
@@ -84,9 +83,8 @@ std::string strikeStuckErase(const Fault& fault, Exchange& exchange, Random& ran
 std::string hitByte(const Fault& fault, Exchange& exchange, Random& random, ByteFault::Kind kind) {
     const std::uint64_t offset = fault.offset.value_or(random() % exchange.burstLength);
     const std::uint64_t bit = fault.bit.value_or(random() % 8);
-    if (exchange.byteFault || offset >= exchange.burstLength) {
+    if (exchange.byteFault || offset >= exchange.burstLength)
         return {};
-    }
     exchange.byteFault = {kind, offset, static_cast<std::uint8_t>(1U << bit)};
     return format("%s: byte 0x%llx of the burst", std::string(fault.kind->name).c_str(), shown(offset));
 }
@@ -133,9 +131,8 @@ std::string strikeNoise(const Fault& fault, Exchange& exchange, Random& random) 
     std::string noise;
     while (noise.size() < count) {
         const char byte = static_cast<char>(random() & 0xFF);
-        if (byte != '\r' && byte != '\n' && byte != '\0') {
+        if (byte != '\r' && byte != '\n' && byte != '\0')
             noise += byte;
-        }
     }
     exchange.answer = noise + (fault.lines ? "\r\n" : "") + exchange.answer;
     return format("noise: %llu bytes", shown(count));
@@ -143,9 +140,8 @@ std::string strikeNoise(const Fault& fault, Exchange& exchange, Random& random) 
 
 std::string strikeNoEnd(const Fault&, Exchange& exchange, Random&) {
     std::string& text = statusPart(exchange);
-    if (!text.ends_with("\r\n")) {
+    if (!text.ends_with("\r\n"))
         return {};
-    }
     text.resize(text.size() - 2);
     return "noend: no line end behind the status";
 }
@@ -163,9 +159,8 @@ std::string strikeEnds(const Fault& fault, Exchange& exchange, Random&) {
 std::string strikeFlood(const Fault& fault, Exchange& exchange, Random&) {
     exchange.floodBytes = fault.bytes.value_or(defaultFloodBytes);
     exchange.floodText.clear();
-    while (exchange.floodText.size() < 0x1000) {
+    while (exchange.floodText.size() < 0x1000)
         exchange.floodText.append(floodLineLength, 'f').append(fault.lines ? "\r\n" : "ff");
-    }
     const std::size_t status = statusStart(exchange.answer);
     exchange.answerAfterFlood = "\r\n" + exchange.answer.substr(status); // the flood may end within a line
     exchange.answer.resize(status);
@@ -215,9 +210,8 @@ bool readNumberInto(std::string_view value, std::uint64_t limit, std::optional<s
 bool readTime(std::string_view value, Duration unit, std::optional<Duration>& time) {
     double number = 0;
     const auto [stop, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-    if (error != std::errc() || stop != value.data() + value.size() || !(number >= 0 && number <= 1e9)) {
+    if (error != std::errc() || stop != value.data() + value.size() || !(number >= 0 && number <= 1e9))
         return false;
-    }
     time = Duration(static_cast<Duration::rep>(number * static_cast<double>(unit.count())));
     return true;
 }
@@ -283,9 +277,8 @@ constexpr std::size_t commonSettings = 4;
 bool holdsWord(std::string_view words, std::string_view word) {
     while (!words.empty()) {
         const std::size_t end = std::min(words.find(' '), words.size());
-        if (words.substr(0, end) == word) {
+        if (words.substr(0, end) == word)
             return true;
-        }
         words.remove_prefix(std::min(end + 1, words.size()));
     }
     return false;
@@ -297,9 +290,8 @@ Failure readSetting(std::string_view text, Fault& fault) {
     const auto setting =
         std::find_if(settings.begin(), settings.end(), [=](const Setting& s) { return s.name == name; });
     const bool common = setting - settings.begin() < static_cast<std::ptrdiff_t>(commonSettings);
-    if (setting == settings.end() || !(common || holdsWord(fault.kind->settings, name))) {
+    if (setting == settings.end() || !(common || holdsWord(fault.kind->settings, name)))
         return "fault " + std::string(fault.kind->name) + " has no setting '" + printable(name, 64) + "'";
-    }
     const std::string_view value = sign < text.size() ? text.substr(sign + 1) : std::string_view();
     return setting->read(value, fault) ? std::nullopt : badValue(text);
 }
@@ -307,9 +299,8 @@ Failure readSetting(std::string_view text, Fault& fault) {
 bool isDue(const Fault& fault, const Exchange& exchange, Random& random) {
     const std::uint64_t count = fault.count.value_or(fault.at > 0 ? 1 : UINT64_MAX);
     if (fault.byte || fault.struck >= count || exchange.number < fault.at ||
-        (!fault.command.empty() && fault.command != exchange.word)) {
+        (!fault.command.empty() && fault.command != exchange.word))
         return false;
-    }
     return fault.chance >= 100 || static_cast<double>(random() % 1000000) < fault.chance * 10000;
 }
 
@@ -319,16 +310,14 @@ Failure readFault(std::string_view text, Fault& fault) {
     const std::string_view name = text.substr(0, text.find(','));
     const auto kind =
         std::find_if(kinds.begin(), kinds.end(), [=](const FaultKind& k) { return k.name == name; });
-    if (kind == kinds.end()) {
+    if (kind == kinds.end())
         return "unknown fault '" + printable(name, 64) + "'";
-    }
     fault.kind = &*kind;
     std::size_t start = name.size();
     while (start < text.size()) {
         const std::size_t end = std::min(text.find(',', start + 1), text.size());
-        if (Failure failure = readSetting(text.substr(start + 1, end - start - 1), fault)) {
+        if (Failure failure = readSetting(text.substr(start + 1, end - start - 1), fault))
             return failure;
-        }
         start = end;
     }
     return std::nullopt;
@@ -336,14 +325,12 @@ Failure readFault(std::string_view text, Fault& fault) {
 
 void strikeFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random) {
     for (Fault& fault : faults) {
-        if (fault.kind->phase != phase || !isDue(fault, exchange, random)) {
+        if (fault.kind->phase != phase || !isDue(fault, exchange, random))
             continue;
-        }
         const bool hadCell = exchange.weakCell.has_value();
         std::string note = fault.kind->strike(fault, exchange, random);
-        if (!hadCell && exchange.weakCell) {
+        if (!hadCell && exchange.weakCell)
             exchange.weakSource = &fault;
-        }
         if (!note.empty()) {
             ++fault.struck;
             exchange.notes.push_back(std::move(note));
@@ -365,9 +352,8 @@ std::string faultHelp() {
         "bytes of a burst), chance=PERCENT, count=N (at most so often), and those of the kind:\n";
     for (const FaultKind& kind : kinds) {
         std::string head(kind.name);
-        if (!kind.settings.empty()) {
+        if (!kind.settings.empty())
             head.append(" (").append(kind.settings).append(")");
-        }
         text += format("  %-31s %s\n", head.c_str(), std::string(kind.help).c_str());
     }
     return text;

@@ -28,9 +28,8 @@ Request takeLine(Firmware& firmware) {
     Request request;
     request.kind = firmware.line.size() > lineLimit ? RequestKind::longLine : RequestKind::line;
     std::string_view text = trimmed(firmware.line);
-    if (text.starts_with('=')) {
+    if (text.starts_with('='))
         text = trimmed(text.substr(1));
-    }
     request.text = text;
     firmware.line.clear();
     return request;
@@ -39,9 +38,8 @@ Request takeLine(Firmware& firmware) {
 std::size_t collectBurst(Firmware& firmware, std::string_view bytes, std::optional<Request>& request) {
     Burst& burst = *firmware.burst;
     const std::size_t taken = std::min<std::uint64_t>(burst.length - burst.bytes.size(), bytes.size());
-    if (burst.bytes.empty()) {
+    if (burst.bytes.empty())
         burst.bytes.reserve(std::min(burst.length, burstReserve));
-    }
     burst.bytes.append(bytes.substr(0, taken));
     if (burst.bytes.size() == burst.length) {
         request.emplace();
@@ -55,9 +53,8 @@ std::size_t collectBurst(Firmware& firmware, std::string_view bytes, std::option
 
 Failure storeBurst(Firmware& firmware, const Request& request) {
     const std::uint32_t found = burstChecksum(request.text);
-    if (found != request.header.checksum) {
+    if (found != request.header.checksum)
         return format("Burst checksum is 0x%x, not 0x%x", found, request.header.checksum);
-    }
     if (!firmware.flash.nullMemory) {
         const auto room = touch(firmware.buffer, request.header.offset, request.text.size());
         std::memcpy(room.data(), request.text.data(), room.size());
@@ -68,12 +65,10 @@ Failure storeBurst(Firmware& firmware, const Request& request) {
 Failure carryOut(Firmware& firmware, const Request& request, Reply& reply) {
     switch (request.kind) {
     case RequestKind::line:
-        if (request.text.empty()) {
+        if (request.text.empty())
             return std::nullopt;
-        }
-        if (!firmware.batchMode) {
+        if (!firmware.batchMode)
             reply.text = "=" + request.text + "\r\n";
-        }
         return runCommand(firmware, request.text, reply);
     case RequestKind::burst:
         return storeBurst(firmware, request);
@@ -100,9 +95,8 @@ Failure startFirmware(Firmware& firmware, const FirmwareConfig& config) {
         bufferSize = std::max(bufferSize, spec.buffer);
     }
     if (!config.folder.empty()) {
-        if (Failure failure = openFolder(firmware.flash)) {
+        if (Failure failure = openFolder(firmware.flash))
             return failure;
-        }
     }
     return openMemory(firmware.buffer, bufferSize, 0, "");
 }
@@ -118,35 +112,30 @@ void restartFirmware(Firmware& firmware) {
 }
 
 std::size_t collectRequest(Firmware& firmware, std::string_view bytes, std::optional<Request>& request) {
-    if (firmware.burst) {
+    if (firmware.burst)
         return collectBurst(firmware, bytes, request);
-    }
     const bool restOfLineEnd = firmware.afterReturn && bytes.front() == '\n';
     firmware.afterReturn = false;
-    if (restOfLineEnd) {
+    if (restOfLineEnd)
         return 1;
-    }
     const std::size_t end = bytes.find_first_of("\r\n");
     appendToLine(firmware, bytes.substr(0, end));
-    if (end == std::string_view::npos) {
+    if (end == std::string_view::npos)
         return bytes.size();
-    }
     firmware.afterReturn = bytes[end] == '\r';
     request = takeLine(firmware);
     return end + 1;
 }
 
 std::optional<Duration> patience(const Firmware& firmware) {
-    if (firmware.burst) {
+    if (firmware.burst)
         return burstPatience;
-    }
     return isRawText(firmware) ? std::optional(rawTextPatience) : std::nullopt;
 }
 
 Request endSilence(Firmware& firmware) {
-    if (!firmware.burst) {
+    if (!firmware.burst)
         return takeLine(firmware);
-    }
     Request request;
     request.kind = RequestKind::brokenBurst;
     request.text = std::move(firmware.burst->bytes);
@@ -167,20 +156,17 @@ std::string converse(Firmware& firmware, std::string_view bytes) {
     while (!bytes.empty()) {
         std::optional<Request> request;
         bytes.remove_prefix(collectRequest(firmware, bytes, request));
-        if (request) {
+        if (request)
             answers += execute(firmware, *request).text;
-        }
     }
     return answers;
 }
 
 std::string_view requestWord(const Request& request) {
-    if (request.kind == RequestKind::burst) {
+    if (request.kind == RequestKind::burst)
         return "burst";
-    }
-    if (request.kind != RequestKind::line) {
+    if (request.kind != RequestKind::line)
         return {};
-    }
     const std::string_view text = request.text;
     return text.substr(0, text.find_first_of(" \t"));
 }

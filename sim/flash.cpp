@@ -32,15 +32,13 @@ Failure unusable(const Region& region) {
 }
 
 Failure openRegion(const Flash& flash, Region& region) {
-    if (region.memory) {
+    if (region.memory)
         return std::nullopt;
-    }
     const std::string path = flash.folder.empty() ? "" : flash.folder + "/" + region.spec.name + ".bin";
     region.memory.emplace();
     Failure failure = openMemory(*region.memory, region.spec.size, region.spec.blank, path);
-    if (failure) {
+    if (failure)
         region.memory.reset();
-    }
     return failure;
 }
 
@@ -56,9 +54,8 @@ std::uint8_t chooseBit(unsigned candidates, unsigned bit) {
 template <typename Changes>
 std::optional<std::pair<std::uint64_t, std::uint8_t>> keptBit(WeakCell* weak, std::uint64_t base,
                                                               std::uint64_t length, Changes changes) {
-    if (weak == nullptr) {
+    if (weak == nullptr)
         return std::nullopt;
-    }
     const std::uint64_t first = weak->address ? *weak->address - base : weak->pick % length;
     const std::uint64_t tries = weak->address ? 1 : length;
     for (std::uint64_t i = 0; first < length && i < tries; ++i) {
@@ -81,9 +78,8 @@ Failure useRegion(Flash& flash, std::uint64_t address, Region*& region) {
 
 /// The bytes of the flash from the address on, which must lie in one region.
 Failure useBytes(Flash& flash, std::uint64_t address, std::uint64_t length, Region*& region, Bytes& bytes) {
-    if (Failure failure = useRegion(flash, address, region)) {
+    if (Failure failure = useRegion(flash, address, region))
         return failure;
-    }
     const std::uint64_t offset = address - region->spec.base;
     if (length > region->spec.size - offset) {
         return format("0x%llx bytes at 0x%08llx exceed memory %s", shown(length), shown(address),
@@ -94,9 +90,8 @@ Failure useBytes(Flash& flash, std::uint64_t address, std::uint64_t length, Regi
 }
 
 void programPage(Bytes page, std::span<const std::uint8_t> data, std::uint8_t blank) {
-    for (std::size_t i = 0; i < page.size(); ++i) {
+    for (std::size_t i = 0; i < page.size(); ++i)
         page[i] = static_cast<std::uint8_t>(((page[i] ^ blank) | (data[i] ^ blank)) ^ blank);
-    }
 }
 
 } // namespace
@@ -107,17 +102,14 @@ Failure openFolder(Flash& flash) {
     for (Region& region : flash.regions) {
         const std::string& name = region.spec.name;
         if (name.empty() || name.size() > 250 || name.find('/') != std::string::npos ||
-            name.find('\0') != std::string::npos) {
+            name.find('\0') != std::string::npos)
             return format("Region name '%s' does not serve as a file name", printable(name, 64).c_str());
-        }
-        if (!names.insert(name).second) {
+        if (!names.insert(name).second)
             return format("Two regions are named '%s'", printable(name, 64).c_str());
-        }
         ready += region.spec.size;
         if (ready <= readyLimit) {
-            if (Failure failure = openRegion(flash, region)) {
+            if (Failure failure = openRegion(flash, region))
                 return failure;
-            }
         }
     }
     return std::nullopt;
@@ -132,20 +124,16 @@ Region* findRegion(Flash& flash, std::uint64_t address) {
 
 Failure checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages, std::uint64_t& length) {
     const Region* const region = findRegion(flash, address);
-    if (region == nullptr) {
+    if (region == nullptr)
         return outside(address);
-    }
     const std::uint64_t page = region->spec.page;
     const std::uint64_t offset = address - region->spec.base;
-    if (page == 0) {
+    if (page == 0)
         return format("Memory %s has no page size", nameOf(*region).c_str());
-    }
-    if (offset % page != 0) {
+    if (offset % page != 0)
         return format("Address 0x%08llx is not at the start of a page", shown(address));
-    }
-    if (pages == 0) {
+    if (pages == 0)
         return "No pages given";
-    }
     if (pages > (region->spec.size - offset) / page) {
         return format("0x%llx pages at 0x%08llx exceed memory %s", shown(pages), shown(address),
                       nameOf(*region).c_str());
@@ -156,14 +144,12 @@ Failure checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages, std
 
 Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
                      WeakCell* weak) {
-    if (flash.nullMemory) {
+    if (flash.nullMemory)
         return std::nullopt;
-    }
     Region* region = nullptr;
     Bytes cells;
-    if (Failure failure = useBytes(flash, address, data.size(), region, cells)) {
+    if (Failure failure = useBytes(flash, address, data.size(), region, cells))
         return failure;
-    }
     const std::uint8_t blank = region->spec.blank;
     const auto kept = keptBit(weak, address, data.size(), [&](std::uint64_t i) {
         return static_cast<std::uint8_t>((data[i] ^ blank) & ~(cells[i] ^ blank));
@@ -180,26 +166,22 @@ Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::u
         }
         if (kept && kept->first - start < page.size()) {
             cells[kept->first] ^= kept->second;
-            if (!weak->silent) {
+            if (!weak->silent)
                 return format("Program failed at 0x%08llx", shown(address + kept->first));
-            }
         }
     }
     return std::nullopt;
 }
 
 Failure verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data) {
-    if (flash.nullMemory) {
+    if (flash.nullMemory)
         return std::nullopt;
-    }
     Region* region = nullptr;
     Bytes cells;
-    if (Failure failure = useBytes(flash, address, data.size(), region, cells)) {
+    if (Failure failure = useBytes(flash, address, data.size(), region, cells))
         return failure;
-    }
-    if (std::memcmp(cells.data(), data.data(), data.size()) == 0) {
+    if (std::memcmp(cells.data(), data.data(), data.size()) == 0)
         return std::nullopt;
-    }
     const auto at = static_cast<std::size_t>(std::mismatch(cells.begin(), cells.end(), data.begin()).first -
                                              cells.begin());
     return format("Verify failed at 0x%08llx: flash holds 0x%02x, buffer 0x%02x", shown(address + at),
@@ -207,39 +189,33 @@ Failure verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::ui
 }
 
 Failure eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak) {
-    if (flash.nullMemory) {
+    if (flash.nullMemory)
         return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
-    }
     Region* region = nullptr;
-    if (Failure failure = useRegion(flash, address, region)) {
+    if (Failure failure = useRegion(flash, address, region))
         return failure;
-    }
     const RegionSpec& spec = region->spec;
     const bool mayKeep = weak != nullptr && firstOther(*region->memory, spec.blank);
     const Bytes cells = mayKeep ? touch(*region->memory, 0, spec.size) : Bytes();
     const auto kept = keptBit(cells.empty() ? nullptr : weak, spec.base, spec.size, [&](std::uint64_t i) {
         return static_cast<std::uint8_t>(cells[i] ^ spec.blank);
     });
-    if (!fillMemory(*region->memory, 0, spec.size, spec.blank)) {
+    if (!fillMemory(*region->memory, 0, spec.size, spec.blank))
         return unusable(*region);
-    }
     if (kept) {
         touch(*region->memory, kept->first, 1)[0] ^= kept->second;
-        if (!weak->silent) {
+        if (!weak->silent)
             return format("Erase failed at 0x%08llx", shown(spec.base + kept->first));
-        }
     }
     return std::nullopt;
 }
 
 Failure checkBlank(Flash& flash, std::uint64_t address) {
-    if (flash.nullMemory) {
+    if (flash.nullMemory)
         return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
-    }
     Region* region = nullptr;
-    if (Failure failure = useRegion(flash, address, region)) {
+    if (Failure failure = useRegion(flash, address, region))
         return failure;
-    }
     const auto other = firstOther(*region->memory, region->spec.blank);
     return other ? format("Not blank at 0x%08llx", shown(region->spec.base + *other)) : Failure();
 }

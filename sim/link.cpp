@@ -18,9 +18,8 @@ constexpr Duration longestLateness = milliseconds(50);
 constexpr std::size_t fastRead = 0x10000;
 
 Duration passage(const Link& link, std::uint64_t count) {
-    if (link.speed.bytesPerSecond == 0) {
+    if (link.speed.bytesPerSecond == 0)
         return Duration::zero();
-    }
     const double seconds = static_cast<double>(count) / static_cast<double>(link.speed.bytesPerSecond);
     return Duration(static_cast<Duration::rep>(seconds * 1e9));
 }
@@ -31,16 +30,14 @@ Duration aheadLimit(const Link& link) {
 
 /// Queues bytes that can be sent from `start` on; they are due once they have passed the link.
 void queueBytes(Link& link, Transmission transmission, TimePoint start) {
-    if (transmission.total == 0 || transmission.bytes.empty()) {
+    if (transmission.total == 0 || transmission.bytes.empty())
         return;
-    }
     transmission.pause += passage(link, transmission.step);
     const TimePoint begin = std::max(start, link.free);
     transmission.due = begin + passage(link, transmission.step);
     const std::uint64_t steps = (transmission.total - 1) / transmission.step;
-    if (transmission.total != UINT64_MAX) {
+    if (transmission.total != UINT64_MAX)
         link.free = transmission.due + transmission.pause * static_cast<Duration::rep>(steps);
-    }
     link.queue.push_back(std::move(transmission));
 }
 
@@ -69,9 +66,8 @@ TimePoint readableFrom(const Link& link) {
 }
 
 std::size_t readLimit(const Link& link) {
-    if (link.speed.bytesPerSecond == 0) {
+    if (link.speed.bytesPerSecond == 0)
         return fastRead;
-    }
     const double perRead =
         std::chrono::duration<double>(readAhead).count() * static_cast<double>(link.speed.bytesPerSecond);
     return perRead < fastRead ? std::max(portQueue, static_cast<std::size_t>(perRead)) : fastRead;
@@ -99,9 +95,8 @@ std::optional<TimePoint> nextDue(const Link& link) {
 }
 
 std::string_view dueBytes(const Link& link, TimePoint now) {
-    if (link.queue.empty() || link.queue.front().due > now) {
+    if (link.queue.empty() || link.queue.front().due > now)
         return {};
-    }
     const Transmission& first = link.queue.front();
     const std::uint64_t inStep = first.step - first.sent % first.step;
     const std::uint64_t offset = first.sent % first.bytes.size();
@@ -116,23 +111,19 @@ std::optional<Transmission> noteSent(Link& link, std::size_t count, TimePoint no
         link.lateness = isImitated(link) ? std::min(now - first.due, longestLateness) : Duration::zero();
         first.due += first.pause;
     }
-    if (first.sent < first.total) {
+    if (first.sent < first.total)
         return std::nullopt;
-    }
     std::optional<Transmission> complete = std::move(first);
     link.queue.pop_front();
     return complete;
 }
 
 void endEndless(Link& link) {
-    for (Transmission& transmission : link.queue) {
-        if (transmission.total == UINT64_MAX) {
+    for (Transmission& transmission : link.queue)
+        if (transmission.total == UINT64_MAX)
             transmission.total = transmission.sent;
-        }
-    }
-    if (!link.queue.empty() && link.queue.front().sent >= link.queue.front().total) {
+    if (!link.queue.empty() && link.queue.front().sent >= link.queue.front().total)
         link.queue.pop_front();
-    }
 }
 
 } // namespace vqxsim

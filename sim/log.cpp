@@ -33,9 +33,8 @@ Failure openLog(Log& log, const std::string& path) {
 }
 
 void noteLine(Log& log, char direction, std::string_view text) {
-    if (!log.file) {
+    if (!log.file)
         return;
-    }
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - log.start;
     std::fprintf(log.file.get(), "%.6f %c %s\n", time.count(), direction,
                  printable(text, shownLength).c_str());
@@ -43,13 +42,11 @@ void noteLine(Log& log, char direction, std::string_view text) {
 }
 
 void noteOutcome(Log& log, const Outcome& outcome) {
-    if (!log.file) {
+    if (!log.file)
         return;
-    }
     const std::uint64_t number = outcome.exchange.number; // 0: no request was complete
-    if (number > 0) {
+    if (number > 0)
         noteLine(log, '>', requestText(outcome.request));
-    }
     for (const std::string& note : outcome.exchange.notes) {
         noteLine(log, '!',
                  number == 0
@@ -59,9 +56,8 @@ void noteOutcome(Log& log, const Outcome& outcome) {
 }
 
 void noteTransmission(Log& log, const Transmission& transmission) {
-    if (!log.file) {
+    if (!log.file)
         return;
-    }
     if (transmission.total != transmission.bytes.size()) {
         noteLine(log, '<',
                  format("[flood of %llu bytes]", static_cast<unsigned long long>(transmission.sent)));
@@ -77,9 +73,8 @@ void noteTransmission(Log& log, const Transmission& transmission) {
 
 Failure flushLog(Log& log) {
     log.unflushed = false;
-    if (log.file && (std::fflush(log.file.get()) != 0 || std::ferror(log.file.get()) != 0)) {
+    if (log.file && (std::fflush(log.file.get()) != 0 || std::ferror(log.file.get()) != 0))
         return systemFailure("log");
-    }
     return std::nullopt;
 }
 

@@ -56,18 +56,16 @@ void markFoundContent(SparseMemory& memory) {
 Failure openFile(SparseMemory& memory, const std::string& path, bool& found) {
     memory.file = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     struct stat status {};
-    if (!memory.file || fstat(memory.file.get(), &status) != 0) {
+    if (!memory.file || fstat(memory.file.get(), &status) != 0)
         return systemFailure(path);
-    }
     const auto size = static_cast<std::uint64_t>(status.st_size);
     found = size > 0;
     if (found && size != memory.size) {
         return format("%s: holds %llu bytes, the region %llu", path.c_str(),
                       static_cast<unsigned long long>(size), static_cast<unsigned long long>(memory.size));
     }
-    if (!found && ftruncate(memory.file.get(), static_cast<off_t>(memory.size)) != 0) {
+    if (!found && ftruncate(memory.file.get(), static_cast<off_t>(memory.size)) != 0)
         return systemFailure(path);
-    }
     return std::nullopt;
 }
 
@@ -79,9 +77,8 @@ Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
 }
 
 Descriptor::~Descriptor() {
-    if (number_ >= 0) {
+    if (number_ >= 0)
         close(number_);
-    }
 }
 
 void Unmap::operator()(std::uint8_t* bytes) const {
@@ -93,39 +90,32 @@ Failure openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill, 
     memory.size = size;
     bool found = false;
     if (!path.empty()) {
-        if (Failure failure = openFile(memory, path, found)) {
+        if (Failure failure = openFile(memory, path, found))
             return failure;
-        }
     }
-    if (size == 0) {
+    if (size == 0)
         return std::nullopt;
-    }
     const int kind = memory.file ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
     void* const bytes = mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, memory.file.get(), 0);
-    if (bytes == MAP_FAILED) {
+    if (bytes == MAP_FAILED)
         return systemFailure(format("%llu bytes of memory", static_cast<unsigned long long>(size)));
-    }
     memory.bytes = {static_cast<std::uint8_t*>(bytes), Unmap{size}};
     const auto blocks = static_cast<std::size_t>((size + blockSize - 1) / blockSize);
     memory.fillValue.assign(blocks, fill);
     memory.touched.assign(blocks, false);
-    if (found) {
+    if (found)
         markFoundContent(memory);
-    } else if (memory.file && size <= wholeFileLimit && touch(memory, 0, size).empty()) {
+    else if (memory.file && size <= wholeFileLimit && touch(memory, 0, size).empty())
         return systemFailure(path);
-    }
     return std::nullopt;
 }
 
 std::span<std::uint8_t> touch(SparseMemory& memory, std::uint64_t offset, std::uint64_t length) {
-    if (length == 0) {
+    if (length == 0)
         return {};
-    }
-    for (std::uint64_t block = offset / blockSize; block <= (offset + length - 1) / blockSize; ++block) {
-        if (!memory.touched[block] && !touchBlock(memory, block)) {
+    for (std::uint64_t block = offset / blockSize; block <= (offset + length - 1) / blockSize; ++block)
+        if (!memory.touched[block] && !touchBlock(memory, block))
             return {};
-        }
-    }
     return {memory.bytes.get() + offset, static_cast<std::size_t>(length)};
 }
 
@@ -141,9 +131,8 @@ bool fillMemory(SparseMemory& memory, std::uint64_t offset, std::uint64_t length
             memory.fillValue[block] = value;
         } else {
             const auto bytes = touch(memory, offset, next - offset);
-            if (bytes.empty()) {
+            if (bytes.empty())
                 return false;
-            }
             std::memset(bytes.data(), value, bytes.size());
         }
         offset = next;
@@ -155,18 +144,16 @@ std::optional<std::uint64_t> firstOther(const SparseMemory& memory, std::uint8_t
     for (std::size_t block = 0; block < memory.touched.size(); ++block) {
         const std::uint64_t start = block * blockSize;
         if (!memory.touched[block]) {
-            if (memory.fillValue[block] != value) {
+            if (memory.fillValue[block] != value)
                 return start;
-            }
             continue;
         }
         const std::uint8_t* const begin = memory.bytes.get() + start;
         const std::uint8_t* const end = begin + blockLength(memory, block);
         const std::uint8_t* const other =
             std::find_if(begin, end, [=](std::uint8_t b) { return b != value; });
-        if (other != end) {
+        if (other != end)
             return start + static_cast<std::uint64_t>(other - begin);
-        }
     }
     return std::nullopt;
 }

@@ -39,9 +39,8 @@ std::optional<std::uint64_t> parseSize(std::string_view text) {
         text.remove_suffix(1);
     }
     const auto number = parseNumber(text);
-    if (!number || *number > regionNumberLimit >> shift) {
+    if (!number || *number > regionNumberLimit >> shift)
         return std::nullopt;
-    }
     return *number << shift;
 }
 
@@ -62,9 +61,8 @@ Failure setRegionKey(RegionSpec& spec, std::string_view setting) {
                       printable(setting, 64).c_str());
     }
     const auto number = parseSize(value);
-    if (!number || *number > key->limit) {
+    if (!number || *number > key->limit)
         return format("bad number in region setting '%s'", printable(setting, 64).c_str());
-    }
     key->set(spec, *number);
     return std::nullopt;
 }
@@ -72,11 +70,9 @@ Failure setRegionKey(RegionSpec& spec, std::string_view setting) {
 Failure addRegion(Options& options, std::string_view text) {
     RegionSpec spec;
     spec.name = cutAt(text, ',');
-    while (!text.empty()) {
-        if (Failure failure = setRegionKey(spec, cutAt(text, ','))) {
+    while (!text.empty())
+        if (Failure failure = setRegionKey(spec, cutAt(text, ',')))
             return failure;
-        }
-    }
     options.firmware.regions.push_back(std::move(spec));
     return std::nullopt;
 }
@@ -159,9 +155,8 @@ constexpr auto optionRows = std::to_array<OptionRow>({
 std::vector<option> longOptions() {
     std::vector<option> rows;
     rows.reserve(optionRows.size() + 1);
-    for (const OptionRow& row : optionRows) {
+    for (const OptionRow& row : optionRows)
         rows.push_back({row.name, row.argument != nullptr ? required_argument : no_argument, nullptr, 0});
-    }
     rows.push_back({nullptr, 0, nullptr, 0});
     return rows;
 }
@@ -176,30 +171,25 @@ Failure readOptions(int argc, char** argv, Options& options) {
         const int given = optind > 0 ? optind : 1;
         int row = 0;
         const int result = getopt_long(argc, argv, "+:", rows.data(), &row);
-        if (result == -1) {
+        if (result == -1)
             break;
-        }
         if (result != 0) {
             const std::string shown = printable(given < argc ? argv[given] : "", 64);
             return format(result == ':' ? "option '%s' needs an argument" : "bad option '%s'", shown.c_str());
         }
         const OptionRow& chosen = optionRows[static_cast<std::size_t>(row)];
-        if (const Failure failure = chosen.set(options, optarg != nullptr ? optarg : "")) {
+        if (const Failure failure = chosen.set(options, optarg != nullptr ? optarg : ""))
             return format("option --%s: %s", chosen.name, failure->c_str());
-        }
     }
     options.command.assign(argv + optind, argv + argc);
-    if (options.noFlash && !options.firmware.regions.empty()) {
+    if (options.noFlash && !options.firmware.regions.empty())
         return "--no-flash and --region exclude each other";
-    }
-    if (!options.noFlash && options.firmware.regions.empty()) {
+    if (!options.noFlash && options.firmware.regions.empty())
         options.firmware.regions = defaultRegions();
-    }
     const bool comesBack = std::any_of(options.faults.begin(), options.faults.end(),
                                        [](const Fault& fault) { return fault.replug.has_value(); });
-    if (comesBack && options.link.empty()) {
+    if (comesBack && options.link.empty())
         return "a device that is plugged in again needs --link";
-    }
     return std::nullopt;
 }
 

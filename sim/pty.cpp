@@ -20,23 +20,19 @@ Failure openPty(Pty& pty) {
     pty.target = Descriptor(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     std::array<char, 128> name{};
     if (!pty.target || grantpt(pty.target.get()) != 0 || unlockpt(pty.target.get()) != 0 ||
-        ptsname_r(pty.target.get(), name.data(), name.size()) != 0) {
+        ptsname_r(pty.target.get(), name.data(), name.size()) != 0)
         return systemFailure("pseudo-terminal");
-    }
     pty.path = name.data();
     pty.host = Descriptor(open(pty.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     termios settings{};
-    if (!pty.host || tcgetattr(pty.host.get(), &settings) != 0) {
+    if (!pty.host || tcgetattr(pty.host.get(), &settings) != 0)
         return systemFailure(pty.path);
-    }
     cfmakeraw(&settings);
-    if (tcsetattr(pty.host.get(), TCSANOW, &settings) != 0) {
+    if (tcsetattr(pty.host.get(), TCSANOW, &settings) != 0)
         return systemFailure(pty.path);
-    }
     pty.watch = Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (!pty.watch || inotify_add_watch(pty.watch.get(), pty.path.c_str(), IN_OPEN | IN_CLOSE) < 0) {
+    if (!pty.watch || inotify_add_watch(pty.watch.get(), pty.path.c_str(), IN_OPEN | IN_CLOSE) < 0)
         return systemFailure(pty.path);
-    }
     return std::nullopt;
 }
 
@@ -59,9 +55,8 @@ std::chrono::nanoseconds measureWakeUp(const Pty& pty) {
         const bool came = poll(&wait, 1, patienceMs) == 1;
         const auto now = Clock::now();
         host.join();
-        if (!came || read(pty.target.get(), &byte, 1) != 1) {
+        if (!came || read(pty.target.get(), &byte, 1) != 1)
             return Clock::duration::zero();
-        }
         times[i] = now - written[i];
     }
     std::sort(times.begin(), times.end());
@@ -87,12 +82,10 @@ HostEvents takeHostEvents(Pty& pty) {
 Failure makeLink(const Pty& pty, const std::string& link) {
     struct stat status {};
     if (lstat(link.c_str(), &status) == 0) {
-        if (!S_ISLNK(status.st_mode)) {
+        if (!S_ISLNK(status.st_mode))
             return link + ": exists and is no symbolic link";
-        }
-        if (unlink(link.c_str()) != 0) {
+        if (unlink(link.c_str()) != 0)
             return systemFailure(link);
-        }
     }
     return symlink(pty.path.c_str(), link.c_str()) == 0 ? std::nullopt : systemFailure(link);
 }
@@ -100,9 +93,8 @@ Failure makeLink(const Pty& pty, const std::string& link) {
 void removeLink(const Pty& pty, const std::string& link) {
     std::array<char, PATH_MAX> found{};
     const ssize_t length = readlink(link.c_str(), found.data(), found.size());
-    if (length > 0 && std::string_view(found.data(), static_cast<std::size_t>(length)) == pty.path) {
+    if (length > 0 && std::string_view(found.data(), static_cast<std::size_t>(length)) == pty.path)
         unlink(link.c_str());
-    }
 }
 
 } // namespace vqxsim

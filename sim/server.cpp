@@ -48,18 +48,16 @@ constexpr Duration logPatience = std::chrono::milliseconds(50);
 sigset_t handledSignals() {
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
         sigaddset(&set, number);
-    }
     return set;
 }
 
 Failure catchSignals(Server& server, sigset_t& before) {
     const sigset_t set = handledSignals();
     std::signal(SIGPIPE, SIG_IGN);
-    if (sigprocmask(SIG_BLOCK, &set, &before) != 0) {
+    if (sigprocmask(SIG_BLOCK, &set, &before) != 0)
         return systemFailure("signals");
-    }
     server.signals = Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
     return server.signals ? std::nullopt : systemFailure("signals");
 }
@@ -67,9 +65,8 @@ Failure catchSignals(Server& server, sigset_t& before) {
 Failure startCommand(Server& server, std::vector<std::string> command, const sigset_t& mask) {
     std::vector<char*> words;
     for (std::string& word : command) {
-        if (word == "{}") {
+        if (word == "{}")
             word = server.pty.path;
-        }
         words.push_back(word.data());
     }
     words.push_back(nullptr);
@@ -92,9 +89,8 @@ Failure startCommand(Server& server, std::vector<std::string> command, const sig
 
 void childEnded(Server& server) {
     int status = 0;
-    if (server.child == 0 || waitpid(server.child, &status, WNOHANG) != server.child) {
+    if (server.child == 0 || waitpid(server.child, &status, WNOHANG) != server.child)
         return;
-    }
     server.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     server.ended = true;
 }
@@ -124,35 +120,31 @@ void vanish(Server& server, std::optional<Duration> replug) {
     server.outputBlocked = false;
     server.hosts = 0;
     restartFirmware(server.target.firmware);
-    if (replug) {
+    if (replug)
         server.replug = std::chrono::steady_clock::now() + *replug;
-    }
     noteLine(server.log, '#', "unplugged");
 }
 
 Failure plugIn(Server& server) {
     server.replug.reset();
-    if (Failure failure = openPty(server.pty)) {
+    if (Failure failure = openPty(server.pty))
         return failure;
-    }
     noteLine(server.log, '#', "plugged in as " + server.pty.path);
     return server.linkPath.empty() ? std::nullopt : makeLink(server.pty, server.linkPath);
 }
 
 void answer(Server& server, const Outcome& outcome, TimePoint arrived) {
     noteOutcome(server.log, outcome);
-    if (outcome.exchange.unplug) {
+    if (outcome.exchange.unplug)
         vanish(server, outcome.exchange.replug);
-    } else {
+    else
         queueAnswer(server.link, outcome, arrived);
-    }
 }
 
 void receiveInput(Server& server) {
     const ssize_t count = read(server.pty.target.get(), server.input.data(), readLimit(server.link));
-    if (count <= 0) {
+    if (count <= 0)
         return;
-    }
     const TimePoint now = std::chrono::steady_clock::now();
     std::string_view bytes(server.input.data(), static_cast<std::size_t>(count));
     while (!bytes.empty() && server.pty.target) {
@@ -160,70 +152,61 @@ void receiveInput(Server& server) {
         const std::size_t taken = takeBytes(server.target, bytes, outcome);
         bytes.remove_prefix(taken);
         server.lastInput = carryBytes(server.link, now, taken);
-        if (outcome) {
+        if (outcome)
             answer(server, *outcome, server.lastInput);
-        }
     }
 }
 
 void sendOutput(Server& server) {
     for (int i = 0; i < writesPerTurn; ++i) {
         const std::string_view bytes = dueBytes(server.link, std::chrono::steady_clock::now());
-        if (bytes.empty()) {
+        if (bytes.empty())
             return;
-        }
         const ssize_t sent = write(server.pty.target.get(), bytes.data(), bytes.size());
         if (sent <= 0) {
             server.outputBlocked = true;
             return;
         }
         if (const auto complete =
-                noteSent(server.link, static_cast<std::size_t>(sent), std::chrono::steady_clock::now())) {
+                noteSent(server.link, static_cast<std::size_t>(sent), std::chrono::steady_clock::now()))
             noteTransmission(server.log, *complete);
-        }
     }
 }
 
 void noteHosts(Server& server) {
     const HostEvents events = takeHostEvents(server.pty);
     server.hosts += events.opened - events.closed;
-    if (events.opened > 0) {
+    if (events.opened > 0)
         noteLine(server.log, '#', "opened by a host");
-    }
     if (events.closed > 0) {
         noteLine(server.log, '#', "closed by a host");
-        if (server.hosts <= 0) {
+        if (server.hosts <= 0)
             endEndless(server.link);
-        }
     }
 }
 
 /// When the host's silence becomes a request: patience starts once the last answer is out.
 std::optional<TimePoint> silenceDeadline(const Server& server) {
     const auto time = patience(server.target.firmware);
-    if (!time) {
+    if (!time)
         return std::nullopt;
-    }
     return std::max({server.lastInput, server.link.ready, server.link.free}) + *time;
 }
 
 void handleTimes(Server& server) {
     const TimePoint now = std::chrono::steady_clock::now();
     const auto silence = silenceDeadline(server);
-    if (silence && now >= *silence) {
+    if (silence && now >= *silence)
         answer(server, takeSilence(server.target), now);
-    }
     if (server.replug && now >= *server.replug) {
-        if (const Failure failure = plugIn(server)) {
+        if (const Failure failure = plugIn(server))
             std::fprintf(stderr, "vqxsim: %s\n", failure->c_str());
-        }
     }
 }
 
 void soonest(std::optional<TimePoint>& wake, std::optional<TimePoint> other) {
-    if (other && (!wake || *other < *wake)) {
+    if (other && (!wake || *other < *wake))
         wake = other;
-    }
 }
 
 /// Waits until something happens or is due, `now` being the time; returns false when it only waited for the
@@ -245,21 +228,16 @@ bool waitForEvents(Server& server, TimePoint now) {
     const auto left = wake ? std::max(*wake - now, Duration::zero()).count() : 0;
     const timespec time{static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
     const int events = ppoll(waits.data(), waits.size(), wake ? &time : nullptr, nullptr);
-    if (events <= 0) {
+    if (events <= 0)
         return !forLog;
-    }
-    if (waits[1].revents != 0) {
+    if (waits[1].revents != 0)
         handleSignals(server);
-    }
-    if (waits[2].revents != 0) {
+    if (waits[2].revents != 0)
         noteHosts(server);
-    }
-    if ((waits[0].revents & POLLOUT) != 0) {
+    if ((waits[0].revents & POLLOUT) != 0)
         server.outputBlocked = false;
-    }
-    if ((waits[0].revents & POLLIN) != 0) {
+    if ((waits[0].revents & POLLIN) != 0)
         receiveInput(server);
-    }
     return true;
 }
 
@@ -272,9 +250,8 @@ void reportLog(Server& server) {
 
 void serveLoop(Server& server) {
     while (!server.ended) {
-        if (!waitForEvents(server, std::chrono::steady_clock::now())) {
+        if (!waitForEvents(server, std::chrono::steady_clock::now()))
             reportLog(server);
-        }
         handleTimes(server);
         sendOutput(server);
     }
@@ -286,18 +263,15 @@ Failure prepare(Server& server, const Options& options) {
     server.linkPath = options.link;
     server.target.faults = options.faults;
     server.target.random.seed(options.seed);
-    if (Failure failure = startFirmware(server.target.firmware, options.firmware)) {
+    if (Failure failure = startFirmware(server.target.firmware, options.firmware))
         return failure;
-    }
     if (!options.log.empty()) {
-        if (Failure failure = openLog(server.log, options.log)) {
+        if (Failure failure = openLog(server.log, options.log))
             return failure;
-        }
     }
     Failure failure = plugIn(server);
-    if (!failure && isImitated(server.link)) {
+    if (!failure && isImitated(server.link))
         server.link.wakeUp = measureWakeUp(server.pty);
-    }
     return failure;
 }
 
@@ -306,9 +280,8 @@ Failure prepare(Server& server, const Options& options) {
 Failure serve(const Options& options, int& status) {
     Server server;
     sigset_t mask;
-    if (Failure failure = catchSignals(server, mask)) {
+    if (Failure failure = catchSignals(server, mask))
         return failure;
-    }
     Failure failure = prepare(server, options);
     if (!failure && options.command.empty()) {
         std::puts(server.pty.path.c_str());

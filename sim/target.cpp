@@ -61,9 +61,8 @@ Fault* nextUnplug(Target& target) {
 
 /// Gives the firmware bytes with the byte fault applied; returns how many of them are used up.
 std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Request>& request) {
-    if (!target.byteFault) {
+    if (!target.byteFault)
         return collectRequest(target.firmware, bytes, request);
-    }
     if (target.byteFault->offset > 0) {
         bytes = bytes.substr(0, target.byteFault->offset);
         target.byteFault->offset -= bytes.size();
@@ -71,9 +70,8 @@ std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Requ
     }
     const ByteFault fault = *target.byteFault;
     target.byteFault.reset();
-    if (fault.kind == ByteFault::Kind::lose) {
+    if (fault.kind == ByteFault::Kind::lose)
         return 1;
-    }
     const char byte = static_cast<char>(bytes[0] ^ (fault.kind == ByteFault::Kind::flip ? fault.mask : 0));
     const std::size_t taken = collectRequest(target.firmware, {&byte, 1}, request);
     return fault.kind == ByteFault::Kind::doubled ? 0 : taken;
@@ -84,19 +82,16 @@ std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Requ
 std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outcome>& outcome) {
     judgeBurst(target);
     Fault* const unplug = nextUnplug(target);
-    if (unplug != nullptr) {
+    if (unplug != nullptr)
         bytes = bytes.substr(0, *unplug->byte - target.received);
-    }
     std::optional<Request> request;
     const std::size_t taken = passBytes(target, bytes, request);
     target.received += taken;
-    if (request) {
+    if (request)
         outcome = carryOut(target, std::move(*request));
-    }
     if (unplug != nullptr && target.received == *unplug->byte) {
-        if (!outcome) {
+        if (!outcome)
             outcome.emplace();
-        }
         outcome->exchange.notes.push_back(unplug->kind->strike(*unplug, outcome->exchange, target.random));
         ++unplug->struck;
     }

@@ -14,9 +14,8 @@ std::optional<std::uint64_t> parseDigits(std::string_view digits, int base) {
     std::uint64_t value = 0;
     const char* const end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, value, base);
-    if (error != std::errc() || stop != end) {
+    if (error != std::errc() || stop != end)
         return std::nullopt;
-    }
     return value;
 }
 
@@ -53,9 +52,8 @@ std::optional<std::uint64_t> parseNumber(std::string_view word) {
 
 std::string_view trimmed(std::string_view text) {
     const auto first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) {
+    if (first == std::string_view::npos)
         return {};
-    }
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
@@ -63,15 +61,13 @@ std::string printable(std::string_view text, std::size_t limit) {
     std::string shown;
     for (const char c : text.substr(0, limit)) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte < 0x7F) {
+        if (byte >= 0x20 && byte < 0x7F)
             shown += c;
-        } else {
+        else
             shown += format("\\x%02x", byte);
-        }
     }
-    if (text.size() > limit) {
+    if (text.size() > limit)
         shown += "...";
-    }
     return shown;
 }
 
