@@ -93,9 +93,9 @@ Number referenceNumber(std::string_view text) {
     number.value = static_cast<std::uint32_t>(readDigits(text, base, end, error));
     number.isWhole = error == 0 && end == text.size();
     const int stop = end < text.size() ? static_cast<signed char>(text[end]) : 0;
-    number.error = vqxsim::format("Unable to decode value '%s' as %s (char=0x%x errno=%d - %s)",
-                                  std::string(text).c_str(), baseName, static_cast<unsigned>(stop), error,
-                                  std::strerror(error))
+    number.error = vqxsim::formatText("Unable to decode value '%s' as %s (char=0x%x errno=%d - %s)",
+                                      std::string(text).c_str(), baseName, static_cast<unsigned>(stop), error,
+                                      std::strerror(error))
                        .substr(0, 1023);
     return number;
 }

@@ -102,9 +102,9 @@ void checkPromise(std::string_view command) {
     require(region != nullptr, "what succeeds has a region");
     const std::uint64_t start = transfers ? *address : region->spec.base;
     std::vector<std::uint8_t> found;
-    const vqxsim::Failure failure =
+    const vqxsim::ErrorText error =
         vqxsim::readFlash(flash, start, transfers ? image->size() : region->spec.size, found);
-    require(!failure, "an image lies in one region");
+    require(!error, "an image lies in one region");
     if (transfers)
         require(std::equal(found.begin(), found.end(), image->begin(), image->end(),
                            [](std::uint8_t byte, char c) { return byte == static_cast<std::uint8_t>(c); }),

@@ -31,7 +31,7 @@ struct Command {
     std::size_t most;
     std::uint64_t numberLimit; ///< words are hexadecimal numbers up to this, or `noNumbers`
     bool advanced;             ///< listed by helpadvanced only
-    Failure (*run)(Firmware&, const Arguments&, Reply&);
+    ErrorText (*run)(Firmware&, const Arguments&, Reply&);
 };
 
 /// Adds the table's commands, one a line.
@@ -46,82 +46,82 @@ void addLine(Reply& reply, std::string_view line) {
 }
 
 std::string usage(const Command& command) {
-    return std::string(
-        trimmed(format("%s %s", std::string(command.word).c_str(), std::string(command.arguments).c_str())));
+    return std::string(trimmed(
+        formatText("%s %s", std::string(command.word).c_str(), std::string(command.arguments).c_str())));
 }
 
 /// Fails when [offset, offset + length) is not inside the transfer buffer.
-Failure checkBuffer(const Firmware& firmware, std::uint64_t offset, std::uint64_t length) {
+ErrorText checkBuffer(const Firmware& firmware, std::uint64_t offset, std::uint64_t length) {
     const std::uint64_t size = firmware.buffer.size;
     if (offset <= size && length <= size - offset)
         return std::nullopt;
-    return format("0x%llx bytes at offset 0x%llx exceed the buffer of 0x%llx bytes", shown(length),
-                  shown(offset), shown(size));
+    return formatText("0x%llx bytes at offset 0x%llx exceed the buffer of 0x%llx bytes", shown(length),
+                      shown(offset), shown(size));
 }
 
-Failure batchMode(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText batchMode(Firmware& firmware, const Arguments& arguments, Reply&) {
     if (arguments.numbers[0] > 1)
         return "Mode is 0 or 1";
     firmware.batchMode = arguments.numbers[0] == 1;
     return std::nullopt;
 }
 
-Failure print(Firmware&, const Arguments& arguments, Reply& reply) {
+ErrorText print(Firmware&, const Arguments& arguments, Reply& reply) {
     addLine(reply, arguments.text);
     return std::nullopt;
 }
 
-Failure help(Firmware&, const Arguments&, Reply& reply) {
+ErrorText help(Firmware&, const Arguments&, Reply& reply) {
     listCommands(reply, false);
     return std::nullopt;
 }
 
-Failure helpAdvanced(Firmware&, const Arguments&, Reply& reply) {
+ErrorText helpAdvanced(Firmware&, const Arguments&, Reply& reply) {
     listCommands(reply, true);
     return std::nullopt;
 }
 
-Failure version(Firmware&, const Arguments&, Reply& reply) {
+ErrorText version(Firmware&, const Arguments&, Reply& reply) {
     addLine(reply, "VQX companion firmware 1.0 (simulated)");
     return std::nullopt;
 }
 
-Failure queryPart(Firmware&, const Arguments&, Reply& reply) {
+ErrorText queryPart(Firmware&, const Arguments&, Reply& reply) {
     addLine(reply, "Partid = 0x51a0c0de");
     addLine(reply, "Decode = VQX51");
     addLine(reply, "Core clock = 12000000");
     return std::nullopt;
 }
 
-Failure queryFlash(Firmware& firmware, const Arguments&, Reply& reply) {
+ErrorText queryFlash(Firmware& firmware, const Arguments&, Reply& reply) {
     const auto& regions = firmware.flash.regions;
     if (regions.empty()) {
         addLine(reply, "No Flash");
         return std::nullopt;
     }
-    addLine(reply, format("Number of Flash Devices = %zu", regions.size()));
+    addLine(reply, formatText("Number of Flash Devices = %zu", regions.size()));
     for (const Region& region : regions) {
         const RegionSpec& spec = region.spec;
         addLine(reply, "Name = " + spec.name);
-        addLine(reply, format("Base = 0x%llx", shown(spec.base)));
-        addLine(reply, format("Size = 0x%llx", shown(spec.size)));
-        addLine(reply, format("Page = 0x%llx", shown(spec.page)));
-        addLine(reply, format("Buffer = 0x%llx", shown(spec.buffer)));
-        addLine(reply, format("Blank = 0x%02x", spec.blank));
+        addLine(reply, formatText("Base = 0x%llx", shown(spec.base)));
+        addLine(reply, formatText("Size = 0x%llx", shown(spec.size)));
+        addLine(reply, formatText("Page = 0x%llx", shown(spec.page)));
+        addLine(reply, formatText("Buffer = 0x%llx", shown(spec.buffer)));
+        addLine(reply, formatText("Blank = 0x%02x", spec.blank));
     }
     return std::nullopt;
 }
 
-Failure queryId(Firmware& firmware, const Arguments&, Reply& reply) {
+ErrorText queryId(Firmware& firmware, const Arguments&, Reply& reply) {
     const auto identity = firmware.usbIdentity.value_or(std::pair<std::uint16_t, std::uint16_t>{0, 0});
     addLine(reply, "Serial = 5a100000-00000001-00c0ffee-20240229");
-    addLine(reply, format("USB vendor = 0x%04x", identity.second));
-    addLine(reply, format("USB product = 0x%04x", identity.first));
-    addLine(reply, format("Boot bank = %u", firmware.bootBank));
+    addLine(reply, formatText("USB vendor = 0x%04x", identity.second));
+    addLine(reply, formatText("USB product = 0x%04x", identity.first));
+    addLine(reply, formatText("Boot bank = %u", firmware.bootBank));
     return std::nullopt;
 }
 
-Failure queryMorvi(Firmware& firmware, const Arguments&, Reply& reply) {
+ErrorText queryMorvi(Firmware& firmware, const Arguments&, Reply& reply) {
     const auto& regions = firmware.flash.regions;
     const bool present = std::any_of(regions.begin(), regions.end(), [](const Region& region) {
         return strcasecmp(region.spec.name.c_str(), "MORVI") == 0;
@@ -132,40 +132,40 @@ Failure queryMorvi(Firmware& firmware, const Arguments&, Reply& reply) {
     return std::nullopt;
 }
 
-Failure debugOptions(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText debugOptions(Firmware& firmware, const Arguments& arguments, Reply&) {
     if (arguments.numbers[0] > 7)
         return "Options are 0 to 7";
     firmware.debugOptions = static_cast<unsigned>(arguments.numbers[0]);
     return std::nullopt;
 }
 
-Failure dataSet(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText dataSet(Firmware& firmware, const Arguments& arguments, Reply&) {
     const std::uint64_t length = arguments.numbers[0] * 4;
     const std::uint64_t fill = arguments.numbers[1];
-    if (Failure failure = checkBuffer(firmware, 0, length))
-        return failure;
+    if (ErrorText error = checkBuffer(firmware, 0, length))
+        return error;
     if (fill > 0xFF)
         return "Fill is one byte";
     const bool filled = fillMemory(firmware.buffer, 0, length, static_cast<std::uint8_t>(fill));
-    return filled ? std::nullopt : Failure("Buffer cannot be filled");
+    return filled ? std::nullopt : ErrorText("Buffer cannot be filled");
 }
 
-Failure dataBurst(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText dataBurst(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto& numbers = arguments.numbers;
     if (numbers[0] == 0)
         return "Burst of no bytes";
-    if (Failure failure = checkBuffer(firmware, numbers[1], numbers[0]))
-        return failure;
+    if (ErrorText error = checkBuffer(firmware, numbers[1], numbers[0]))
+        return error;
     firmware.burst = Burst{numbers[0], numbers[1], static_cast<Word32>(numbers[2]), {}};
     return std::nullopt;
 }
 
-Failure dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto& numbers = arguments.numbers;
     const std::uint64_t length = (numbers.size() - 1) * 4;
-    Failure failure = checkBuffer(firmware, numbers[0], length);
-    if (failure || firmware.flash.nullMemory)
-        return failure;
+    ErrorText error = checkBuffer(firmware, numbers[0], length);
+    if (error || firmware.flash.nullMemory)
+        return error;
     std::uint8_t* room = touch(firmware.buffer, numbers[0], length).data();
     for (std::size_t i = 1; i < numbers.size(); ++i, room += 4) {
         const auto word = static_cast<Word32>(numbers[i]);
@@ -175,55 +175,55 @@ Failure dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
 }
 
 /// Checks the arguments of the page commands and gives the part of the transfer buffer that they work on.
-Failure stagedPages(Firmware& firmware, const Arguments& arguments, std::span<const std::uint8_t>& data) {
+ErrorText stagedPages(Firmware& firmware, const Arguments& arguments, std::span<const std::uint8_t>& data) {
     std::uint64_t length = 0;
-    Failure failure = checkPages(firmware.flash, arguments.numbers[0], arguments.numbers[1], length);
-    if (!failure)
-        failure = checkBuffer(firmware, 0, length);
-    if (!failure)
+    ErrorText error = checkPages(firmware.flash, arguments.numbers[0], arguments.numbers[1], length);
+    if (!error)
+        error = checkBuffer(firmware, 0, length);
+    if (!error)
         data = touch(firmware.buffer, 0, length);
-    return failure;
+    return error;
 }
 
-Failure programPages(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+ErrorText programPages(Firmware& firmware, const Arguments& arguments, Reply& reply) {
     std::span<const std::uint8_t> data;
-    if (Failure failure = stagedPages(firmware, arguments, data))
-        return failure;
+    if (ErrorText error = stagedPages(firmware, arguments, data))
+        return error;
     reply.busy = firmware.programTime * static_cast<std::int64_t>(arguments.numbers[1]);
     return programFlash(firmware.flash, arguments.numbers[0], data, firmware.weakCell);
 }
 
-Failure verifyPages(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText verifyPages(Firmware& firmware, const Arguments& arguments, Reply&) {
     std::span<const std::uint8_t> data;
-    if (Failure failure = stagedPages(firmware, arguments, data))
-        return failure;
+    if (ErrorText error = stagedPages(firmware, arguments, data))
+        return error;
     return verifyFlash(firmware.flash, arguments.numbers[0], data);
 }
 
-Failure readWord(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+ErrorText readWord(Firmware& firmware, const Arguments& arguments, Reply& reply) {
     const std::uint64_t address = arguments.numbers[0];
     if (address % 4 != 0)
-        return format("Address 0x%08llx is not at the start of a word", shown(address));
+        return formatText("Address 0x%08llx is not at the start of a word", shown(address));
     std::vector<std::uint8_t> bytes;
-    if (Failure failure = readFlash(firmware.flash, address, 4, bytes))
-        return failure;
+    if (ErrorText error = readFlash(firmware.flash, address, 4, bytes))
+        return error;
     Word32 word = 0;
     std::memcpy(&word, bytes.data(), 4);
-    addLine(reply, format("0x%08x", word));
+    addLine(reply, formatText("0x%08x", word));
     return std::nullopt;
 }
 
-Failure erase(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+ErrorText erase(Firmware& firmware, const Arguments& arguments, Reply& reply) {
     if (findRegion(firmware.flash, arguments.numbers[0]) != nullptr)
         reply.busy = firmware.eraseTime;
     return eraseFlash(firmware.flash, arguments.numbers[0], firmware.weakCell);
 }
 
-Failure blankCheck(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText blankCheck(Firmware& firmware, const Arguments& arguments, Reply&) {
     return checkBlank(firmware.flash, arguments.numbers[0]);
 }
 
-Failure bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto bank = parseNumber(arguments.words[0]);
     if (!bank || *bank > 1)
         return "Boot bank is 0 or 1";
@@ -231,7 +231,7 @@ Failure bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
     return std::nullopt;
 }
 
-Failure programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto product = parseNumber(arguments.words[0]);
     const auto vendor = parseNumber(arguments.words[1]);
     if (!product || !vendor || *product > 0xFFFF || *vendor > 0xFFFF)
@@ -239,25 +239,25 @@ Failure programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
     const std::pair<std::uint16_t, std::uint16_t> identity(static_cast<std::uint16_t>(*product),
                                                            static_cast<std::uint16_t>(*vendor));
     if (firmware.usbIdentity && *firmware.usbIdentity != identity) {
-        return format("USB identifiers are already programmed: product 0x%04x, vendor 0x%04x",
-                      firmware.usbIdentity->first, firmware.usbIdentity->second);
+        return formatText("USB identifiers are already programmed: product 0x%04x, vendor 0x%04x",
+                          firmware.usbIdentity->first, firmware.usbIdentity->second);
     }
     firmware.usbIdentity = identity;
     return std::nullopt;
 }
 
-Failure dump(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+ErrorText dump(Firmware& firmware, const Arguments& arguments, Reply& reply) {
     const std::uint64_t address = arguments.numbers[0];
     const std::uint64_t count = arguments.numbers[1];
     if (count > dumpLimit)
-        return format("At most 0x%llx bytes at a time", shown(dumpLimit));
+        return formatText("At most 0x%llx bytes at a time", shown(dumpLimit));
     std::vector<std::uint8_t> bytes;
-    if (Failure failure = readFlash(firmware.flash, address, count, bytes))
-        return failure;
+    if (ErrorText error = readFlash(firmware.flash, address, count, bytes))
+        return error;
     for (std::size_t start = 0; start < bytes.size(); start += 16) {
-        std::string line = format("%08llx:", shown(address + start));
+        std::string line = formatText("%08llx:", shown(address + start));
         for (std::size_t i = start; i < std::min(start + 16, bytes.size()); ++i)
-            line += format(" %02x", bytes[i]);
+            line += formatText(" %02x", bytes[i]);
         addLine(reply, line);
     }
     return std::nullopt;
@@ -293,7 +293,7 @@ void listCommands(Reply& reply, bool advanced) {
             addLine(reply, usage(command));
 }
 
-Failure readArguments(const Command& command, std::string_view text, Arguments& arguments) {
+ErrorText readArguments(const Command& command, std::string_view text, Arguments& arguments) {
     arguments.text = trimmed(text);
     for (std::size_t start = 0; (start = text.find_first_not_of(" \t", start)) != std::string_view::npos;) {
         const std::size_t end = std::min(text.find_first_of(" \t", start), text.size());
@@ -301,15 +301,15 @@ Failure readArguments(const Command& command, std::string_view text, Arguments& 
         start = end;
     }
     if (arguments.words.size() < command.fewest || arguments.words.size() > command.most)
-        return format("Usage: %s", usage(command).c_str());
+        return formatText("Usage: %s", usage(command).c_str());
     if (command.numberLimit == noNumbers)
         return std::nullopt;
     for (const std::string_view word : arguments.words) {
         const auto number = parseHexadecimal(word);
         if (!number)
-            return format("Not a hexadecimal number: %s", printable(word, 64).c_str());
+            return formatText("Not a hexadecimal number: %s", printable(word, 64).c_str());
         if (*number > command.numberLimit)
-            return format("Number out of range: %s", printable(word, 64).c_str());
+            return formatText("Number out of range: %s", printable(word, 64).c_str());
         arguments.numbers.push_back(*number);
     }
     return std::nullopt;
@@ -317,15 +317,15 @@ Failure readArguments(const Command& command, std::string_view text, Arguments& 
 
 } // namespace
 
-Failure runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
+ErrorText runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
     const std::string_view word = line.substr(0, line.find_first_of(" \t"));
     const auto command =
         std::find_if(commands.begin(), commands.end(), [=](const Command& c) { return c.word == word; });
     if (command == commands.end())
-        return format("Unknown command %s", printable(word, 64).c_str());
+        return formatText("Unknown command %s", printable(word, 64).c_str());
     Arguments arguments;
-    if (Failure failure = readArguments(*command, line.substr(word.size()), arguments))
-        return failure;
+    if (ErrorText error = readArguments(*command, line.substr(word.size()), arguments))
+        return error;
     return command->run(firmware, arguments, reply);
 }
 

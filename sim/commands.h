@@ -6,6 +6,6 @@ namespace vqxsim {
 
 /// Looks the first word of `line` up in the table of commands and runs it; output goes to `reply`, without a
 /// status line. Fails with the text for the error status.
-[[nodiscard]] Failure runCommand(Firmware& firmware, std::string_view line, Reply& reply);
+[[nodiscard]] ErrorText runCommand(Firmware& firmware, std::string_view line, Reply& reply);
 
 } // namespace vqxsim

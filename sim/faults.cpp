@@ -50,7 +50,7 @@ std::string strikeError(const Fault& fault, Exchange& exchange, Random&) {
 
 std::string strikeHang(const Fault& fault, Exchange& exchange, Random&) {
     exchange.hang += fault.time.value_or(seconds(1));
-    return format("hang: %.3f s", inSeconds(exchange.hang));
+    return formatText("hang: %.3f s", inSeconds(exchange.hang));
 }
 
 std::string strikeUnplug(const Fault& fault, Exchange& exchange, Random&) {
@@ -86,7 +86,7 @@ std::string hitByte(const Fault& fault, Exchange& exchange, Random& random, Byte
     if (exchange.byteFault || offset >= exchange.burstLength)
         return {};
     exchange.byteFault = {kind, offset, static_cast<std::uint8_t>(1U << bit)};
-    return format("%s: byte 0x%llx of the burst", std::string(fault.kind->name).c_str(), shown(offset));
+    return formatText("%s: byte 0x%llx of the burst", std::string(fault.kind->name).c_str(), shown(offset));
 }
 
 std::string strikeFlip(const Fault& fault, Exchange& exchange, Random& random) {
@@ -110,7 +110,7 @@ std::string strikeDrop(const Fault&, Exchange& exchange, Random&) {
 
 std::string strikeDelay(const Fault& fault, Exchange& exchange, Random&) {
     exchange.delay += fault.time.value_or(seconds(1));
-    return format("delay: %.3f s", inSeconds(exchange.delay));
+    return formatText("delay: %.3f s", inSeconds(exchange.delay));
 }
 
 std::string strikeCut(const Fault& fault, Exchange& exchange, Random&) {
@@ -118,12 +118,12 @@ std::string strikeCut(const Fault& fault, Exchange& exchange, Random&) {
     exchange.answer.resize(std::min<std::uint64_t>(kept, exchange.answer.size()));
     exchange.answerAfterFlood.clear();
     exchange.floodBytes = 0;
-    return format("cut: %zu bytes of the answer left", exchange.answer.size());
+    return formatText("cut: %zu bytes of the answer left", exchange.answer.size());
 }
 
 std::string strikeSplit(const Fault& fault, Exchange& exchange, Random&) {
     exchange.bytePause = fault.time.value_or(milliseconds(1));
-    return format("split: single bytes, %.6f s apart", inSeconds(*exchange.bytePause));
+    return formatText("split: single bytes, %.6f s apart", inSeconds(*exchange.bytePause));
 }
 
 std::string strikeNoise(const Fault& fault, Exchange& exchange, Random& random) {
@@ -135,7 +135,7 @@ std::string strikeNoise(const Fault& fault, Exchange& exchange, Random& random) 
             noise += byte;
     }
     exchange.answer = noise + (fault.lines ? "\r\n" : "") + exchange.answer;
-    return format("noise: %llu bytes", shown(count));
+    return formatText("noise: %llu bytes", shown(count));
 }
 
 std::string strikeNoEnd(const Fault&, Exchange& exchange, Random&) {
@@ -165,7 +165,7 @@ std::string strikeFlood(const Fault& fault, Exchange& exchange, Random&) {
     exchange.answerAfterFlood = "\r\n" + exchange.answer.substr(status); // the flood may end within a line
     exchange.answer.resize(status);
     return exchange.floodBytes == endless ? "flood: endless"
-                                          : format("flood: %llu bytes", shown(exchange.floodBytes));
+                                          : formatText("flood: %llu bytes", shown(exchange.floodBytes));
 }
 
 constexpr auto kinds = std::to_array<FaultKind>({
@@ -198,7 +198,7 @@ constexpr auto kinds = std::to_array<FaultKind>({
      FaultPhase::answer, strikeFlood},
 });
 
-Failure badValue(std::string_view setting) {
+ErrorText badValue(std::string_view setting) {
     return "bad value in '" + printable(setting, 64) + "'";
 }
 
@@ -284,7 +284,7 @@ bool holdsWord(std::string_view words, std::string_view word) {
     return false;
 }
 
-Failure readSetting(std::string_view text, Fault& fault) {
+ErrorText readSetting(std::string_view text, Fault& fault) {
     const std::size_t sign = std::min(text.find('='), text.size());
     const std::string_view name = text.substr(0, sign);
     const auto setting =
@@ -306,7 +306,7 @@ bool isDue(const Fault& fault, const Exchange& exchange, Random& random) {
 
 } // namespace
 
-Failure readFault(std::string_view text, Fault& fault) {
+ErrorText readFault(std::string_view text, Fault& fault) {
     const std::string_view name = text.substr(0, text.find(','));
     const auto kind =
         std::find_if(kinds.begin(), kinds.end(), [=](const FaultKind& k) { return k.name == name; });
@@ -316,8 +316,8 @@ Failure readFault(std::string_view text, Fault& fault) {
     std::size_t start = name.size();
     while (start < text.size()) {
         const std::size_t end = std::min(text.find(',', start + 1), text.size());
-        if (Failure failure = readSetting(text.substr(start + 1, end - start - 1), fault))
-            return failure;
+        if (ErrorText error = readSetting(text.substr(start + 1, end - start - 1), fault))
+            return error;
         start = end;
     }
     return std::nullopt;
@@ -342,7 +342,7 @@ void settleWeakCell(Exchange& exchange) {
     if (exchange.weakCell && exchange.weakCell->struck) {
         ++exchange.weakSource->struck;
         exchange.notes.push_back(std::string(exchange.weakSource->kind->name) +
-                                 format(": 0x%08llx", shown(exchange.weakCell->address.value_or(0))));
+                                 formatText(": 0x%08llx", shown(exchange.weakCell->address.value_or(0))));
     }
 }
 
@@ -354,7 +354,7 @@ std::string faultHelp() {
         std::string head(kind.name);
         if (!kind.settings.empty())
             head.append(" (").append(kind.settings).append(")");
-        text += format("  %-31s %s\n", head.c_str(), std::string(kind.help).c_str());
+        text += formatText("  %-31s %s\n", head.c_str(), std::string(kind.help).c_str());
     }
     return text;
 }

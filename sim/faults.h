@@ -77,7 +77,7 @@ struct FaultKind {
 };
 
 /// Reads "KIND[,setting=value...]" into `fault`. Fails with a text for the user.
-[[nodiscard]] Failure readFault(std::string_view text, Fault& fault);
+[[nodiscard]] ErrorText readFault(std::string_view text, Fault& fault);
 
 /// Lets the faults of a phase strike at an exchange.
 void strikeFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random);

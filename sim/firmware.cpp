@@ -51,10 +51,10 @@ std::size_t collectBurst(Firmware& firmware, std::string_view bytes, std::option
     return taken;
 }
 
-Failure storeBurst(Firmware& firmware, const Request& request) {
+ErrorText storeBurst(Firmware& firmware, const Request& request) {
     const std::uint32_t found = burstChecksum(request.text);
     if (found != request.header.checksum)
-        return format("Burst checksum is 0x%x, not 0x%x", found, request.header.checksum);
+        return formatText("Burst checksum is 0x%x, not 0x%x", found, request.header.checksum);
     if (!firmware.flash.nullMemory) {
         const auto room = touch(firmware.buffer, request.header.offset, request.text.size());
         std::memcpy(room.data(), request.text.data(), room.size());
@@ -62,7 +62,7 @@ Failure storeBurst(Firmware& firmware, const Request& request) {
     return std::nullopt;
 }
 
-Failure carryOut(Firmware& firmware, const Request& request, Reply& reply) {
+ErrorText carryOut(Firmware& firmware, const Request& request, Reply& reply) {
     switch (request.kind) {
     case RequestKind::line:
         if (request.text.empty())
@@ -73,17 +73,17 @@ Failure carryOut(Firmware& firmware, const Request& request, Reply& reply) {
     case RequestKind::burst:
         return storeBurst(firmware, request);
     case RequestKind::longLine:
-        return format("Line of more than %zu characters", lineLimit);
+        return formatText("Line of more than %zu characters", lineLimit);
     case RequestKind::brokenBurst:
         break;
     }
-    return format("Burst given up after %zu of %llu bytes", request.text.size(),
-                  static_cast<unsigned long long>(request.header.length));
+    return formatText("Burst given up after %zu of %llu bytes", request.text.size(),
+                      static_cast<unsigned long long>(request.header.length));
 }
 
 } // namespace
 
-Failure startFirmware(Firmware& firmware, const FirmwareConfig& config) {
+ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config) {
     firmware = Firmware{};
     firmware.flash.folder = config.folder;
     firmware.flash.nullMemory = config.nullMemory;
@@ -95,8 +95,8 @@ Failure startFirmware(Firmware& firmware, const FirmwareConfig& config) {
         bufferSize = std::max(bufferSize, spec.buffer);
     }
     if (!config.folder.empty()) {
-        if (Failure failure = openFolder(firmware.flash))
-            return failure;
+        if (ErrorText error = openFolder(firmware.flash))
+            return error;
     }
     return openMemory(firmware.buffer, bufferSize, 0, "");
 }
@@ -146,8 +146,8 @@ Request endSilence(Firmware& firmware) {
 
 Reply execute(Firmware& firmware, const Request& request) {
     Reply reply;
-    const Failure failure = carryOut(firmware, request, reply);
-    reply.text += failure ? "VQX_ERROR " + *failure + "\r\n" : "VQX_OK\r\n";
+    const ErrorText error = carryOut(firmware, request, reply);
+    reply.text += error ? "VQX_ERROR " + *error + "\r\n" : "VQX_OK\r\n";
     return reply;
 }
 

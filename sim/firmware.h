@@ -75,7 +75,7 @@ struct Reply {
 };
 
 /// Makes `firmware` one that was just switched on. Fails when the folder of the memory cannot be used.
-[[nodiscard]] Failure startFirmware(Firmware& firmware, const FirmwareConfig& config);
+[[nodiscard]] ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config);
 
 /// Switches the firmware off and on again: flash and one-time memory stay, everything else is as at the
 /// start.

@@ -23,23 +23,23 @@ std::string nameOf(const Region& region) {
     return printable(region.spec.name, 64);
 }
 
-Failure outside(std::uint64_t address) {
-    return format("Address 0x%08llx is in no flash region", shown(address));
+ErrorText outside(std::uint64_t address) {
+    return formatText("Address 0x%08llx is in no flash region", shown(address));
 }
 
-Failure unusable(const Region& region) {
-    return format("Memory %s cannot be used: %s", nameOf(region).c_str(), std::strerror(errno));
+ErrorText unusable(const Region& region) {
+    return formatText("Memory %s cannot be used: %s", nameOf(region).c_str(), std::strerror(errno));
 }
 
-Failure openRegion(const Flash& flash, Region& region) {
+ErrorText openRegion(const Flash& flash, Region& region) {
     if (region.memory)
         return std::nullopt;
     const std::string path = flash.folder.empty() ? "" : flash.folder + "/" + region.spec.name + ".bin";
     region.memory.emplace();
-    Failure failure = openMemory(*region.memory, region.spec.size, region.spec.blank, path);
-    if (failure)
+    ErrorText error = openMemory(*region.memory, region.spec.size, region.spec.blank, path);
+    if (error)
         region.memory.reset();
-    return failure;
+    return error;
 }
 
 /// The lowest set bit of `candidates` at or above `bit`, or the lowest of all.
@@ -71,19 +71,19 @@ std::optional<std::pair<std::uint64_t, std::uint8_t>> keptBit(WeakCell* weak, st
 }
 
 /// The region that holds the address, with its memory at hand.
-Failure useRegion(Flash& flash, std::uint64_t address, Region*& region) {
+ErrorText useRegion(Flash& flash, std::uint64_t address, Region*& region) {
     region = findRegion(flash, address);
     return region == nullptr ? outside(address) : openRegion(flash, *region);
 }
 
 /// The bytes of the flash from the address on, which must lie in one region.
-Failure useBytes(Flash& flash, std::uint64_t address, std::uint64_t length, Region*& region, Bytes& bytes) {
-    if (Failure failure = useRegion(flash, address, region))
-        return failure;
+ErrorText useBytes(Flash& flash, std::uint64_t address, std::uint64_t length, Region*& region, Bytes& bytes) {
+    if (ErrorText error = useRegion(flash, address, region))
+        return error;
     const std::uint64_t offset = address - region->spec.base;
     if (length > region->spec.size - offset) {
-        return format("0x%llx bytes at 0x%08llx exceed memory %s", shown(length), shown(address),
-                      nameOf(*region).c_str());
+        return formatText("0x%llx bytes at 0x%08llx exceed memory %s", shown(length), shown(address),
+                          nameOf(*region).c_str());
     }
     bytes = touch(*region->memory, offset, length);
     return bytes.size() == length ? std::nullopt : unusable(*region);
@@ -96,20 +96,20 @@ void programPage(Bytes page, std::span<const std::uint8_t> data, std::uint8_t bl
 
 } // namespace
 
-Failure openFolder(Flash& flash) {
+ErrorText openFolder(Flash& flash) {
     std::set<std::string_view> names;
     std::uint64_t ready = 0;
     for (Region& region : flash.regions) {
         const std::string& name = region.spec.name;
         if (name.empty() || name.size() > 250 || name.find('/') != std::string::npos ||
             name.find('\0') != std::string::npos)
-            return format("Region name '%s' does not serve as a file name", printable(name, 64).c_str());
+            return formatText("Region name '%s' does not serve as a file name", printable(name, 64).c_str());
         if (!names.insert(name).second)
-            return format("Two regions are named '%s'", printable(name, 64).c_str());
+            return formatText("Two regions are named '%s'", printable(name, 64).c_str());
         ready += region.spec.size;
         if (ready <= readyLimit) {
-            if (Failure failure = openRegion(flash, region))
-                return failure;
+            if (ErrorText error = openRegion(flash, region))
+                return error;
         }
     }
     return std::nullopt;
@@ -122,34 +122,34 @@ Region* findRegion(Flash& flash, std::uint64_t address) {
     return found == flash.regions.end() ? nullptr : &*found;
 }
 
-Failure checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages, std::uint64_t& length) {
+ErrorText checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages, std::uint64_t& length) {
     const Region* const region = findRegion(flash, address);
     if (region == nullptr)
         return outside(address);
     const std::uint64_t page = region->spec.page;
     const std::uint64_t offset = address - region->spec.base;
     if (page == 0)
-        return format("Memory %s has no page size", nameOf(*region).c_str());
+        return formatText("Memory %s has no page size", nameOf(*region).c_str());
     if (offset % page != 0)
-        return format("Address 0x%08llx is not at the start of a page", shown(address));
+        return formatText("Address 0x%08llx is not at the start of a page", shown(address));
     if (pages == 0)
         return "No pages given";
     if (pages > (region->spec.size - offset) / page) {
-        return format("0x%llx pages at 0x%08llx exceed memory %s", shown(pages), shown(address),
-                      nameOf(*region).c_str());
+        return formatText("0x%llx pages at 0x%08llx exceed memory %s", shown(pages), shown(address),
+                          nameOf(*region).c_str());
     }
     length = pages * page;
     return std::nullopt;
 }
 
-Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
-                     WeakCell* weak) {
+ErrorText programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
+                       WeakCell* weak) {
     if (flash.nullMemory)
         return std::nullopt;
     Region* region = nullptr;
     Bytes cells;
-    if (Failure failure = useBytes(flash, address, data.size(), region, cells))
-        return failure;
+    if (ErrorText error = useBytes(flash, address, data.size(), region, cells))
+        return error;
     const std::uint8_t blank = region->spec.blank;
     const auto kept = keptBit(weak, address, data.size(), [&](std::uint64_t i) {
         return static_cast<std::uint8_t>((data[i] ^ blank) & ~(cells[i] ^ blank));
@@ -161,39 +161,39 @@ Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::u
         if (std::memcmp(page.data(), wanted.data(), page.size()) != 0) {
             const auto differing =
                 std::mismatch(page.begin(), page.end(), wanted.begin()).first - page.begin();
-            return format("Program failed at 0x%08llx",
-                          shown(address + start + static_cast<std::uint64_t>(differing)));
+            return formatText("Program failed at 0x%08llx",
+                              shown(address + start + static_cast<std::uint64_t>(differing)));
         }
         if (kept && kept->first - start < page.size()) {
             cells[kept->first] ^= kept->second;
             if (!weak->silent)
-                return format("Program failed at 0x%08llx", shown(address + kept->first));
+                return formatText("Program failed at 0x%08llx", shown(address + kept->first));
         }
     }
     return std::nullopt;
 }
 
-Failure verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data) {
+ErrorText verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data) {
     if (flash.nullMemory)
         return std::nullopt;
     Region* region = nullptr;
     Bytes cells;
-    if (Failure failure = useBytes(flash, address, data.size(), region, cells))
-        return failure;
+    if (ErrorText error = useBytes(flash, address, data.size(), region, cells))
+        return error;
     if (std::memcmp(cells.data(), data.data(), data.size()) == 0)
         return std::nullopt;
     const auto at = static_cast<std::size_t>(std::mismatch(cells.begin(), cells.end(), data.begin()).first -
                                              cells.begin());
-    return format("Verify failed at 0x%08llx: flash holds 0x%02x, buffer 0x%02x", shown(address + at),
-                  cells[at], data[at]);
+    return formatText("Verify failed at 0x%08llx: flash holds 0x%02x, buffer 0x%02x", shown(address + at),
+                      cells[at], data[at]);
 }
 
-Failure eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak) {
+ErrorText eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak) {
     if (flash.nullMemory)
         return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
     Region* region = nullptr;
-    if (Failure failure = useRegion(flash, address, region))
-        return failure;
+    if (ErrorText error = useRegion(flash, address, region))
+        return error;
     const RegionSpec& spec = region->spec;
     const bool mayKeep = weak != nullptr && firstOther(*region->memory, spec.blank);
     const Bytes cells = mayKeep ? touch(*region->memory, 0, spec.size) : Bytes();
@@ -205,32 +205,32 @@ Failure eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak) {
     if (kept) {
         touch(*region->memory, kept->first, 1)[0] ^= kept->second;
         if (!weak->silent)
-            return format("Erase failed at 0x%08llx", shown(spec.base + kept->first));
+            return formatText("Erase failed at 0x%08llx", shown(spec.base + kept->first));
     }
     return std::nullopt;
 }
 
-Failure checkBlank(Flash& flash, std::uint64_t address) {
+ErrorText checkBlank(Flash& flash, std::uint64_t address) {
     if (flash.nullMemory)
         return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
     Region* region = nullptr;
-    if (Failure failure = useRegion(flash, address, region))
-        return failure;
+    if (ErrorText error = useRegion(flash, address, region))
+        return error;
     const auto other = firstOther(*region->memory, region->spec.blank);
-    return other ? format("Not blank at 0x%08llx", shown(region->spec.base + *other)) : Failure();
+    return other ? formatText("Not blank at 0x%08llx", shown(region->spec.base + *other)) : ErrorText();
 }
 
-Failure readFlash(Flash& flash, std::uint64_t address, std::uint64_t length,
-                  std::vector<std::uint8_t>& bytes) {
+ErrorText readFlash(Flash& flash, std::uint64_t address, std::uint64_t length,
+                    std::vector<std::uint8_t>& bytes) {
     if (flash.nullMemory) {
         bytes.assign(length, 0xFF);
         return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
     }
     Region* region = nullptr;
     Bytes cells;
-    Failure failure = useBytes(flash, address, length, region, cells);
+    ErrorText error = useBytes(flash, address, length, region, cells);
     bytes.assign(cells.begin(), cells.end());
-    return failure;
+    return error;
 }
 
 } // namespace vqxsim

@@ -42,32 +42,32 @@ struct WeakCell {
 
 /// Opens the files of `flash.folder`, as far as they are small enough to be held ready. Fails when a region's
 /// name does not serve as a file name, two regions have the same, or a file cannot be used.
-[[nodiscard]] Failure openFolder(Flash& flash);
+[[nodiscard]] ErrorText openFolder(Flash& flash);
 
 /// The first region that holds the address, none when it lies outside all.
 [[nodiscard]] Region* findRegion(Flash& flash, std::uint64_t address);
 
 /// Fails when `pages` pages at the address do not lie in one region; else sets `length` to their bytes.
-[[nodiscard]] Failure checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages,
-                                 std::uint64_t& length);
+[[nodiscard]] ErrorText checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages,
+                                   std::uint64_t& length);
 
 /// Writes `data`, pages that `checkPages` passed, at the address: bits only ever leave their blank value.
 /// Fails, with the pages before it written, at a page whose content then differs from the data. `weak`, when
 /// given, keeps one bit from changing.
-[[nodiscard]] Failure programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
-                                   WeakCell* weak);
+[[nodiscard]] ErrorText programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
+                                     WeakCell* weak);
 
 /// Compares `data`, likewise, with the flash and fails with the first address that differs.
-[[nodiscard]] Failure verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data);
+[[nodiscard]] ErrorText verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data);
 
 /// Makes the region that holds the address blank; `weak`, when given, keeps one bit of it.
-[[nodiscard]] Failure eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak);
+[[nodiscard]] ErrorText eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak);
 
 /// Fails with the first address of the region holding `address` that is not blank.
-[[nodiscard]] Failure checkBlank(Flash& flash, std::uint64_t address);
+[[nodiscard]] ErrorText checkBlank(Flash& flash, std::uint64_t address);
 
 /// Puts `length` bytes from the address on, which must lie in one region, into `bytes`.
-[[nodiscard]] Failure readFlash(Flash& flash, std::uint64_t address, std::uint64_t length,
-                                std::vector<std::uint8_t>& bytes);
+[[nodiscard]] ErrorText readFlash(Flash& flash, std::uint64_t address, std::uint64_t length,
+                                  std::vector<std::uint8_t>& bytes);
 
 } // namespace vqxsim

@@ -14,22 +14,22 @@ std::string requestText(const Request& request) {
     case RequestKind::line:
         return request.text;
     case RequestKind::burst:
-        return format("[burst of 0x%zx bytes, checksum 0x%08x]", request.text.size(),
-                      burstChecksum(request.text));
+        return formatText("[burst of 0x%zx bytes, checksum 0x%08x]", request.text.size(),
+                          burstChecksum(request.text));
     case RequestKind::longLine:
         return "[line too long] " + request.text.substr(0, 64);
     case RequestKind::brokenBurst:
         break;
     }
-    return format("[burst broken off after 0x%zx bytes]", request.text.size());
+    return formatText("[burst broken off after 0x%zx bytes]", request.text.size());
 }
 
 } // namespace
 
-Failure openLog(Log& log, const std::string& path) {
+ErrorText openLog(Log& log, const std::string& path) {
     log.file.reset(std::fopen(path.c_str(), "we"));
     log.start = std::chrono::steady_clock::now();
-    return log.file ? std::nullopt : systemFailure(path);
+    return log.file ? std::nullopt : systemError(path);
 }
 
 void noteLine(Log& log, char direction, std::string_view text) {
@@ -49,9 +49,9 @@ void noteOutcome(Log& log, const Outcome& outcome) {
         noteLine(log, '>', requestText(outcome.request));
     for (const std::string& note : outcome.exchange.notes) {
         noteLine(log, '!',
-                 number == 0
-                     ? note
-                     : format("exchange %llu, %s", static_cast<unsigned long long>(number), note.c_str()));
+                 number == 0 ? note
+                             : formatText("exchange %llu, %s", static_cast<unsigned long long>(number),
+                                          note.c_str()));
     }
 }
 
@@ -60,7 +60,7 @@ void noteTransmission(Log& log, const Transmission& transmission) {
         return;
     if (transmission.total != transmission.bytes.size()) {
         noteLine(log, '<',
-                 format("[flood of %llu bytes]", static_cast<unsigned long long>(transmission.sent)));
+                 formatText("[flood of %llu bytes]", static_cast<unsigned long long>(transmission.sent)));
         return;
     }
     const std::string_view text = transmission.bytes;
@@ -71,10 +71,10 @@ void noteTransmission(Log& log, const Transmission& transmission) {
     }
 }
 
-Failure flushLog(Log& log) {
+ErrorText flushLog(Log& log) {
     log.unflushed = false;
     if (log.file && (std::fflush(log.file.get()) != 0 || std::ferror(log.file.get()) != 0))
-        return systemFailure("log");
+        return systemError("log");
     return std::nullopt;
 }
 

@@ -20,7 +20,7 @@ struct Log {
     bool unflushed = false;
 };
 
-[[nodiscard]] Failure openLog(Log& log, const std::string& path);
+[[nodiscard]] ErrorText openLog(Log& log, const std::string& path);
 
 /// Notes one line.
 void noteLine(Log& log, char direction, std::string_view text);
@@ -32,6 +32,6 @@ void noteOutcome(Log& log, const Outcome& outcome);
 void noteTransmission(Log& log, const Transmission& transmission);
 
 /// Makes what was noted visible to readers of the file. Fails when it could not be written.
-[[nodiscard]] Failure flushLog(Log& log);
+[[nodiscard]] ErrorText flushLog(Log& log);
 
 } // namespace vqxsim

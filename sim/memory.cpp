@@ -53,19 +53,20 @@ void markFoundContent(SparseMemory& memory) {
 }
 
 /// Opens the file and brings it to the memory's size. Sets `found` when it had content.
-Failure openFile(SparseMemory& memory, const std::string& path, bool& found) {
+ErrorText openFile(SparseMemory& memory, const std::string& path, bool& found) {
     memory.file = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     struct stat status {};
     if (!memory.file || fstat(memory.file.get(), &status) != 0)
-        return systemFailure(path);
+        return systemError(path);
     const auto size = static_cast<std::uint64_t>(status.st_size);
     found = size > 0;
     if (found && size != memory.size) {
-        return format("%s: holds %llu bytes, the region %llu", path.c_str(),
-                      static_cast<unsigned long long>(size), static_cast<unsigned long long>(memory.size));
+        return formatText("%s: holds %llu bytes, the region %llu", path.c_str(),
+                          static_cast<unsigned long long>(size),
+                          static_cast<unsigned long long>(memory.size));
     }
     if (!found && ftruncate(memory.file.get(), static_cast<off_t>(memory.size)) != 0)
-        return systemFailure(path);
+        return systemError(path);
     return std::nullopt;
 }
 
@@ -85,20 +86,20 @@ void Unmap::operator()(std::uint8_t* bytes) const {
     munmap(bytes, length);
 }
 
-Failure openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill, const std::string& path) {
+ErrorText openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill, const std::string& path) {
     memory = SparseMemory{};
     memory.size = size;
     bool found = false;
     if (!path.empty()) {
-        if (Failure failure = openFile(memory, path, found))
-            return failure;
+        if (ErrorText error = openFile(memory, path, found))
+            return error;
     }
     if (size == 0)
         return std::nullopt;
     const int kind = memory.file ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
     void* const bytes = mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, memory.file.get(), 0);
     if (bytes == MAP_FAILED)
-        return systemFailure(format("%llu bytes of memory", static_cast<unsigned long long>(size)));
+        return systemError(formatText("%llu bytes of memory", static_cast<unsigned long long>(size)));
     memory.bytes = {static_cast<std::uint8_t*>(bytes), Unmap{size}};
     const auto blocks = static_cast<std::size_t>((size + blockSize - 1) / blockSize);
     memory.fillValue.assign(blocks, fill);
@@ -106,7 +107,7 @@ Failure openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill, 
     if (found)
         markFoundContent(memory);
     else if (memory.file && size <= wholeFileLimit && touch(memory, 0, size).empty())
-        return systemFailure(path);
+        return systemError(path);
     return std::nullopt;
 }
 

@@ -46,8 +46,8 @@ struct SparseMemory {
 /// Makes `memory` hold `size` bytes of `fill`. A `path` that is not empty names the file that keeps them:
 /// found content stays, a new or empty file is filled. Fails when memory or file cannot be had, or the file
 /// has another size.
-[[nodiscard]] Failure openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill,
-                                 const std::string& path);
+[[nodiscard]] ErrorText openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill,
+                                   const std::string& path);
 
 /// Gives the bytes [offset, offset + length), which must lie inside the memory, for reading and writing. An
 /// empty span for a length above 0 means that the file cannot hold them (`errno` tells why).

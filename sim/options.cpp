@@ -51,38 +51,38 @@ std::string_view cutAt(std::string_view& text, char separator) {
     return piece;
 }
 
-Failure setRegionKey(RegionSpec& spec, std::string_view setting) {
+ErrorText setRegionKey(RegionSpec& spec, std::string_view setting) {
     std::string_view value = setting;
     const std::string_view name = cutAt(value, '=');
     const auto key = std::find_if(regionKeys.begin(), regionKeys.end(),
                                   [=](const RegionKey& k) { return k.name == name; });
     if (key == regionKeys.end()) {
-        return format("unknown region setting '%s' (base, size, page, buffer and blank exist)",
-                      printable(setting, 64).c_str());
+        return formatText("unknown region setting '%s' (base, size, page, buffer and blank exist)",
+                          printable(setting, 64).c_str());
     }
     const auto number = parseSize(value);
     if (!number || *number > key->limit)
-        return format("bad number in region setting '%s'", printable(setting, 64).c_str());
+        return formatText("bad number in region setting '%s'", printable(setting, 64).c_str());
     key->set(spec, *number);
     return std::nullopt;
 }
 
-Failure addRegion(Options& options, std::string_view text) {
+ErrorText addRegion(Options& options, std::string_view text) {
     RegionSpec spec;
     spec.name = cutAt(text, ',');
     while (!text.empty())
-        if (Failure failure = setRegionKey(spec, cutAt(text, ',')))
-            return failure;
+        if (ErrorText error = setRegionKey(spec, cutAt(text, ',')))
+            return error;
     options.firmware.regions.push_back(std::move(spec));
     return std::nullopt;
 }
 
 /// Reads a number of at most `limit` for an option.
-Failure readNumber(std::string_view text, std::uint64_t limit, std::uint64_t& number) {
+ErrorText readNumber(std::string_view text, std::uint64_t limit, std::uint64_t& number) {
     const auto read = parseNumber(text);
     if (!read || *read > limit) {
-        return format("'%s' is not a number from 0 to %llu", printable(text, 64).c_str(),
-                      static_cast<unsigned long long>(limit));
+        return formatText("'%s' is not a number from 0 to %llu", printable(text, 64).c_str(),
+                          static_cast<unsigned long long>(limit));
     }
     number = *read;
     return std::nullopt;
@@ -91,24 +91,24 @@ Failure readNumber(std::string_view text, std::uint64_t limit, std::uint64_t& nu
 constexpr std::uint64_t longestTime = 1000000000;
 
 template <typename Time>
-Failure readTime(std::string_view text, Time& time) {
+ErrorText readTime(std::string_view text, Time& time) {
     std::uint64_t number = 0;
-    Failure failure = readNumber(text, longestTime, number);
+    ErrorText error = readNumber(text, longestTime, number);
     time = Time(number);
-    return failure;
+    return error;
 }
 
-Failure readPath(std::string_view text, std::string& path) {
+ErrorText readPath(std::string_view text, std::string& path) {
     path = text;
-    return text.empty() ? Failure("the path is empty") : std::nullopt;
+    return text.empty() ? ErrorText("the path is empty") : std::nullopt;
 }
 
-Failure setFlag(bool& flag) {
+ErrorText setFlag(bool& flag) {
     flag = true;
     return std::nullopt;
 }
 
-Failure ask(Options& options, Action action) {
+ErrorText ask(Options& options, Action action) {
     options.action = action;
     return std::nullopt;
 }
@@ -119,7 +119,7 @@ struct OptionRow {
     const char* name;
     const char* argument; ///< null: takes none
     const char* help;
-    Failure (*set)(Options&, Text);
+    ErrorText (*set)(Options&, Text);
 };
 
 constexpr auto optionRows = std::to_array<OptionRow>({
@@ -163,7 +163,7 @@ std::vector<option> longOptions() {
 
 } // namespace
 
-Failure readOptions(int argc, char** argv, Options& options) {
+ErrorText readOptions(int argc, char** argv, Options& options) {
     const std::vector<option> rows = longOptions();
     opterr = 0;
     optind = 0; // starts afresh, for a process that reads more than one command line
@@ -175,11 +175,12 @@ Failure readOptions(int argc, char** argv, Options& options) {
             break;
         if (result != 0) {
             const std::string shown = printable(given < argc ? argv[given] : "", 64);
-            return format(result == ':' ? "option '%s' needs an argument" : "bad option '%s'", shown.c_str());
+            return formatText(result == ':' ? "option '%s' needs an argument" : "bad option '%s'",
+                              shown.c_str());
         }
         const OptionRow& chosen = optionRows[static_cast<std::size_t>(row)];
-        if (const Failure failure = chosen.set(options, optarg != nullptr ? optarg : ""))
-            return format("option --%s: %s", chosen.name, failure->c_str());
+        if (const ErrorText error = chosen.set(options, optarg != nullptr ? optarg : ""))
+            return formatText("option --%s: %s", chosen.name, error->c_str());
     }
     options.command.assign(argv + optind, argv + argc);
     if (options.noFlash && !options.firmware.regions.empty())
@@ -202,8 +203,8 @@ std::string helpText() {
         "\n"
         "Options (numbers are decimal, or hexadecimal with 0x; in regions K and M stand for 1024 and 1024 * 1024):\n";
     for (const OptionRow& row : optionRows) {
-        const std::string name = format("--%s %s", row.name, row.argument != nullptr ? row.argument : "");
-        text += format("  %-26s %s\n", name.c_str(), row.help);
+        const std::string name = formatText("--%s %s", row.name, row.argument != nullptr ? row.argument : "");
+        text += formatText("  %-26s %s\n", name.c_str(), row.help);
     }
     return text + "\n" + faultHelp();
 }

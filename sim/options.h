@@ -21,7 +21,7 @@ struct Options {
 };
 
 /// Reads the command line into `options`. Fails with a text for the user.
-[[nodiscard]] Failure readOptions(int argc, char** argv, Options& options);
+[[nodiscard]] ErrorText readOptions(int argc, char** argv, Options& options);
 
 /// The help text.
 [[nodiscard]] std::string helpText();

@@ -16,23 +16,23 @@
 
 namespace vqxsim {
 
-Failure openPty(Pty& pty) {
+ErrorText openPty(Pty& pty) {
     pty.target = Descriptor(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     std::array<char, 128> name{};
     if (!pty.target || grantpt(pty.target.get()) != 0 || unlockpt(pty.target.get()) != 0 ||
         ptsname_r(pty.target.get(), name.data(), name.size()) != 0)
-        return systemFailure("pseudo-terminal");
+        return systemError("pseudo-terminal");
     pty.path = name.data();
     pty.host = Descriptor(open(pty.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     termios settings{};
     if (!pty.host || tcgetattr(pty.host.get(), &settings) != 0)
-        return systemFailure(pty.path);
+        return systemError(pty.path);
     cfmakeraw(&settings);
     if (tcsetattr(pty.host.get(), TCSANOW, &settings) != 0)
-        return systemFailure(pty.path);
+        return systemError(pty.path);
     pty.watch = Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (!pty.watch || inotify_add_watch(pty.watch.get(), pty.path.c_str(), IN_OPEN | IN_CLOSE) < 0)
-        return systemFailure(pty.path);
+        return systemError(pty.path);
     return std::nullopt;
 }
 
@@ -79,15 +79,15 @@ HostEvents takeHostEvents(Pty& pty) {
     return events;
 }
 
-Failure makeLink(const Pty& pty, const std::string& link) {
+ErrorText makeLink(const Pty& pty, const std::string& link) {
     struct stat status {};
     if (lstat(link.c_str(), &status) == 0) {
         if (!S_ISLNK(status.st_mode))
             return link + ": exists and is no symbolic link";
         if (unlink(link.c_str()) != 0)
-            return systemFailure(link);
+            return systemError(link);
     }
-    return symlink(pty.path.c_str(), link.c_str()) == 0 ? std::nullopt : systemFailure(link);
+    return symlink(pty.path.c_str(), link.c_str()) == 0 ? std::nullopt : systemError(link);
 }
 
 void removeLink(const Pty& pty, const std::string& link) {

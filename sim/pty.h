@@ -22,7 +22,7 @@ struct HostEvents {
 };
 
 /// Opens a new pseudo-terminal.
-[[nodiscard]] Failure openPty(Pty& pty);
+[[nodiscard]] ErrorText openPty(Pty& pty);
 
 /// How long bytes written by a host typically take until a sleeping simulator runs; to be asked before a host
 /// is there.
@@ -32,7 +32,7 @@ struct HostEvents {
 [[nodiscard]] HostEvents takeHostEvents(Pty& pty);
 
 /// Makes `link` a symbolic link to the device; replaces a symbolic link, but nothing else.
-[[nodiscard]] Failure makeLink(const Pty& pty, const std::string& link);
+[[nodiscard]] ErrorText makeLink(const Pty& pty, const std::string& link);
 
 /// Removes `link` if it still leads to the device.
 void removeLink(const Pty& pty, const std::string& link);

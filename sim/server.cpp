@@ -53,16 +53,16 @@ sigset_t handledSignals() {
     return set;
 }
 
-Failure catchSignals(Server& server, sigset_t& before) {
+ErrorText catchSignals(Server& server, sigset_t& before) {
     const sigset_t set = handledSignals();
     std::signal(SIGPIPE, SIG_IGN);
     if (sigprocmask(SIG_BLOCK, &set, &before) != 0)
-        return systemFailure("signals");
+        return systemError("signals");
     server.signals = Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-    return server.signals ? std::nullopt : systemFailure("signals");
+    return server.signals ? std::nullopt : systemError("signals");
 }
 
-Failure startCommand(Server& server, std::vector<std::string> command, const sigset_t& mask) {
+ErrorText startCommand(Server& server, std::vector<std::string> command, const sigset_t& mask) {
     std::vector<char*> words;
     for (std::string& word : command) {
         if (word == "{}")
@@ -125,10 +125,10 @@ void vanish(Server& server, std::optional<Duration> replug) {
     noteLine(server.log, '#', "unplugged");
 }
 
-Failure plugIn(Server& server) {
+ErrorText plugIn(Server& server) {
     server.replug.reset();
-    if (Failure failure = openPty(server.pty))
-        return failure;
+    if (ErrorText error = openPty(server.pty))
+        return error;
     noteLine(server.log, '#', "plugged in as " + server.pty.path);
     return server.linkPath.empty() ? std::nullopt : makeLink(server.pty, server.linkPath);
 }
@@ -199,8 +199,8 @@ void handleTimes(Server& server) {
     if (silence && now >= *silence)
         answer(server, takeSilence(server.target), now);
     if (server.replug && now >= *server.replug) {
-        if (const Failure failure = plugIn(server))
-            std::fprintf(stderr, "vqxsim: %s\n", failure->c_str());
+        if (const ErrorText error = plugIn(server))
+            std::fprintf(stderr, "vqxsim: %s\n", error->c_str());
     }
 }
 
@@ -242,8 +242,8 @@ bool waitForEvents(Server& server, TimePoint now) {
 }
 
 void reportLog(Server& server) {
-    if (const Failure failure = flushLog(server.log)) {
-        std::fprintf(stderr, "vqxsim: %s\n", failure->c_str());
+    if (const ErrorText error = flushLog(server.log)) {
+        std::fprintf(stderr, "vqxsim: %s\n", error->c_str());
         server.log.file.reset();
     }
 }
@@ -258,44 +258,44 @@ void serveLoop(Server& server) {
     reportLog(server);
 }
 
-Failure prepare(Server& server, const Options& options) {
+ErrorText prepare(Server& server, const Options& options) {
     server.link.speed = options.speed;
     server.linkPath = options.link;
     server.target.faults = options.faults;
     server.target.random.seed(options.seed);
-    if (Failure failure = startFirmware(server.target.firmware, options.firmware))
-        return failure;
+    if (ErrorText error = startFirmware(server.target.firmware, options.firmware))
+        return error;
     if (!options.log.empty()) {
-        if (Failure failure = openLog(server.log, options.log))
-            return failure;
+        if (ErrorText error = openLog(server.log, options.log))
+            return error;
     }
-    Failure failure = plugIn(server);
-    if (!failure && isImitated(server.link))
+    ErrorText error = plugIn(server);
+    if (!error && isImitated(server.link))
         server.link.wakeUp = measureWakeUp(server.pty);
-    return failure;
+    return error;
 }
 
 } // namespace
 
-Failure serve(const Options& options, int& status) {
+ErrorText serve(const Options& options, int& status) {
     Server server;
     sigset_t mask;
-    if (Failure failure = catchSignals(server, mask))
-        return failure;
-    Failure failure = prepare(server, options);
-    if (!failure && options.command.empty()) {
+    if (ErrorText error = catchSignals(server, mask))
+        return error;
+    ErrorText error = prepare(server, options);
+    if (!error && options.command.empty()) {
         std::puts(server.pty.path.c_str());
         std::fflush(stdout);
-    } else if (!failure) {
-        failure = startCommand(server, options.command, mask);
+    } else if (!error) {
+        error = startCommand(server, options.command, mask);
     }
-    if (!failure) {
+    if (!error) {
         prctl(PR_SET_TIMERSLACK, 1); // not before the command was started, which would inherit it
         serveLoop(server);
     }
     removeLink(server.pty, server.linkPath);
     status = server.status;
-    return failure;
+    return error;
 }
 
 } // namespace vqxsim

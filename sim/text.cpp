@@ -25,7 +25,7 @@ bool hasHexadecimalPrefix(std::string_view word) {
 
 } // namespace
 
-std::string format(const char* pattern, ...) {
+std::string formatText(const char* pattern, ...) {
     va_list arguments;
     va_start(arguments, pattern);
     va_list again;
@@ -38,8 +38,8 @@ std::string format(const char* pattern, ...) {
     return text;
 }
 
-Failure systemFailure(const std::string& what) {
-    return format("%s: %s", what.c_str(), std::strerror(errno));
+ErrorText systemError(const std::string& what) {
+    return formatText("%s: %s", what.c_str(), std::strerror(errno));
 }
 
 std::optional<std::uint64_t> parseHexadecimal(std::string_view word) {
@@ -64,7 +64,7 @@ std::string printable(std::string_view text, std::size_t limit) {
         if (byte >= 0x20 && byte < 0x7F)
             shown += c;
         else
-            shown += format("\\x%02x", byte);
+            shown += formatText("\\x%02x", byte);
     }
     if (text.size() > limit)
         shown += "...";

@@ -8,13 +8,13 @@
 namespace vqxsim {
 
 /// The text of an error, or none on success.
-using Failure = std::optional<std::string>;
+using ErrorText = std::optional<std::string>;
 
 /// Formats like printf into a text of any length.
-[[nodiscard]] std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+[[nodiscard, gnu::format(printf, 1, 2)]] std::string formatText(const char* pattern, ...);
 
-/// A failure that ends with the system's text for the current error number.
-[[nodiscard]] Failure systemFailure(const std::string& what);
+/// An error that ends with the system's text for the current error number.
+[[nodiscard]] ErrorText systemError(const std::string& what);
 
 /// Reads a whole word of hexadecimal digits, with or without "0x"; none when it holds anything else or
 /// exceeds 64 bits.

@@ -9,8 +9,8 @@ constexpr int usageStatus = 2;
 
 int run(int argc, char** argv) {
     vqxsim::Options options;
-    if (const auto failure = vqxsim::readOptions(argc, argv, options)) {
-        std::fprintf(stderr, "vqxsim: %s\nTry 'vqxsim --help'.\n", failure->c_str());
+    if (const auto error = vqxsim::readOptions(argc, argv, options)) {
+        std::fprintf(stderr, "vqxsim: %s\nTry 'vqxsim --help'.\n", error->c_str());
         return usageStatus;
     }
     if (options.action == vqxsim::Action::showHelp) {
@@ -22,8 +22,8 @@ int run(int argc, char** argv) {
         return 0;
     }
     int status = 0;
-    if (const auto failure = vqxsim::serve(options, status)) {
-        std::fprintf(stderr, "vqxsim: %s\n", failure->c_str());
+    if (const auto error = vqxsim::serve(options, status)) {
+        std::fprintf(stderr, "vqxsim: %s\n", error->c_str());
         return status != 0 ? status : usageStatus;
     }
     return status;

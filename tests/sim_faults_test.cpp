@@ -64,9 +64,8 @@ TEST(SimFaults, HitBurstsOnTheirWay) {
     Talk twice({"double,offset=7"});
     EXPECT_EQ(twice.say(good + next), ok + ok + "VQX_ERROR Unknown command h=print\r\n");
     Talk random({"flip"});
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 20; ++i)
         EXPECT_NE(random.say(good), ok + ok);
-    }
 }
 
 TEST(SimFaults, KeepBitsOfFlashCells) {
@@ -102,9 +101,8 @@ TEST(SimFaults, RepeatThemselvesFromTheSeed) {
         Talk talk({"error,chance=30", "noise,chance=20"});
         talk.target.random.seed(seed);
         std::string answers;
-        for (int i = 0; i < 50; ++i) {
+        for (int i = 0; i < 50; ++i)
             answers += talk.line("print 1");
-        }
         return answers;
     };
     EXPECT_EQ(run(1), run(1));
@@ -130,15 +128,13 @@ TEST(SimOptions, RefuseNonsense) {
     };
     for (const auto& c : cases) {
         std::vector<char*> words{const_cast<char*>("vqxsim")};
-        for (const char* word : c.words) {
+        for (const char* word : c.words)
             words.push_back(const_cast<char*>(word));
-        }
         words.push_back(nullptr);
         Options options;
-        const Failure failure = readOptions(static_cast<int>(words.size()) - 1, words.data(), options);
-        EXPECT_EQ(failure.value_or("").substr(0, std::string_view(c.message).size()), c.message)
-            << c.words[0];
-        EXPECT_EQ(failure.has_value(), c.message[0] != '\0') << c.words.back();
+        const ErrorText error = readOptions(static_cast<int>(words.size()) - 1, words.data(), options);
+        EXPECT_EQ(error.value_or("").substr(0, std::string_view(c.message).size()), c.message) << c.words[0];
+        EXPECT_EQ(error.has_value(), c.message[0] != '\0') << c.words.back();
     }
 }
 

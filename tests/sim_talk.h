@@ -11,7 +11,7 @@ inline const RegionSpec oddRegion{"ODD", 0x20000004, 0x70, 0x10, 0x8000, 0x5A};
 inline const RegionSpec pagelessRegion{"PAGELESS", 0xFFFFFF00, 0x200, 0, 0, 0xFF};
 
 inline std::string burst(const std::string& bytes, unsigned offset = 0) {
-    return format("=databurst %zx %x %x\r", bytes.size(), offset, burstChecksum(bytes)) + bytes;
+    return formatText("=databurst %zx %x %x\r", bytes.size(), offset, burstChecksum(bytes)) + bytes;
 }
 
 /// A target in batch mode, talked to.
@@ -21,14 +21,13 @@ struct Talk {
         FirmwareConfig config;
         config.regions = regions;
         config.folder = folder;
-        failure = startFirmware(target.firmware, config);
+        error = startFirmware(target.firmware, config);
         target.firmware.batchMode = true;
     }
 
     explicit Talk(std::initializer_list<const char*> faults) : Talk() {
-        for (const char* text : faults) {
+        for (const char* text : faults)
             EXPECT_EQ(readFault(text, target.faults.emplace_back()), std::nullopt) << text;
-        }
     }
 
     /// Gives all bytes; returns all answers, and keeps the last outcome.
@@ -49,9 +48,8 @@ struct Talk {
 
     std::string lines(std::initializer_list<std::string> commands) {
         std::string answers;
-        for (const std::string& command : commands) {
+        for (const std::string& command : commands)
             answers += line(command);
-        }
         return answers;
     }
 
@@ -60,7 +58,7 @@ struct Talk {
     }
 
     Target target;
-    Failure failure;
+    ErrorText error;
     Outcome last;
 };
 

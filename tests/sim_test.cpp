@@ -50,9 +50,8 @@ TEST(SimFirmware, AnswersCommands) {
          "VQX_ERROR USB identifiers are already programmed: product 0x1234, vendor 0x0042\r\n"},
     };
     Talk talk;
-    for (const auto& c : cases) {
+    for (const auto& c : cases)
         EXPECT_EQ(talk.line(c.command), c.answer) << c.command;
-    }
     EXPECT_EQ(talk.line("queryFlash").substr(0, 75),
               "Number of Flash Devices = 3\r\nName = FLASH\r\nBase = 0x10000000\r\nSize = 0x1000");
     EXPECT_EQ(Talk(std::vector<RegionSpec>{}).line("queryFlash"), "No Flash\r\nVQX_OK\r\n");
@@ -70,9 +69,8 @@ TEST(SimFirmware, FramesLinesHoweverTheyArrive) {
     for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, input.size()}) {
         Talk talk;
         std::string got;
-        for (std::size_t at = 0; at < input.size(); at += piece) {
+        for (std::size_t at = 0; at < input.size(); at += piece)
             got += talk.say(std::string_view(input).substr(at, piece));
-        }
         EXPECT_EQ(got, answers) << piece;
     }
 }
@@ -108,9 +106,8 @@ TEST(SimFirmware, SumsBurstsInLittleEndianWords) {
         {"\x01\x02", 0xFFFF0201},
         {"\xFF\xFF\xFF\xFF\x02" + std::string(3, '\0'), 1},
     };
-    for (const auto& [bytes, sum] : cases) {
+    for (const auto& [bytes, sum] : cases)
         EXPECT_EQ(burstChecksum(bytes), sum);
-    }
 }
 
 TEST(SimFirmware, StoresOnlyWhatItWasToldCorrectly) {
@@ -131,7 +128,7 @@ TEST(SimFirmware, StoresOnlyWhatItWasToldCorrectly) {
 TEST(SimFlash, ProgramsLikeNor) {
     for (const RegionSpec& spec : {flashRegion, oddRegion, RegionSpec{"ZERO", 0, 0x400, 0x20, 0x8000, 0}}) {
         Talk talk({spec});
-        const std::string at = format("%x", static_cast<unsigned>(spec.base));
+        const std::string at = formatText("%x", static_cast<unsigned>(spec.base));
         const auto blank = static_cast<char>(spec.blank);
         std::string first(2 * spec.page, blank);
         std::string second = first;
@@ -142,14 +139,15 @@ TEST(SimFlash, ProgramsLikeNor) {
         second[spec.page] ^= 0x01;
         second[3] ^= 0x20;
         const std::string error =
-            format("VQX_ERROR Program failed at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3));
+            formatText("VQX_ERROR Program failed at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3));
         EXPECT_EQ(talk.program(second, at + " 2"), ok + ok + error) << "a bit never goes back";
         EXPECT_EQ(talk.line("verifyPage " + at + " 2"),
-                  format("VQX_ERROR Verify failed at 0x%08x: flash holds 0x%02x, buffer 0x%02x\r\n",
-                         static_cast<unsigned>(spec.base + 3), spec.blank ^ 0x31U, spec.blank ^ 0x11U));
+                  formatText("VQX_ERROR Verify failed at 0x%08x: flash holds 0x%02x, buffer 0x%02x\r\n",
+                             static_cast<unsigned>(spec.base + 3), spec.blank ^ 0x31U, spec.blank ^ 0x11U));
         EXPECT_EQ(talk.line("blankCheck " + at),
-                  format("VQX_ERROR Not blank at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3)));
-        EXPECT_EQ(talk.line(format("eraseFlash %x", static_cast<unsigned>(spec.base + spec.size - 1))), ok);
+                  formatText("VQX_ERROR Not blank at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3)));
+        EXPECT_EQ(talk.line(formatText("eraseFlash %x", static_cast<unsigned>(spec.base + spec.size - 1))),
+                  ok);
         EXPECT_EQ(talk.line("blankCheck " + at), ok);
     }
 }
@@ -182,7 +180,7 @@ TEST(SimFlash, KeepsRegionsInFiles) {
     };
     const std::string image = "image" + std::string(507, '\xFF');
     Talk talk({flashRegion}, folder);
-    ASSERT_EQ(talk.failure, std::nullopt);
+    ASSERT_EQ(talk.error, std::nullopt);
     EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
     EXPECT_EQ(talk.program(image, "10000000 1"), ok + ok + ok);
     EXPECT_EQ(content().substr(0, 512), image) << "visible while the target runs";
@@ -193,9 +191,9 @@ TEST(SimFlash, KeepsRegionsInFiles) {
         EXPECT_EQ(eraser.program(image, "10000000 1"), ok + ok + ok);
     }
     EXPECT_EQ(Talk({flashRegion}, folder).line("dump 10000000 5"), "10000000: 69 6d 61 67 65\r\n" + ok);
-    EXPECT_NE(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).failure, std::nullopt) << "another size";
-    EXPECT_NE(Talk({{"../FLASH"}}, folder).failure, std::nullopt);
-    EXPECT_NE(Talk({flashRegion, flashRegion}, folder).failure, std::nullopt) << "one file for two regions";
+    EXPECT_NE(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).error, std::nullopt) << "another size";
+    EXPECT_NE(Talk({{"../FLASH"}}, folder).error, std::nullopt);
+    EXPECT_NE(Talk({flashRegion, flashRegion}, folder).error, std::nullopt) << "one file for two regions";
     std::filesystem::remove_all(folder);
 }
 
