@@ -2,20 +2,20 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <strings.h>
 
 namespace vqxsim {
 
 namespace {
 
-using Word32 = std::uint32_t;
-
 constexpr std::uint64_t noNumbers = 0;
 constexpr std::uint64_t anyNumber = UINT64_MAX;
 constexpr std::uint64_t wordNumber = UINT32_MAX;
 constexpr std::size_t unlimited = static_cast<std::size_t>(-1);
 constexpr std::uint64_t dumpLimit = 0x100000;
+
+/// No command takes longer, so that times never overflow.
+constexpr std::chrono::microseconds longestWork = std::chrono::hours(24 * 365);
 
 /// The words after the command word, and the text that they were cut from.
 struct Arguments {
@@ -113,11 +113,11 @@ ErrorText queryFlash(Firmware& firmware, const Arguments&, Reply& reply) {
 }
 
 ErrorText queryId(Firmware& firmware, const Arguments&, Reply& reply) {
-    const auto identity = firmware.usbIdentity.value_or(std::pair<std::uint16_t, std::uint16_t>{0, 0});
+    const UsbIdentity identity = firmware.lasting.usbIdentity.value_or(UsbIdentity());
     addLine(reply, "Serial = 5a100000-00000001-00c0ffee-20240229");
-    addLine(reply, formatText("USB vendor = 0x%04x", identity.second));
-    addLine(reply, formatText("USB product = 0x%04x", identity.first));
-    addLine(reply, formatText("Boot bank = %u", firmware.bootBank));
+    addLine(reply, formatText("USB vendor = 0x%04x", identity.vendor));
+    addLine(reply, formatText("USB product = 0x%04x", identity.product));
+    addLine(reply, formatText("Boot bank = %u", firmware.lasting.bootBank));
     return std::nullopt;
 }
 
@@ -156,7 +156,7 @@ ErrorText dataBurst(Firmware& firmware, const Arguments& arguments, Reply&) {
         return "Burst of no bytes";
     if (ErrorText error = checkBuffer(firmware, numbers[1], numbers[0]))
         return error;
-    firmware.burst = Burst{numbers[0], numbers[1], static_cast<Word32>(numbers[2]), {}};
+    firmware.burst = Burst{numbers[0], numbers[1], static_cast<std::uint32_t>(numbers[2]), {}};
     return std::nullopt;
 }
 
@@ -167,10 +167,9 @@ ErrorText dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
     if (error || firmware.flash.nullMemory)
         return error;
     std::uint8_t* room = touch(firmware.buffer, numbers[0], length).data();
-    for (std::size_t i = 1; i < numbers.size(); ++i, room += 4) {
-        const auto word = static_cast<Word32>(numbers[i]);
-        std::memcpy(room, &word, 4);
-    }
+    for (std::size_t i = 1; i < numbers.size(); ++i, room += 4)
+        for (unsigned byte = 0; byte < 4; ++byte)
+            room[byte] = static_cast<std::uint8_t>(numbers[i] >> (8 * byte));
     return std::nullopt;
 }
 
@@ -189,7 +188,9 @@ ErrorText programPages(Firmware& firmware, const Arguments& arguments, Reply& re
     std::span<const std::uint8_t> data;
     if (ErrorText error = stagedPages(firmware, arguments, data))
         return error;
-    reply.busy = firmware.programTime * static_cast<std::int64_t>(arguments.numbers[1]);
+    const auto most = longestWork / std::max(firmware.programTime, std::chrono::microseconds(1));
+    reply.busy =
+        firmware.programTime * std::min(static_cast<std::int64_t>(arguments.numbers[1]), std::int64_t{most});
     return programFlash(firmware.flash, arguments.numbers[0], data, firmware.weakCell);
 }
 
@@ -207,9 +208,7 @@ ErrorText readWord(Firmware& firmware, const Arguments& arguments, Reply& reply)
     std::vector<std::uint8_t> bytes;
     if (ErrorText error = readFlash(firmware.flash, address, 4, bytes))
         return error;
-    Word32 word = 0;
-    std::memcpy(&word, bytes.data(), 4);
-    addLine(reply, formatText("0x%08x", word));
+    addLine(reply, formatText("0x%02x%02x%02x%02x", bytes[3], bytes[2], bytes[1], bytes[0]));
     return std::nullopt;
 }
 
@@ -227,22 +226,21 @@ ErrorText bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto bank = parseNumber(arguments.words[0]);
     if (!bank || *bank > 1)
         return "Boot bank is 0 or 1";
-    firmware.bootBank = static_cast<unsigned>(*bank);
+    firmware.lasting.bootBank = static_cast<unsigned>(*bank);
     return std::nullopt;
 }
 
 ErrorText programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
-    const auto product = parseNumber(arguments.words[0]);
-    const auto vendor = parseNumber(arguments.words[1]);
-    if (!product || !vendor || *product > 0xFFFF || *vendor > 0xFFFF)
+    const std::uint64_t product = arguments.numbers[0];
+    const std::uint64_t vendor = arguments.numbers[1];
+    if (product > 0xFFFF || vendor > 0xFFFF)
         return "USB identifiers are numbers of 16 bits";
-    const std::pair<std::uint16_t, std::uint16_t> identity(static_cast<std::uint16_t>(*product),
-                                                           static_cast<std::uint16_t>(*vendor));
-    if (firmware.usbIdentity && *firmware.usbIdentity != identity) {
+    const UsbIdentity identity{static_cast<std::uint16_t>(product), static_cast<std::uint16_t>(vendor)};
+    const UsbIdentity found = firmware.lasting.usbIdentity.value_or(identity);
+    if (found != identity)
         return formatText("USB identifiers are already programmed: product 0x%04x, vendor 0x%04x",
-                          firmware.usbIdentity->first, firmware.usbIdentity->second);
-    }
-    firmware.usbIdentity = identity;
+                          found.product, found.vendor);
+    firmware.lasting.usbIdentity = identity;
     return std::nullopt;
 }
 
@@ -275,7 +273,7 @@ constexpr auto commands = std::to_array<Command>({
     {"eraseFlash", "address", 1, 1, anyNumber, false, erase},
     {"help", "", 0, 0, noNumbers, false, help},
     {"helpadvanced", "", 0, 0, noNumbers, false, helpAdvanced},
-    {"otp_ProgUSBID", "product vendor", 2, 2, noNumbers, true, programUsbId},
+    {"otp_ProgUSBID", "product vendor", 2, 2, anyNumber, true, programUsbId},
     {"print", "text...", 0, unlimited, noNumbers, false, print},
     {"programPage", "address pages", 2, 2, anyNumber, true, programPages},
     {"queryFlash", "", 0, 0, noNumbers, false, queryFlash},
@@ -291,6 +289,11 @@ void listCommands(Reply& reply, bool advanced) {
     for (const Command& command : commands)
         if (advanced || !command.advanced)
             addLine(reply, usage(command));
+}
+
+auto findCommand(std::string_view word) {
+    return std::find_if(
+        commands.begin(), commands.end(), [=](const Command& c) { return c.word == word; });
 }
 
 ErrorText readArguments(const Command& command, std::string_view text, Arguments& arguments) {
@@ -317,10 +320,13 @@ ErrorText readArguments(const Command& command, std::string_view text, Arguments
 
 } // namespace
 
+bool isCommand(std::string_view word) {
+    return findCommand(word) != commands.end();
+}
+
 ErrorText runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
     const std::string_view word = line.substr(0, line.find_first_of(" \t"));
-    const auto command =
-        std::find_if(commands.begin(), commands.end(), [=](const Command& c) { return c.word == word; });
+    const auto command = findCommand(word);
     if (command == commands.end())
         return formatText("Unknown command %s", printable(word, 64).c_str());
     Arguments arguments;

@@ -10,12 +10,15 @@ using Random = std::mt19937_64;
 
 struct FaultKind;
 
+/// The chance of a fault that strikes whenever it can; a percent has 10000 parts of it.
+constexpr std::uint64_t certain = 1000000;
+
 /// One fault asked for on the command line. Which settings a kind reads is in the table of kinds.
 struct Fault {
     const FaultKind* kind = nullptr;
     std::uint64_t at = 0;                 ///< strikes from this exchange on, counted from 1
     std::optional<std::uint64_t> count;   ///< strikes so often; none: once with `at`, else without limit
-    double chance = 100;                  ///< percent
+    std::uint64_t chance = certain;       ///< of `certain`
     std::string command;                  ///< only at requests known by this word; empty: at all
     std::string text = "Injected error";  ///< of an error status
     std::string status = "VQX_ERROR";     ///< first word of an error status
@@ -30,6 +33,7 @@ struct Fault {
     bool lines = true;                    ///< noise or flood has line ends
     bool silent = false;                  ///< the firmware does not notice
     std::uint64_t struck = 0;             ///< how often it has struck
+    std::string given;                    ///< as the user gave it
 };
 
 /// What happens to a byte of a burst on its way.
@@ -37,6 +41,8 @@ struct ByteFault {
     enum class Kind { flip, lose, doubled } kind = Kind::flip;
     std::uint64_t offset = 0; ///< bytes of the burst that still come before it
     std::uint8_t mask = 0;    ///< bits to flip
+    Fault* source = nullptr;  ///< the fault that it comes from; not owned
+    std::string note;         ///< for the log, once it has happened
 };
 
 /// One exchange as the faults see and change it.
@@ -72,20 +78,18 @@ struct FaultKind {
     std::string_view settings; ///< those that the kind has besides at, count, chance and command
     std::string_view help;
     FaultPhase phase;
+    std::string_view only; ///< the one request that it strikes at, empty for any
     /// Changes the exchange and returns what it did, for the log; an empty text when it did nothing (yet).
-    std::string (*strike)(const Fault&, Exchange&, Random&);
+    std::string (*strike)(Fault&, Exchange&, Random&);
 };
 
-/// Reads "KIND[,setting=value...]" into `fault`. Fails with a text for the user.
-[[nodiscard]] ErrorText readFault(std::string_view text, Fault& fault);
+/// The table of kinds.
+[[nodiscard]] std::span<const FaultKind> faultKinds();
 
 /// Lets the faults of a phase strike at an exchange.
 void strikeFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random);
 
 /// Counts and notes the exchange's weak cell once the request was carried out, if it kept a bit.
 void settleWeakCell(Exchange& exchange);
-
-/// The table of kinds and their settings, for the help text.
-[[nodiscard]] std::string faultHelp();
 
 } // namespace vqxsim

@@ -3,7 +3,10 @@
 #include "commands.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
 
 namespace vqxsim {
 
@@ -37,9 +40,10 @@ Request takeLine(Firmware& firmware) {
 
 std::size_t collectBurst(Firmware& firmware, std::string_view bytes, std::optional<Request>& request) {
     Burst& burst = *firmware.burst;
-    const std::size_t taken = std::min<std::uint64_t>(burst.length - burst.bytes.size(), bytes.size());
+    const auto taken =
+        static_cast<std::size_t>(std::min<std::uint64_t>(burst.length - burst.bytes.size(), bytes.size()));
     if (burst.bytes.empty())
-        burst.bytes.reserve(std::min(burst.length, burstReserve));
+        burst.bytes.reserve(static_cast<std::size_t>(std::min(burst.length, burstReserve)));
     burst.bytes.append(bytes.substr(0, taken));
     if (burst.bytes.size() == burst.length) {
         request.emplace();
@@ -81,6 +85,46 @@ ErrorText carryOut(Firmware& firmware, const Request& request, Reply& reply) {
                       static_cast<unsigned long long>(request.header.length));
 }
 
+/// The file that keeps what lasts besides the flash, as the commands that set it.
+std::string lastingPath(const Firmware& firmware) {
+    return firmware.flash.folder + "/board.txt";
+}
+
+ErrorText readLasting(Firmware& firmware) {
+    const std::string path = lastingPath(firmware);
+    errno = 0;
+    std::ifstream file(path);
+    if (!file && errno != ENOENT)
+        return systemError(path);
+    for (std::string line; std::getline(file, line);) {
+        const std::string_view word = std::string_view(line).substr(0, line.find(' '));
+        Reply reply;
+        ErrorText error = "neither bootBank nor otp_ProgUSBID";
+        if (word == "bootBank" || word == "otp_ProgUSBID")
+            error = runCommand(firmware, line, reply);
+        if (error)
+            return path + ": " + printable(line, 64) + ": " + *error;
+    }
+    return std::nullopt;
+}
+
+ErrorText writeLasting(const Firmware& firmware) {
+    const std::string path = lastingPath(firmware);
+    const std::string fresh = path + ".new";
+    std::ofstream file(fresh);
+    file << formatText("bootBank %u\n", firmware.lasting.bootBank);
+    if (const auto& identity = firmware.lasting.usbIdentity)
+        file << formatText("otp_ProgUSBID %04x %04x\n", identity->product, identity->vendor);
+    file.close();
+    return file && std::rename(fresh.c_str(), path.c_str()) == 0 ? std::nullopt : systemError(path);
+}
+
+/// The word that the first four bytes make.
+std::uint32_t littleEndian(std::string_view bytes) {
+    const auto byte = [=](std::size_t at) -> std::uint32_t { return static_cast<unsigned char>(bytes[at]); };
+    return byte(0) | byte(1) << 8 | byte(2) << 16 | byte(3) << 24;
+}
+
 } // namespace
 
 ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config) {
@@ -95,7 +139,10 @@ ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config) {
         bufferSize = std::max(bufferSize, spec.buffer);
     }
     if (!config.folder.empty()) {
-        if (ErrorText error = openFolder(firmware.flash))
+        ErrorText error = openFolder(firmware.flash);
+        if (!error)
+            error = readLasting(firmware);
+        if (error)
             return error;
     }
     return openMemory(firmware.buffer, bufferSize, 0, "");
@@ -146,7 +193,12 @@ Request endSilence(Firmware& firmware) {
 
 Reply execute(Firmware& firmware, const Request& request) {
     Reply reply;
-    const ErrorText error = carryOut(firmware, request, reply);
+    const Lasting before = firmware.lasting;
+    ErrorText error = carryOut(firmware, request, reply);
+    if (firmware.lasting != before && !firmware.flash.folder.empty())
+        error = writeLasting(firmware);
+    if (error)
+        firmware.lasting = before;
     reply.text += error ? "VQX_ERROR " + *error + "\r\n" : "VQX_OK\r\n";
     return reply;
 }
@@ -173,18 +225,9 @@ std::string_view requestWord(const Request& request) {
 
 std::uint32_t burstChecksum(std::string_view bytes) {
     std::uint32_t sum = 0;
-    std::size_t at = 0;
-    for (; at + 4 <= bytes.size(); at += 4) {
-        std::uint32_t word = 0;
-        std::memcpy(&word, bytes.data() + at, 4);
-        sum += word;
-    }
-    if (at < bytes.size()) {
-        std::uint32_t word = 0xFFFFFFFF;
-        std::memcpy(&word, bytes.data() + at, bytes.size() - at);
-        sum += word;
-    }
-    return sum;
+    for (; bytes.size() >= 4; bytes.remove_prefix(4))
+        sum += littleEndian(bytes);
+    return bytes.empty() ? sum : sum + littleEndian(std::string(bytes).append(3, '\xFF'));
 }
 
 } // namespace vqxsim

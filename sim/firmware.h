@@ -34,6 +34,20 @@ struct Burst {
     std::string bytes;
 };
 
+/// USB identifiers.
+struct UsbIdentity {
+    std::uint16_t product = 0;
+    std::uint16_t vendor = 0;
+    bool operator==(const UsbIdentity&) const = default;
+};
+
+/// What the firmware remembers besides the flash when it is switched off.
+struct Lasting {
+    unsigned bootBank = 0;
+    std::optional<UsbIdentity> usbIdentity; ///< once programmed
+    bool operator==(const Lasting&) const = default;
+};
+
 /// The companion firmware: takes bytes, gives bytes, owns the memory. It knows no clock; callers tell it the
 /// time.
 struct Firmware {
@@ -44,9 +58,7 @@ struct Firmware {
 
     bool batchMode = false; ///< command lines are not repeated to the host
     unsigned debugOptions = 7;
-    unsigned bootBank = 0;
-    std::optional<std::pair<std::uint16_t, std::uint16_t>>
-        usbIdentity;              ///< product and vendor, once programmed
+    Lasting lasting;
     WeakCell* weakCell = nullptr; ///< not owned; applies to every flash command
 
     std::string line; ///< the command line that is arriving, cut at one character over the limit
@@ -74,10 +86,11 @@ struct Reply {
     std::chrono::microseconds busy{0}; ///< how long the firmware works before it answers
 };
 
-/// Makes `firmware` one that was just switched on. Fails when the folder of the memory cannot be used.
+/// Makes `firmware` one that was just switched on, with what the folder of its memory holds. Fails when the
+/// folder of the memory cannot be used.
 [[nodiscard]] ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config);
 
-/// Switches the firmware off and on again: flash and one-time memory stay, everything else is as at the
+/// Switches the firmware off and on again: flash and what else lasts stay, everything else is as at the
 /// start.
 void restartFirmware(Firmware& firmware);
 

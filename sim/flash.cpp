@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <set>
 
 namespace vqxsim {
@@ -52,14 +53,14 @@ std::uint8_t chooseBit(unsigned candidates, unsigned bit) {
 /// The offset and bit that the weak cell keeps among `length` bytes at `base`; `changes` tells which bits of
 /// a byte change.
 template <typename Changes>
-std::optional<std::pair<std::uint64_t, std::uint8_t>> keptBit(WeakCell* weak, std::uint64_t base,
-                                                              std::uint64_t length, Changes changes) {
-    if (weak == nullptr)
+std::optional<std::pair<std::size_t, std::uint8_t>> keptBit(WeakCell* weak, std::uint64_t base,
+                                                            std::size_t length, Changes changes) {
+    if (weak == nullptr || length == 0)
         return std::nullopt;
     const std::uint64_t first = weak->address ? *weak->address - base : weak->pick % length;
-    const std::uint64_t tries = weak->address ? 1 : length;
-    for (std::uint64_t i = 0; first < length && i < tries; ++i) {
-        const std::uint64_t offset = (first + i) % length;
+    const std::size_t tries = weak->address ? 1 : length;
+    for (std::size_t i = 0; first < length && i < tries; ++i) {
+        const auto offset = static_cast<std::size_t>((first + i) % length);
         const unsigned candidates = changes(offset);
         if (candidates != 0) {
             weak->struck = true;
@@ -97,6 +98,10 @@ void programPage(Bytes page, std::span<const std::uint8_t> data, std::uint8_t bl
 } // namespace
 
 ErrorText openFolder(Flash& flash) {
+    std::error_code code;
+    std::filesystem::create_directories(flash.folder, code);
+    if (code)
+        return flash.folder + ": " + code.message();
     std::set<std::string_view> names;
     std::uint64_t ready = 0;
     for (Region& region : flash.regions) {
@@ -151,12 +156,13 @@ ErrorText programFlash(Flash& flash, std::uint64_t address, std::span<const std:
     if (ErrorText error = useBytes(flash, address, data.size(), region, cells))
         return error;
     const std::uint8_t blank = region->spec.blank;
-    const auto kept = keptBit(weak, address, data.size(), [&](std::uint64_t i) {
+    const auto kept = keptBit(weak, address, data.size(), [&](std::size_t i) {
         return static_cast<std::uint8_t>((data[i] ^ blank) & ~(cells[i] ^ blank));
     });
-    for (std::size_t start = 0; start < data.size(); start += region->spec.page) {
-        const Bytes page = cells.subspan(start, region->spec.page);
-        const auto wanted = data.subspan(start, region->spec.page);
+    const auto pageSize = static_cast<std::size_t>(region->spec.page);
+    for (std::size_t start = 0; start < data.size(); start += pageSize) {
+        const Bytes page = cells.subspan(start, pageSize);
+        const auto wanted = data.subspan(start, pageSize);
         programPage(page, wanted, blank);
         if (std::memcmp(page.data(), wanted.data(), page.size()) != 0) {
             const auto differing =
@@ -194,18 +200,19 @@ ErrorText eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak) {
     Region* region = nullptr;
     if (ErrorText error = useRegion(flash, address, region))
         return error;
-    const RegionSpec& spec = region->spec;
-    const bool mayKeep = weak != nullptr && firstOther(*region->memory, spec.blank);
-    const Bytes cells = mayKeep ? touch(*region->memory, 0, spec.size) : Bytes();
-    const auto kept = keptBit(cells.empty() ? nullptr : weak, spec.base, spec.size, [&](std::uint64_t i) {
-        return static_cast<std::uint8_t>(cells[i] ^ spec.blank);
-    });
-    if (!fillMemory(*region->memory, 0, spec.size, spec.blank))
+    const std::uint8_t blank = region->spec.blank;
+    const std::uint64_t offset = address - region->spec.base;
+    const std::uint64_t length = region->spec.size - offset;
+    const bool mayKeep = weak != nullptr && firstOther(*region->memory, offset, blank);
+    const Bytes cells = mayKeep ? touch(*region->memory, offset, length) : Bytes();
+    const auto kept = keptBit(weak, address, cells.size(),
+                              [&](std::size_t i) { return static_cast<std::uint8_t>(cells[i] ^ blank); });
+    if (!fillMemory(*region->memory, offset, length, blank))
         return unusable(*region);
     if (kept) {
-        touch(*region->memory, kept->first, 1)[0] ^= kept->second;
+        touch(*region->memory, offset + kept->first, 1)[0] ^= kept->second;
         if (!weak->silent)
-            return formatText("Erase failed at 0x%08llx", shown(spec.base + kept->first));
+            return formatText("Erase failed at 0x%08llx", shown(address + kept->first));
     }
     return std::nullopt;
 }
@@ -216,14 +223,14 @@ ErrorText checkBlank(Flash& flash, std::uint64_t address) {
     Region* region = nullptr;
     if (ErrorText error = useRegion(flash, address, region))
         return error;
-    const auto other = firstOther(*region->memory, region->spec.blank);
+    const auto other = firstOther(*region->memory, address - region->spec.base, region->spec.blank);
     return other ? formatText("Not blank at 0x%08llx", shown(region->spec.base + *other)) : ErrorText();
 }
 
 ErrorText readFlash(Flash& flash, std::uint64_t address, std::uint64_t length,
                     std::vector<std::uint8_t>& bytes) {
     if (flash.nullMemory) {
-        bytes.assign(length, 0xFF);
+        bytes.assign(static_cast<std::size_t>(length), 0xFF);
         return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
     }
     Region* region = nullptr;

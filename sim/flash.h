@@ -40,8 +40,8 @@ struct WeakCell {
     bool struck = false; ///< set when a bit was kept
 };
 
-/// Opens the files of `flash.folder`, as far as they are small enough to be held ready. Fails when a region's
-/// name does not serve as a file name, two regions have the same, or a file cannot be used.
+/// Makes `flash.folder` and opens its files, as far as they are small enough to be held ready. Fails when a
+/// region's name does not serve as a file name, two regions have the same, or a file cannot be used.
 [[nodiscard]] ErrorText openFolder(Flash& flash);
 
 /// The first region that holds the address, none when it lies outside all.
@@ -60,10 +60,10 @@ struct WeakCell {
 /// Compares `data`, likewise, with the flash and fails with the first address that differs.
 [[nodiscard]] ErrorText verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data);
 
-/// Makes the region that holds the address blank; `weak`, when given, keeps one bit of it.
+/// Makes its region blank from the address on; `weak`, when given, keeps one bit of it.
 [[nodiscard]] ErrorText eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak);
 
-/// Fails with the first address of the region holding `address` that is not blank.
+/// Fails with the first address that is not blank, from `address` to the end of its region.
 [[nodiscard]] ErrorText checkBlank(Flash& flash, std::uint64_t address);
 
 /// Puts `length` bytes from the address on, which must lie in one region, into `bytes`.

@@ -17,6 +17,15 @@ constexpr Duration longestLateness = milliseconds(50);
 
 constexpr std::size_t fastRead = 0x10000;
 
+/// No time lies beyond it, so that sums never overflow.
+constexpr TimePoint farthest{std::chrono::hours(24 * 365 * 200)};
+
+TimePoint later(TimePoint time, Duration by, std::uint64_t times = 1) {
+    const Duration most = farthest - time;
+    const auto fit = by > Duration::zero() ? static_cast<std::uint64_t>(most / by) : times;
+    return times > fit ? farthest : time + by * static_cast<Duration::rep>(times);
+}
+
 Duration passage(const Link& link, std::uint64_t count) {
     if (link.speed.bytesPerSecond == 0)
         return Duration::zero();
@@ -34,10 +43,10 @@ void queueBytes(Link& link, Transmission transmission, TimePoint start) {
         return;
     transmission.pause += passage(link, transmission.step);
     const TimePoint begin = std::max(start, link.free);
-    transmission.due = begin + passage(link, transmission.step);
+    transmission.due = later(begin, passage(link, transmission.step));
     const std::uint64_t steps = (transmission.total - 1) / transmission.step;
     if (transmission.total != UINT64_MAX)
-        link.free = transmission.due + transmission.pause * static_cast<Duration::rep>(steps);
+        link.free = later(transmission.due, transmission.pause, steps);
     link.queue.push_back(std::move(transmission));
 }
 
@@ -57,7 +66,7 @@ bool isImitated(const Link& link) {
 }
 
 TimePoint carryBytes(Link& link, TimePoint now, std::size_t count) {
-    link.free = std::max(now - link.wakeUp - link.lateness, link.free) + passage(link, count);
+    link.free = later(std::max(now - link.wakeUp - link.lateness, link.free), passage(link, count));
     return link.free;
 }
 
@@ -75,10 +84,10 @@ std::size_t readLimit(const Link& link) {
 
 void queueAnswer(Link& link, const Outcome& outcome, TimePoint arrived) {
     const Exchange& exchange = outcome.exchange;
-    const TimePoint start = std::max(arrived, link.ready) + exchange.hang;
+    const TimePoint start = later(std::max(arrived, link.ready), exchange.hang);
     link.frozen = exchange.hang > Duration::zero() ? start : link.frozen;
-    link.ready = start + outcome.busy;
-    const TimePoint answered = link.ready + link.speed.latency + exchange.delay;
+    link.ready = later(start, outcome.busy);
+    const TimePoint answered = later(link.ready, link.speed.latency + exchange.delay);
     queueBytes(link, wholeText(exchange.answer, exchange.bytePause), answered);
     if (exchange.floodBytes > 0) {
         Transmission flood;
@@ -101,7 +110,8 @@ std::string_view dueBytes(const Link& link, TimePoint now) {
     const std::uint64_t inStep = first.step - first.sent % first.step;
     const std::uint64_t offset = first.sent % first.bytes.size();
     const std::uint64_t count = std::min({inStep, first.total - first.sent, first.bytes.size() - offset});
-    return std::string_view(first.bytes).substr(offset, count);
+    return std::string_view(first.bytes)
+        .substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
 }
 
 std::optional<Transmission> noteSent(Link& link, std::size_t count, TimePoint now) {
@@ -109,7 +119,7 @@ std::optional<Transmission> noteSent(Link& link, std::size_t count, TimePoint no
     first.sent += count;
     if (first.sent % first.step == 0 || first.sent == first.total) {
         link.lateness = isImitated(link) ? std::min(now - first.due, longestLateness) : Duration::zero();
-        first.due += first.pause;
+        first.due = later(first.due, first.pause);
     }
     if (first.sent < first.total)
         return std::nullopt;

@@ -32,11 +32,12 @@ ErrorText openLog(Log& log, const std::string& path) {
     return log.file ? std::nullopt : systemError(path);
 }
 
-void noteLine(Log& log, char direction, std::string_view text) {
+void noteLine(Log& log, char direction, std::string_view text, std::uint64_t exchange) {
     if (!log.file)
         return;
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - log.start;
-    std::fprintf(log.file.get(), "%.6f %c %s\n", time.count(), direction,
+    const std::string number = exchange > 0 ? std::to_string(exchange) + " " : "";
+    std::fprintf(log.file.get(), "%.6f %s%c %s\n", time.count(), number.c_str(), direction,
                  printable(text, shownLength).c_str());
     log.unflushed = true;
 }
@@ -46,7 +47,7 @@ void noteOutcome(Log& log, const Outcome& outcome) {
         return;
     const std::uint64_t number = outcome.exchange.number; // 0: no request was complete
     if (number > 0)
-        noteLine(log, '>', requestText(outcome.request));
+        noteLine(log, '>', requestText(outcome.request), number);
     for (const std::string& note : outcome.exchange.notes) {
         noteLine(log, '!',
                  number == 0 ? note

@@ -11,9 +11,10 @@ struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-/// The record of a conversation, one line per line of text: seconds since the start, a direction and the
-/// text. Directions are
-/// ">" from the host, "<" to the host, "!" for faults and "#" for the port.
+/// The record of a conversation, one line per line of text: seconds since the start, of a request the number
+/// of its exchange, a direction and the text. Directions are ">" from the host, "<" to the host, "!" for
+/// faults and
+/// "#" for the port.
 struct Log {
     std::unique_ptr<std::FILE, CloseFile> file; ///< none: nothing is kept
     TimePoint start;
@@ -22,8 +23,8 @@ struct Log {
 
 [[nodiscard]] ErrorText openLog(Log& log, const std::string& path);
 
-/// Notes one line.
-void noteLine(Log& log, char direction, std::string_view text);
+/// Notes one line, with the number of the exchange unless that is 0.
+void noteLine(Log& log, char direction, std::string_view text, std::uint64_t exchange = 0);
 
 /// Notes a request and what the faults did to its exchange.
 void noteOutcome(Log& log, const Outcome& outcome);

@@ -24,7 +24,7 @@ std::uint64_t blockLength(const SparseMemory& memory, std::size_t block) {
 
 bool touchBlock(SparseMemory& memory, std::size_t block) {
     const std::uint64_t start = block * blockSize;
-    const std::uint64_t length = blockLength(memory, block);
+    const auto length = static_cast<std::size_t>(blockLength(memory, block));
     if (memory.file) {
         // Writing to a mapping for which the disk has no room would end the process; this reports it instead.
         const int error =
@@ -46,8 +46,8 @@ void markFoundContent(SparseMemory& memory) {
     }
     off_t at = 0;
     while ((at = lseek(memory.file.get(), at, SEEK_DATA)) >= 0) {
-        const auto block = static_cast<std::uint64_t>(at) / blockSize;
-        memory.touched[block] = true;
+        const std::uint64_t block = static_cast<std::uint64_t>(at) / blockSize;
+        memory.touched[static_cast<std::size_t>(block)] = true;
         at = static_cast<off_t>((block + 1) * blockSize);
     }
 }
@@ -97,10 +97,14 @@ ErrorText openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill
     if (size == 0)
         return std::nullopt;
     const int kind = memory.file ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
-    void* const bytes = mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, memory.file.get(), 0);
+    const std::string amount = formatText("%llu bytes of memory", static_cast<unsigned long long>(size));
+    if (size > SIZE_MAX)
+        return amount + ": more than this host can address";
+    void* const bytes =
+        mmap(nullptr, static_cast<std::size_t>(size), PROT_READ | PROT_WRITE, kind, memory.file.get(), 0);
     if (bytes == MAP_FAILED)
-        return systemError(formatText("%llu bytes of memory", static_cast<unsigned long long>(size)));
-    memory.bytes = {static_cast<std::uint8_t*>(bytes), Unmap{size}};
+        return systemError(amount);
+    memory.bytes = {static_cast<std::uint8_t*>(bytes), Unmap{static_cast<std::size_t>(size)}};
     const auto blocks = static_cast<std::size_t>((size + blockSize - 1) / blockSize);
     memory.fillValue.assign(blocks, fill);
     memory.touched.assign(blocks, false);
@@ -114,7 +118,8 @@ ErrorText openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill
 std::span<std::uint8_t> touch(SparseMemory& memory, std::uint64_t offset, std::uint64_t length) {
     if (length == 0)
         return {};
-    for (std::uint64_t block = offset / blockSize; block <= (offset + length - 1) / blockSize; ++block)
+    const auto last = static_cast<std::size_t>((offset + length - 1) / blockSize);
+    for (auto block = static_cast<std::size_t>(offset / blockSize); block <= last; ++block)
         if (!memory.touched[block] && !touchBlock(memory, block))
             return {};
     return {memory.bytes.get() + offset, static_cast<std::size_t>(length)};
@@ -141,20 +146,22 @@ bool fillMemory(SparseMemory& memory, std::uint64_t offset, std::uint64_t length
     return true;
 }
 
-std::optional<std::uint64_t> firstOther(const SparseMemory& memory, std::uint8_t value) {
-    for (std::size_t block = 0; block < memory.touched.size(); ++block) {
-        const std::uint64_t start = block * blockSize;
-        if (!memory.touched[block]) {
-            if (memory.fillValue[block] != value)
-                return start;
-            continue;
+std::optional<std::uint64_t> firstOther(const SparseMemory& memory, std::uint64_t offset,
+                                        std::uint8_t value) {
+    while (offset < memory.size) {
+        const auto block = static_cast<std::size_t>(offset / blockSize);
+        const std::uint64_t next = block * blockSize + blockLength(memory, block);
+        if (!memory.touched[block] && memory.fillValue[block] != value)
+            return offset;
+        if (memory.touched[block]) {
+            const std::uint8_t* const begin = memory.bytes.get() + offset;
+            const std::uint8_t* const end = memory.bytes.get() + next;
+            const std::uint8_t* const other =
+                std::find_if(begin, end, [=](std::uint8_t byte) { return byte != value; });
+            if (other != end)
+                return offset + static_cast<std::uint64_t>(other - begin);
         }
-        const std::uint8_t* const begin = memory.bytes.get() + start;
-        const std::uint8_t* const end = begin + blockLength(memory, block);
-        const std::uint8_t* const other =
-            std::find_if(begin, end, [=](std::uint8_t b) { return b != value; });
-        if (other != end)
-            return start + static_cast<std::uint64_t>(other - begin);
+        offset = next;
     }
     return std::nullopt;
 }

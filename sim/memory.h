@@ -58,7 +58,8 @@ struct SparseMemory {
 [[nodiscard]] bool fillMemory(SparseMemory& memory, std::uint64_t offset, std::uint64_t length,
                               std::uint8_t value);
 
-/// The offset of the first byte that is not `value`, none when all are.
-[[nodiscard]] std::optional<std::uint64_t> firstOther(const SparseMemory& memory, std::uint8_t value);
+/// The first offset from `offset` on whose byte is not `value`, none when all are.
+[[nodiscard]] std::optional<std::uint64_t> firstOther(const SparseMemory& memory, std::uint64_t offset,
+                                                      std::uint8_t value);
 
 } // namespace vqxsim

@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "fault_settings.h"
+
 #include <algorithm>
 #include <array>
 #include <getopt.h>
@@ -10,6 +12,9 @@ namespace {
 
 /// Region numbers stay below this, so that sums of them never wrap.
 constexpr std::uint64_t regionNumberLimit = 0xFFFFFFFFF;
+
+/// The sums of a host have 32 bits: no region may reach this.
+constexpr std::uint64_t addressEnd = 1ULL << 32;
 
 struct RegionKey {
     std::string_view name;
@@ -77,6 +82,25 @@ ErrorText addRegion(Options& options, std::string_view text) {
     return std::nullopt;
 }
 
+/// Fails when a region ends where no host can reach, or has bytes of another.
+ErrorText checkRegions(std::vector<RegionSpec> regions) {
+    std::sort(regions.begin(), regions.end(),
+              [](const RegionSpec& a, const RegionSpec& b) { return a.base < b.base; });
+    const RegionSpec* before = nullptr;
+    for (const RegionSpec& region : regions) {
+        const std::string name = printable(region.name, 64);
+        if (region.base + region.size >= addressEnd)
+            return formatText(
+                "region '%s' ends at 0x%llx: a host, whose sums have 32 bits, reaches 0xfffffffe",
+                name.c_str(), static_cast<unsigned long long>(region.base + region.size));
+        if (before != nullptr && region.size > 0 && region.base < before->base + before->size)
+            return "regions '" + printable(before->name, 64) + "' and '" + name + "' overlap";
+        if (region.size > 0)
+            before = &region;
+    }
+    return std::nullopt;
+}
+
 /// Reads a number of at most `limit` for an option.
 ErrorText readNumber(std::string_view text, std::uint64_t limit, std::uint64_t& number) {
     const auto read = parseNumber(text);
@@ -128,7 +152,8 @@ constexpr auto optionRows = std::to_array<OptionRow>({
      addRegion},
     {"no-flash", nullptr, "a target without flash regions",
      [](Options& o, Text) { return setFlag(o.noFlash); }},
-    {"memory", "DIR", "keep each region in DIR/NAME.bin, visible to other programs at once",
+    {"memory", "DIR",
+     "keep each region in DIR/NAME.bin, visible to other programs at once, and boot bank and USB identifiers",
      [](Options& o, Text text) { return readPath(text, o.firmware.folder); }},
     {"null-memory", nullptr, "flash commands succeed without touching memory; bursts are checked, not stored",
      [](Options& o, Text) { return setFlag(o.firmware.nullMemory); }},
@@ -187,6 +212,11 @@ ErrorText readOptions(int argc, char** argv, Options& options) {
         return "--no-flash and --region exclude each other";
     if (!options.noFlash && options.firmware.regions.empty())
         options.firmware.regions = defaultRegions();
+    if (ErrorText error = checkRegions(options.firmware.regions))
+        return error;
+    for (const Fault& fault : options.faults)
+        if (ErrorText error = checkFault(fault, options.firmware))
+            return error;
     const bool comesBack = std::any_of(options.faults.begin(), options.faults.end(),
                                        [](const Fault& fault) { return fault.replug.has_value(); });
     if (comesBack && options.link.empty())
@@ -199,7 +229,7 @@ std::string helpText() {
         "Usage: vqxsim [options] [-- command [argument...]]\n"
         "\n"
         "Simulates a target on a pseudo-terminal. Prints the path of the device and serves until SIGINT, SIGTERM or SIGHUP;\n"
-        "with a command, runs it with each argument {} replaced by that path and ends with its exit status.\n"
+        "with a command, runs it with each {} replaced by that path and ends with its exit status.\n"
         "\n"
         "Options (numbers are decimal, or hexadecimal with 0x; in regions K and M stand for 1024 and 1024 * 1024):\n";
     for (const OptionRow& row : optionRows) {

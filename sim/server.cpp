@@ -65,8 +65,9 @@ ErrorText catchSignals(Server& server, sigset_t& before) {
 ErrorText startCommand(Server& server, std::vector<std::string> command, const sigset_t& mask) {
     std::vector<char*> words;
     for (std::string& word : command) {
-        if (word == "{}")
-            word = server.pty.path;
+        const std::string& path = server.pty.path;
+        for (std::size_t at = 0; (at = word.find("{}", at)) != std::string::npos; at += path.size())
+            word.replace(at, 2, path);
         words.push_back(word.data());
     }
     words.push_back(nullptr);
@@ -226,7 +227,8 @@ bool waitForEvents(Server& server, TimePoint now) {
     waits[1] = {server.signals.get(), POLLIN, 0};
     waits[2] = {server.pty.watch.get(), POLLIN, 0};
     const auto left = wake ? std::max(*wake - now, Duration::zero()).count() : 0;
-    const timespec time{static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
+    const timespec time{static_cast<time_t>(left / 1000000000),
+                        static_cast<decltype(timespec::tv_nsec)>(left % 1000000000)};
     const int events = ppoll(waits.data(), waits.size(), wake ? &time : nullptr, nullptr);
     if (events <= 0)
         return !forLog;
@@ -256,6 +258,13 @@ void serveLoop(Server& server) {
         sendOutput(server);
     }
     reportLog(server);
+}
+
+/// A run whose faults did not happen shows nothing about them.
+void nameIdleFaults(const Server& server) {
+    for (const Fault& fault : server.target.faults)
+        if (fault.struck == 0)
+            std::fprintf(stderr, "vqxsim: fault '%s' never struck\n", printable(fault.given, 200).c_str());
 }
 
 ErrorText prepare(Server& server, const Options& options) {
@@ -292,6 +301,7 @@ ErrorText serve(const Options& options, int& status) {
     if (!error) {
         prctl(PR_SET_TIMERSLACK, 1); // not before the command was started, which would inherit it
         serveLoop(server);
+        nameIdleFaults(server);
     }
     removeLink(server.pty, server.linkPath);
     status = server.status;

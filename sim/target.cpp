@@ -22,8 +22,7 @@ void judgeBurst(Target& target) {
         Exchange exchange = beginExchange(target, "burst");
         exchange.burstLength = target.firmware.burst->length;
         strikeFaults(target.faults, FaultPhase::burst, exchange, target.random);
-        target.byteFault = exchange.byteFault;
-        target.notes = std::move(exchange.notes);
+        target.byteFault = std::move(exchange.byteFault);
     }
 }
 
@@ -46,7 +45,8 @@ Outcome carryOut(Target& target, Request request) {
         outcome.busy = reply.busy;
         settleWeakCell(exchange);
     }
-    strikeFaults(target.faults, FaultPhase::answer, exchange, target.random);
+    if (!exchange.unplug)
+        strikeFaults(target.faults, FaultPhase::answer, exchange, target.random);
     return outcome;
 }
 
@@ -64,12 +64,15 @@ std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Requ
     if (!target.byteFault)
         return collectRequest(target.firmware, bytes, request);
     if (target.byteFault->offset > 0) {
-        bytes = bytes.substr(0, target.byteFault->offset);
+        bytes = bytes.substr(
+            0, static_cast<std::size_t>(std::min<std::uint64_t>(target.byteFault->offset, bytes.size())));
         target.byteFault->offset -= bytes.size();
         return collectRequest(target.firmware, bytes, request);
     }
-    const ByteFault fault = *target.byteFault;
+    const ByteFault fault = *std::move(target.byteFault);
     target.byteFault.reset();
+    ++fault.source->struck;
+    target.notes.push_back(fault.note);
     if (fault.kind == ByteFault::Kind::lose)
         return 1;
     const char byte = static_cast<char>(bytes[0] ^ (fault.kind == ByteFault::Kind::flip ? fault.mask : 0));
@@ -83,7 +86,8 @@ std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outc
     judgeBurst(target);
     Fault* const unplug = nextUnplug(target);
     if (unplug != nullptr)
-        bytes = bytes.substr(0, *unplug->byte - target.received);
+        bytes = bytes.substr(0, static_cast<std::size_t>(
+                                    std::min<std::uint64_t>(*unplug->byte - target.received, bytes.size())));
     std::optional<Request> request;
     const std::size_t taken = passBytes(target, bytes, request);
     target.received += taken;

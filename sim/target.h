@@ -13,7 +13,7 @@ struct Target {
     std::uint64_t received = 0;         ///< bytes taken so far
     bool burstJudged = false;           ///< the faults have looked at the burst that is arriving
     std::optional<ByteFault> byteFault; ///< lies ahead in the burst that is arriving
-    std::vector<std::string> notes;     ///< of faults whose exchange has not ended yet
+    std::vector<std::string> notes;     ///< of byte faults whose exchange has not ended yet
 };
 
 /// What one request led to.

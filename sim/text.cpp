@@ -1,5 +1,6 @@
 #include "text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdarg>
@@ -48,6 +49,17 @@ std::optional<std::uint64_t> parseHexadecimal(std::string_view word) {
 
 std::optional<std::uint64_t> parseNumber(std::string_view word) {
     return hasHexadecimalPrefix(word) ? parseDigits(word.substr(2), 16) : parseDigits(word, 10);
+}
+
+std::optional<std::uint64_t> parseFixed(std::string_view word, std::size_t decimals) {
+    const std::size_t point = std::min(word.find('.'), word.size());
+    const std::string_view fraction = word.substr(std::min(point + 1, word.size()));
+    if (word.size() < (point < word.size() ? 2 : 1) ||
+        fraction.find_first_not_of("0123456789") != std::string_view::npos)
+        return std::nullopt;
+    std::string digits(word.substr(0, point));
+    digits.append(fraction.substr(0, decimals)).resize(point + decimals, '0');
+    return parseDigits(digits, 10);
 }
 
 std::string_view trimmed(std::string_view text) {

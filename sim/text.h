@@ -23,6 +23,10 @@ using ErrorText = std::optional<std::string>;
 /// Reads a whole word as a number: hexadecimal with "0x", else decimal.
 [[nodiscard]] std::optional<std::uint64_t> parseNumber(std::string_view word);
 
+/// Reads a whole word as a decimal number that may have a fraction, multiplied by 10 to the power of
+/// `decimals`; further digits of the fraction are dropped.
+[[nodiscard]] std::optional<std::uint64_t> parseFixed(std::string_view word, std::size_t decimals);
+
 /// The text with blanks and tabs removed from both ends.
 [[nodiscard]] std::string_view trimmed(std::string_view text);
 

@@ -18,7 +18,7 @@ TEST(SimFaults, ChangeAnswers) {
         const char* fault;
         std::string answer; ///< to: print hi, print hi, version
     } cases[] = {
-        {"error,at=2,text=Bad luck", hi + "VQX_ERROR Bad luck\r\n" + version},
+        {"error,text=Bad, luck,at=2", hi + "VQX_ERROR Bad, luck\r\n" + version},
         {"error,command=version,status=VQX_FATAL,text=", hi + hi + "VQX_FATAL \r\n"},
         {"drop,at=3", hi + hi},
         {"cut,command=print,bytes=1", "hh" + version},
@@ -125,6 +125,29 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--fault", "drop,at=0"}, "option --fault: bad value in 'at=0'"},
         {{"--fault", "delay,ms=nan"}, "option --fault: bad value"},
         {{"--fault", "unplug,replug=1"}, "a device that is plugged in again needs --link"},
+        {{"--fault", "flip,command=burst", "--fault", "stuckerase,command=eraseFlash,addr=0x14000000"}, ""},
+        {{"--fault", "error,command=programpage"}, "option --fault: bad value in 'command=programpage'"},
+        {{"--fault", "flip,command=programPage"}, "option --fault: bad value"},
+        {{"--fault", "stuckprogram,command=eraseFlash"}, "option --fault: bad value"},
+        {{"--fault", "drop,count=0"}, "option --fault: bad value"},
+        {{"--fault", "drop,chance=0"}, "option --fault: bad value"},
+        {{"--fault", "unplug,byte=5,at=1"}, "option --fault: 'byte' says by itself"},
+        {{"--fault", "stuckprogram,addr=0x14400000"},
+         "fault 'stuckprogram,addr=0x14400000' can never strike"},
+        {{"--fault", "stuckerase", "--null-memory"}, "fault 'stuckerase' can never strike"},
+        {{"--fault", "stuckerase", "--no-flash"}, "fault 'stuckerase' can never strike"},
+        {{"--fault", "noise,bytes=endless"}, "option --fault: bad value"},
+        {{"--fault", "noise,bytes=0x1000001"}, "option --fault: bad value"},
+        {{"--fault", "flood,bytes=0x10000000001"}, "option --fault: bad value"},
+        {{"--fault", "hang,s=1000000.000001"}, "option --fault: bad value"},
+        {{"--fault", "hang,s=."}, "option --fault: bad value"},
+        {{"--fault", "error,text=a, b=c,sta=d"}, "option --fault: fault error has no setting 'sta'"},
+        {{"--region", "A,base=0xFFFFF000,size=0xFFF"}, ""},
+        {{"--region", "A,base=0xFFFFF000,size=0x1000"}, "region 'A' ends at 0x100000000"},
+        {{"--region", "B,base=0x1000,size=0", "--region", "A,size=0x1001", "--region",
+          "B,base=0x1001,size=1"},
+         ""},
+        {{"--region", "B,base=0x1000", "--region", "A,size=0x1001"}, "regions 'A' and 'B' overlap"},
     };
     for (const auto& c : cases) {
         std::vector<char*> words{const_cast<char*>("vqxsim")};

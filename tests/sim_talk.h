@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fault_settings.h"
 #include "target.h"
 
 #include <gtest/gtest.h>

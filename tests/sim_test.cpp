@@ -44,8 +44,8 @@ TEST(SimFirmware, AnswersCommands) {
         {"dump 20000072 3", "VQX_ERROR 0x3 bytes at 0x20000072 exceed memory ODD\r\n"},
         {"dump 10000000 ffffffffffffffff", "VQX_ERROR At most 0x100000 bytes at a time\r\n"},
         {"eraseFlash 0", "VQX_ERROR Address 0x00000000 is in no flash region\r\n"},
-        {"otp_ProgUSBID 0x1234 66", "VQX_OK\r\n"},
-        {"otp_ProgUSBID 4660 0x42", "VQX_OK\r\n"},
+        {"otp_ProgUSBID 0x1234 42", "VQX_OK\r\n"},
+        {"otp_ProgUSBID 1234 0x42", "VQX_OK\r\n"},
         {"otp_ProgUSBID 1 2",
          "VQX_ERROR USB identifiers are already programmed: product 0x1234, vendor 0x0042\r\n"},
     };
@@ -146,18 +146,21 @@ TEST(SimFlash, ProgramsLikeNor) {
                              static_cast<unsigned>(spec.base + 3), spec.blank ^ 0x31U, spec.blank ^ 0x11U));
         EXPECT_EQ(talk.line("blankCheck " + at),
                   formatText("VQX_ERROR Not blank at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3)));
-        EXPECT_EQ(talk.line(formatText("eraseFlash %x", static_cast<unsigned>(spec.base + spec.size - 1))),
-                  ok);
+        EXPECT_EQ(talk.line("eraseFlash " + at), ok);
         EXPECT_EQ(talk.line("blankCheck " + at), ok);
     }
 }
 
-TEST(SimFlash, ErasesOnlyTheRegionOfTheAddress) {
+TEST(SimFlash, ErasesFromTheAddressToTheEndOfItsRegion) {
     Talk talk;
-    talk.program(std::string(0x10, '\0'), "20000004 1");
-    talk.program(std::string(0x200, '\0'), "10000000 1");
-    EXPECT_EQ(talk.lines({"eraseFlash 10000fff", "blankCheck 10000000"}), ok + ok);
-    EXPECT_EQ(talk.line("blankCheck 20000010"), "VQX_ERROR Not blank at 0x20000004\r\n");
+    talk.program(std::string(0x70, '\0'), "20000004 7");
+    talk.program(std::string(0x1000, '\0'), "10000000 8");
+    EXPECT_EQ(talk.line("eraseFlash 10000401"), ok);
+    EXPECT_EQ(talk.line("blankCheck 10000000"), "VQX_ERROR Not blank at 0x10000000\r\n");
+    EXPECT_EQ(talk.line("blankCheck 10000400"), "VQX_ERROR Not blank at 0x10000400\r\n");
+    EXPECT_EQ(talk.line("blankCheck 10000401"), ok);
+    EXPECT_EQ(talk.line("dump 100003ff 3"), "100003ff: 00 00 ff\r\n" + ok);
+    EXPECT_EQ(talk.line("blankCheck 20000010"), "VQX_ERROR Not blank at 0x20000010\r\n");
 }
 
 TEST(SimFlash, ClaimsOfGigabytesCostNothing) {
@@ -171,9 +174,8 @@ TEST(SimFlash, ClaimsOfGigabytesCostNothing) {
 }
 
 TEST(SimFlash, KeepsRegionsInFiles) {
-    const std::string folder = testing::TempDir() + "sim_test_memory";
+    const std::string folder = testing::TempDir() + "sim_test/memory";
     std::filesystem::remove_all(folder);
-    std::filesystem::create_directory(folder);
     const auto content = [&] {
         std::ifstream file(folder + "/FLASH.bin", std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(file), {});
@@ -191,9 +193,15 @@ TEST(SimFlash, KeepsRegionsInFiles) {
         EXPECT_EQ(eraser.program(image, "10000000 1"), ok + ok + ok);
     }
     EXPECT_EQ(Talk({flashRegion}, folder).line("dump 10000000 5"), "10000000: 69 6d 61 67 65\r\n" + ok);
+    EXPECT_EQ(Talk({flashRegion}, folder).lines({"otp_ProgUSBID 66 77", "bootBank 1"}), ok + ok);
+    EXPECT_EQ(Talk({flashRegion}, folder).line("queryID").substr(46),
+              "USB vendor = 0x0077\r\nUSB product = 0x0066\r\nBoot bank = 1\r\n" + ok);
+    EXPECT_NE(Talk({flashRegion}, folder).line("otp_ProgUSBID 66 78"), ok);
     EXPECT_NE(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).error, std::nullopt) << "another size";
     EXPECT_NE(Talk({{"../FLASH"}}, folder).error, std::nullopt);
     EXPECT_NE(Talk({flashRegion, flashRegion}, folder).error, std::nullopt) << "one file for two regions";
+    std::ofstream(folder + "/board.txt") << "bootBank 2\n";
+    EXPECT_NE(Talk({flashRegion}, folder).error, std::nullopt) << "no such boot bank";
     std::filesystem::remove_all(folder);
 }
 

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "faults.h"
+
+namespace vqxsim {
+
+/// Reads "KIND[,setting=value...]" into `fault`. Fails with a text for the user, also for a fault that can
+/// never strike.
+[[nodiscard]] ErrorText readFault(std::string_view text, Fault& fault);
+
+/// Fails when the firmware is made in such a way that the fault can never strike.
+[[nodiscard]] ErrorText checkFault(const Fault& fault, const FirmwareConfig& firmware);
+
+/// The table of kinds and their settings, for the help text.
+[[nodiscard]] std::string faultHelp();
+
+} // namespace vqxsim
