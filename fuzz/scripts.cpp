@@ -82,7 +82,7 @@ bool isQuiet(const MemoryPort& port) {
 }
 
 /// What a successful command with a plain address promised: the target holds the image, or the region is
-/// blank.
+/// blank from there on.
 void checkPromise(std::string_view command) {
     std::vector<std::string> words;
     while (const auto word = secapp::nextWord(command))
@@ -100,10 +100,9 @@ void checkPromise(std::string_view command) {
     vqxsim::Flash& flash = memoryPort().firmware.flash;
     const vqxsim::Region* const region = vqxsim::findRegion(flash, *address);
     require(region != nullptr, "what succeeds has a region");
-    const std::uint64_t start = transfers ? *address : region->spec.base;
     std::vector<std::uint8_t> found;
-    const vqxsim::ErrorText error =
-        vqxsim::readFlash(flash, start, transfers ? image->size() : region->spec.size, found);
+    const vqxsim::ErrorText error = vqxsim::readFlash(
+        flash, *address, transfers ? image->size() : region->spec.base + region->spec.size - *address, found);
     require(!error, "an image lies in one region");
     if (transfers)
         require(std::equal(found.begin(), found.end(), image->begin(), image->end(),

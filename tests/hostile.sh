@@ -74,7 +74,7 @@ tool 255 "Cannot open verify file '%n%n'" verify '%n%n' MORVI
 region 255 'No matching memory found A' A,base=0,size=0 'program image A'
 region 255 'Memory A has no page size' A,base=0,page=0 'program image A'
 region 0 'Verified 16 bytes' A,base=0,buffer=0 'program image A; verify image A'
-region 255 'No matching memory found' A,base=0xfffff000,size=8192 'program image 0xfffff000'
+region 2 'sums have 32 bits' A,base=0xfffff000,size=8192 'program image 0xfffff000'
 region 0 'Verified 16 bytes' A,base=0,size=0xf0000000,buffer=0xe0000000 'program image A; verify image A'
 region 0 'Verified 16 bytes' "$(printf 'N%.0s' {1..5000}),base=0" 'program image 0; verify image 0'
 
