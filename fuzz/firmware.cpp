@@ -1,6 +1,6 @@
 #include "fuzz.h"
 
-#include "firmware.h"
+#include "firmware/firmware.h"
 
 #include <algorithm>
 #include <sstream>

@@ -1,6 +1,6 @@
 #include "options.h"
 
-#include "fault_settings.h"
+#include "faults/settings.h"
 
 #include <algorithm>
 #include <array>
@@ -78,7 +78,7 @@ ErrorText addRegion(Options& options, std::string_view text) {
     while (!text.empty())
         if (ErrorText error = setRegionKey(spec, cutAt(text, ',')))
             return error;
-    options.firmware.regions.push_back(std::move(spec));
+    options.service.firmware.regions.push_back(std::move(spec));
     return std::nullopt;
 }
 
@@ -154,25 +154,25 @@ constexpr auto optionRows = std::to_array<OptionRow>({
      [](Options& o, Text) { return setFlag(o.noFlash); }},
     {"memory", "DIR",
      "keep each region in DIR/NAME.bin, visible to other programs at once, and boot bank and USB identifiers",
-     [](Options& o, Text text) { return readPath(text, o.firmware.folder); }},
+     [](Options& o, Text text) { return readPath(text, o.service.firmware.folder); }},
     {"null-memory", nullptr, "flash commands succeed without touching memory; bursts are checked, not stored",
-     [](Options& o, Text) { return setFlag(o.firmware.nullMemory); }},
+     [](Options& o, Text) { return setFlag(o.service.firmware.nullMemory); }},
     {"program-time", "US", "programming a page takes so many microseconds",
-     [](Options& o, Text text) { return readTime(text, o.firmware.programTime); }},
+     [](Options& o, Text text) { return readTime(text, o.service.firmware.programTime); }},
     {"erase-time", "MS", "erasing a region takes so many milliseconds",
-     [](Options& o, Text text) { return readTime(text, o.firmware.eraseTime); }},
+     [](Options& o, Text text) { return readTime(text, o.service.firmware.eraseTime); }},
     {"rate", "BYTES", "a link of so many bytes per second, both directions together",
-     [](Options& o, Text text) { return readNumber(text, longestTime, o.speed.bytesPerSecond); }},
+     [](Options& o, Text text) { return readNumber(text, longestTime, o.service.speed.bytesPerSecond); }},
     {"latency", "US", "every answer comes so many microseconds later",
-     [](Options& o, Text text) { return readTime(text, o.speed.latency); }},
+     [](Options& o, Text text) { return readTime(text, o.service.speed.latency); }},
     {"log", "FILE", "write the conversation with times: > from the host, < to it, ! faults, # the port",
-     [](Options& o, Text text) { return readPath(text, o.log); }},
+     [](Options& o, Text text) { return readPath(text, o.service.log); }},
     {"fault", "KIND[,KEY=V...]", "something that goes wrong, repeatable; see below",
-     [](Options& o, Text text) { return readFault(text, o.faults.emplace_back()); }},
+     [](Options& o, Text text) { return readFault(text, o.service.faults.emplace_back()); }},
     {"seed", "N", "seed of everything random in the faults (1)",
-     [](Options& o, Text text) { return readNumber(text, UINT64_MAX, o.seed); }},
+     [](Options& o, Text text) { return readNumber(text, UINT64_MAX, o.service.seed); }},
     {"link", "PATH", "make PATH a symbolic link to the device while it serves",
-     [](Options& o, Text text) { return readPath(text, o.link); }},
+     [](Options& o, Text text) { return readPath(text, o.service.link); }},
     {"help", nullptr, "show this text", [](Options& o, Text) { return ask(o, Action::showHelp); }},
     {"version", nullptr, "show the version", [](Options& o, Text) { return ask(o, Action::showVersion); }},
 });
@@ -207,19 +207,19 @@ ErrorText readOptions(int argc, char** argv, Options& options) {
         if (const ErrorText error = chosen.set(options, optarg != nullptr ? optarg : ""))
             return formatText("option --%s: %s", chosen.name, error->c_str());
     }
-    options.command.assign(argv + optind, argv + argc);
-    if (options.noFlash && !options.firmware.regions.empty())
+    options.service.command.assign(argv + optind, argv + argc);
+    if (options.noFlash && !options.service.firmware.regions.empty())
         return "--no-flash and --region exclude each other";
-    if (!options.noFlash && options.firmware.regions.empty())
-        options.firmware.regions = defaultRegions();
-    if (ErrorText error = checkRegions(options.firmware.regions))
+    if (!options.noFlash && options.service.firmware.regions.empty())
+        options.service.firmware.regions = defaultRegions();
+    if (ErrorText error = checkRegions(options.service.firmware.regions))
         return error;
-    for (const Fault& fault : options.faults)
-        if (ErrorText error = checkFault(fault, options.firmware))
+    for (const Fault& fault : options.service.faults)
+        if (ErrorText error = checkFault(fault, options.service.firmware))
             return error;
-    const bool comesBack = std::any_of(options.faults.begin(), options.faults.end(),
+    const bool comesBack = std::any_of(options.service.faults.begin(), options.service.faults.end(),
                                        [](const Fault& fault) { return fault.replug.has_value(); });
-    if (comesBack && options.link.empty())
+    if (comesBack && options.service.link.empty())
         return "a device that is plugged in again needs --link";
     return std::nullopt;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "link.h"
+#include "port/server.h"
 
 namespace vqxsim {
 
@@ -10,14 +10,8 @@ enum class Action { serve, showHelp, showVersion };
 /// The command line of the simulator.
 struct Options {
     Action action = Action::serve;
-    FirmwareConfig firmware;
-    LinkSpeed speed;
-    std::vector<Fault> faults;
-    std::uint64_t seed = 1;           ///< of everything random in the faults
-    std::string log;                  ///< file for the conversation, empty for none
-    bool noFlash = false;             ///< the target has no regions
-    std::string link;                 ///< symbolic link to the device, empty for none
-    std::vector<std::string> command; ///< program to run and its arguments, empty for none
+    bool noFlash = false; ///< the target has no regions
+    Service service;
 };
 
 /// Reads the command line into `options`. Fails with a text for the user.

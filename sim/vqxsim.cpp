@@ -1,4 +1,4 @@
-#include "server.h"
+#include "options.h"
 
 #include <cstdio>
 #include <exception>
@@ -22,7 +22,7 @@ int run(int argc, char** argv) {
         return 0;
     }
     int status = 0;
-    if (const auto error = vqxsim::serve(options, status)) {
+    if (const auto error = vqxsim::serve(options.service, status)) {
         std::fprintf(stderr, "vqxsim: %s\n", error->c_str());
         return status != 0 ? status : usageStatus;
     }

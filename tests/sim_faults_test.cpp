@@ -1,7 +1,7 @@
 // What goes wrong on the way to the simulated target and back, the arithmetic of its link, and its options.
 
-#include "link.h"
 #include "options.h"
+#include "port/link.h"
 #include "sim_talk.h"
 
 namespace {

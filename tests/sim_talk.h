@@ -1,7 +1,7 @@
 #pragma once
 
-#include "fault_settings.h"
-#include "target.h"
+#include "faults/settings.h"
+#include "faults/target.h"
 
 #include <gtest/gtest.h>
 

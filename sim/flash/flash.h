@@ -1,9 +1,7 @@
 #pragma once
 
-#include "memory.h"
+#include "flash/memory.h"
 
-#include <chrono>
-#include <random>
 
 namespace vqxsim {
 

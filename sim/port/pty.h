@@ -1,6 +1,7 @@
 #pragma once
 
-#include "memory.h"
+#include "descriptor.h"
+#include "text.h"
 
 #include <chrono>
 

@@ -1,4 +1,4 @@
-#include "memory.h"
+#include "flash/memory.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -71,16 +71,6 @@ ErrorText openFile(SparseMemory& memory, const std::string& path, bool& found) {
 }
 
 } // namespace
-
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-}
-
-Descriptor::~Descriptor() {
-    if (number_ >= 0)
-        close(number_);
-}
 
 void Unmap::operator()(std::uint8_t* bytes) const {
     munmap(bytes, length);

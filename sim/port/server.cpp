@@ -1,7 +1,7 @@
-#include "server.h"
+#include "port/server.h"
 
-#include "log.h"
-#include "pty.h"
+#include "port/log.h"
+#include "port/pty.h"
 
 #include <algorithm>
 #include <array>
@@ -267,15 +267,15 @@ void nameIdleFaults(const Server& server) {
             std::fprintf(stderr, "vqxsim: fault '%s' never struck\n", printable(fault.given, 200).c_str());
 }
 
-ErrorText prepare(Server& server, const Options& options) {
-    server.link.speed = options.speed;
-    server.linkPath = options.link;
-    server.target.faults = options.faults;
-    server.target.random.seed(options.seed);
-    if (ErrorText error = startFirmware(server.target.firmware, options.firmware))
+ErrorText prepare(Server& server, const Service& service) {
+    server.link.speed = service.speed;
+    server.linkPath = service.link;
+    server.target.faults = service.faults;
+    server.target.random.seed(service.seed);
+    if (ErrorText error = startFirmware(server.target.firmware, service.firmware))
         return error;
-    if (!options.log.empty()) {
-        if (ErrorText error = openLog(server.log, options.log))
+    if (!service.log.empty()) {
+        if (ErrorText error = openLog(server.log, service.log))
             return error;
     }
     ErrorText error = plugIn(server);
@@ -286,17 +286,17 @@ ErrorText prepare(Server& server, const Options& options) {
 
 } // namespace
 
-ErrorText serve(const Options& options, int& status) {
+ErrorText serve(const Service& service, int& status) {
     Server server;
     sigset_t mask;
     if (ErrorText error = catchSignals(server, mask))
         return error;
-    ErrorText error = prepare(server, options);
-    if (!error && options.command.empty()) {
+    ErrorText error = prepare(server, service);
+    if (!error && service.command.empty()) {
         std::puts(server.pty.path.c_str());
         std::fflush(stdout);
     } else if (!error) {
-        error = startCommand(server, options.command, mask);
+        error = startCommand(server, service.command, mask);
     }
     if (!error) {
         prctl(PR_SET_TIMERSLACK, 1); // not before the command was started, which would inherit it

@@ -1,8 +1,7 @@
-#include "pty.h"
+#include "port/pty.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "link.h"
+#include "port/link.h"
 
 #include <cstdio>
 #include <memory>

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "faults.h"
+#include "faults/kinds.h"
+#include "firmware/firmware.h"
 
 namespace vqxsim {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "faults.h"
+#include "faults/kinds.h"
 
 namespace vqxsim {
 

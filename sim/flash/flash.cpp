@@ -1,4 +1,4 @@
-#include "flash.h"
+#include "flash/flash.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "firmware.h"
+#include "firmware/state.h"
 
 #include <random>
 

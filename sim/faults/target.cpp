@@ -1,4 +1,6 @@
-#include "target.h"
+#include "faults/target.h"
+
+#include "firmware/firmware.h"
 
 #include <algorithm>
 

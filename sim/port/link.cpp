@@ -1,4 +1,4 @@
-#include "link.h"
+#include "port/link.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "target.h"
+#include "faults/target.h"
 
 #include <deque>
 

@@ -1,4 +1,4 @@
-#include "commands.h"
+#include "firmware/commands.h"
 
 #include <algorithm>
 #include <array>

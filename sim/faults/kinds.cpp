@@ -1,6 +1,5 @@
-#include "faults.h"
+#include "faults/kinds.h"
 
-#include <algorithm>
 #include <array>
 
 namespace vqxsim {

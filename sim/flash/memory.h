@@ -1,5 +1,6 @@
 #pragma once
 
+#include "descriptor.h"
 #include "text.h"
 
 #include <cstddef>
@@ -9,22 +10,6 @@
 #include <vector>
 
 namespace vqxsim {
-
-/// Closes a file descriptor when it goes out of use; -1 is none.
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(Descriptor&& other) noexcept : number_(other.number_) { other.number_ = -1; }
-    Descriptor& operator=(Descriptor&& other) noexcept;
-    ~Descriptor();
-
-    [[nodiscard]] int get() const { return number_; }
-    [[nodiscard]] explicit operator bool() const { return number_ >= 0; }
-
-private:
-    int number_ = -1;
-};
 
 /// Undoes a memory mapping of `length` bytes.
 struct Unmap {

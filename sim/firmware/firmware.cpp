@@ -1,6 +1,6 @@
-#include "firmware.h"
+#include "firmware/firmware.h"
 
-#include "commands.h"
+#include "firmware/commands.h"
 
 #include <algorithm>
 #include <cerrno>

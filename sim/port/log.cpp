@@ -1,4 +1,6 @@
-#include "log.h"
+#include "port/log.h"
+
+#include "firmware/firmware.h"
 
 #include <algorithm>
 

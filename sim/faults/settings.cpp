@@ -1,6 +1,6 @@
-#include "fault_settings.h"
+#include "faults/settings.h"
 
-#include "commands.h"
+#include "firmware/commands.h"
 
 #include <algorithm>
 #include <array>
