@@ -16,6 +16,8 @@ syntax match secappComment /#[^;]*/ contained contains=secappTodo,@Spell
 syntax match secappRaw /@[^;]*/ contained
 syntax keyword secappTodo TODO FIXME XXX contained
 
+" Of several matches the last one counts, so the unknown word comes first.
+syntax match secappOther /\k\+/ contained
 syntax keyword secappTool contained nextgroup=secappNothing
       \ program verify erase blankCheck setBoot setVidPid delay pause timer version targetInfo queryFlash download
 syntax match secappTool /\<var[^ \t;=]*/ contained
@@ -25,7 +27,6 @@ syntax keyword secappTextWord echo print contained
 syntax keyword secappTarget contained
       \ batchmode bootBank databurst dataPacket dataSet DebugOptions dump eraseFlash help helpadvanced otp_ProgUSBID
       \ programPage queryID queryMORVI queryPart readWord verifyPage
-syntax match secappOther /\k\+/ contained
 
 syntax match secappVariable /\[[^][;]\+\]/ containedin=secappRaw
 syntax match secappOption /\%(\s\)\@1<=+\%(c\|i\|w1\|w2\|w4\)\>/
