@@ -2,14 +2,16 @@
 
 add_library(secapp_options INTERFACE)
 target_compile_options(secapp_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+# Files of any size and dates after 2038, on 32-bit hosts too.
+target_compile_definitions(secapp_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 if(SECAPP_WERROR)
   target_compile_options(secapp_options INTERFACE -Werror)
 endif()
 
 if(SECAPP_SANITIZE)
   target_compile_options(secapp_options INTERFACE
-    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  target_link_options(secapp_options INTERFACE -fsanitize=address,undefined)
+    -fsanitize=${SECAPP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(secapp_options INTERFACE -fsanitize=${SECAPP_SANITIZE})
 else()
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
   target_compile_options(secapp_options INTERFACE

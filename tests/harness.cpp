@@ -23,24 +23,23 @@ const char* const twoRegions =
     "VQX_OK\n";
 
 struct Board::Thread {
-    Board& board;
-    int master;
+    std::atomic<int> master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     int slave = -1; // kept open, so that the device outlives each run
     std::atomic<bool> stop = false;
-    std::mutex mutex;
+    std::atomic<bool> deaf = false;
+    std::mutex mutex; // guards all that follows
+    Manners manners;
     std::string received;
     std::string pending;
     std::string lines;
     std::vector<std::string> bursts;
     std::size_t burstLeft = 0;
     int attempts = 0;
-    bool deaf = false;
     bool babbling = true;
     std::thread worker;
 
-    explicit Thread(Board& b) : board(b), master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {}
-
-    void startOver() {
+    void startOver(const Manners& next) {
+        manners = next;
         received.clear();
         pending.clear();
         lines.clear();
@@ -76,25 +75,25 @@ struct Board::Thread {
         }
         deaf = answer.style == Answer::Style::deaf;
         if (answer.style == Answer::Style::hangUp) {
-            close(std::exchange(master, -1));
+            close(master.exchange(-1));
             stop = true;
         }
     }
 
     Answer answerTo(const std::string& line) {
-        if (board.on)
-            if (const auto answer = board.on(line))
+        if (manners.on)
+            if (const auto answer = manners.on(line))
                 return *answer;
         const std::string whole = line.substr(0, line.find_last_not_of(' ') + 1);
         for (const auto& key : {whole, whole.substr(0, whole.find(' '))})
-            if (const auto found = board.answers.find(key); found != board.answers.end())
+            if (const auto found = manners.answers.find(key); found != manners.answers.end())
                 return found->second;
         return "VQX_OK\n";
     }
 
     Answer handshake(const std::string& token) {
-        if (board.onHandshake)
-            return board.onHandshake(++attempts, token);
+        if (manners.onHandshake)
+            return manners.onHandshake(++attempts, token);
         return "=print " + token + "\n" + token + "\nVQX_OK\n";
     }
 
@@ -139,12 +138,21 @@ struct Board::Thread {
         return answerTo(line);
     }
 
+    // Whether more of it follows.
+    bool babbles() {
+        const std::lock_guard lock(mutex);
+        if (!babbling || manners.babble.empty())
+            return false;
+        [[maybe_unused]] const ssize_t ignored =
+            ::write(master, manners.babble.data(), manners.babble.size());
+        return true;
+    }
+
     void work() {
         while (!stop) {
             pollfd waiting{master, POLLIN, 0};
-            if (babbling && !board.babble.empty()) [[maybe_unused]]
-                const ssize_t ignored = ::write(master, board.babble.data(), board.babble.size());
-            if (deaf || poll(&waiting, 1, babbling && !board.babble.empty() ? 0 : 5) <= 0) {
+            const int patiencems = babbles() ? 0 : 5;
+            if (deaf || poll(&waiting, 1, patiencems) <= 0) {
                 pauseFor(deaf ? 5 : 0);
                 continue;
             }
@@ -170,7 +178,7 @@ struct Board::Thread {
     }
 };
 
-Board::Board() : thread_(std::make_unique<Thread>(*this)) {
+Board::Board() : thread_(std::make_unique<Thread>()) {
     const int master = thread_->master;
     if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
         throw std::runtime_error("no pseudo-terminal");
@@ -216,12 +224,15 @@ void Board::setSettings(const termios& settings) {
 }
 
 void Board::begin() {
-    if (thread_->worker.joinable()) {
-        const auto lock = thread_->settled();
-        thread_->startOver();
-    } else {
+    const bool running = thread_->worker.joinable();
+    const auto lock = running ? thread_->settled() : std::unique_lock(thread_->mutex);
+    thread_->startOver(*this);
+    if (!running)
         thread_->worker = std::thread([this] { thread_->work(); });
-    }
+}
+
+void Board::settle() {
+    const auto lock = thread_->settled();
 }
 
 namespace {
@@ -242,7 +253,11 @@ std::string contentOf(const std::filesystem::path& path) {
 
 } // namespace
 
-Secapp::Secapp() : folder(makeFolder()), capture_(makeFolder()) {}
+Secapp::Secapp() : folder(makeFolder()), capture_(makeFolder()) {
+    static const std::string path = SECAPP_FOLDER ":" VQXSIM_FOLDER ":" + std::string(getenv("PATH"));
+    setenv("PATH", path.c_str(), 1);
+    setenv("PORT", board.port().c_str(), 1);
+}
 
 Secapp::~Secapp() {
     std::filesystem::remove_all(folder);
@@ -252,10 +267,9 @@ Secapp::~Secapp() {
 Result Secapp::run(const std::string& shellCommand, const std::string& input, int limit) {
     board.begin();
     std::ofstream(capture_ / "in", std::ios::binary) << input;
-    const std::string command =
-        "cd '" + folder.string() + "' && exec <'" + (capture_ / "in").string() + "' >'" +
-        (capture_ / "out").string() + "' 2>'" + (capture_ / "err").string() + "'\nPORT=" + board.port() +
-        " PATH=" SECAPP_FOLDER ":" VQXSIM_FOLDER ":$PATH\nexport PATH\n" + shellCommand;
+    const std::string command = "cd '" + folder.string() + "' && exec <'" + (capture_ / "in").string() +
+                                "' >'" + (capture_ / "out").string() + "' 2>'" + (capture_ / "err").string() +
+                                "'\n" + shellCommand;
     const auto start = std::chrono::steady_clock::now();
     const pid_t child = fork();
     if (child == 0) {
@@ -275,6 +289,7 @@ Result Secapp::run(const std::string& shellCommand, const std::string& input, in
     waitpid(child, &status, 0);
 
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    board.settle();
     return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
             .out = contentOf(capture_ / "out"),
             .err = contentOf(capture_ / "err"),

@@ -28,16 +28,8 @@ struct Answer {
     Answer(std::string t, Style s = Style::atOnce, int ms = 0) : text(std::move(t)), style(s), delayms(ms) {}
 };
 
-/// A target on a pseudo-terminal, served by a thread of the test. It lets the tool gain control, answers
-/// every command line and bare CR with "VQX_OK", and takes the bytes of bursts; a test changes that before
-/// the run.
-class Board {
-public:
-    Board();
-    ~Board();
-    Board(const Board&) = delete;
-    Board& operator=(const Board&) = delete;
-
+/// How a target talks; a test changes it before a run.
+struct Manners {
     /// Answers by command line (without trailing blanks), else by its first word. Text sent with "@" has the
     /// key "@text", a bare CR the key "\r".
     std::map<std::string, Answer> answers;
@@ -49,6 +41,17 @@ public:
     std::function<Answer(int attempt, const std::string& token)> onHandshake;
     /// Sent over and over from the start until the first command arrives.
     std::string babble;
+};
+
+/// A target on a pseudo-terminal, served by a thread of the test. It lets the tool gain control, answers
+/// every command line and bare CR with "VQX_OK", and takes the bytes of bursts. Its manners count from the
+/// next run on.
+class Board : public Manners {
+public:
+    Board();
+    ~Board();
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
 
     /// Path of the device.
     [[nodiscard]] const std::string& port() const { return port_; }
@@ -62,8 +65,9 @@ public:
     /// The settings of the port as they are now, and new ones for it.
     [[nodiscard]] termios settings() const;
     void setSettings(const termios& settings);
-    /// Gets ready for a run; called by the fixture.
+    /// Gets ready for a run, and waits until all that a run has sent is taken in; called by the fixture.
     void begin();
+    void settle();
 
 private:
     struct Thread;

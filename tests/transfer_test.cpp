@@ -175,14 +175,14 @@ TEST_F(Transfer, TakesBufferAndFillByteFromTheRegion) {
             {"1", "1", "0x5a", ".", "dataSet 0 5a|dataPacket 0 5a5a5a61|" + page + "dataSet 0 5a|"},
             {"01000", "0x8000", "255", ".",
              "dataSet 2000 ff|dataPacket 0 ffffff61|" + page + "dataSet 2000 ff|"},
-#ifndef __SANITIZE_ADDRESS__
+#ifdef SECAPP_LIMIT_MEMORY
             {"512", "0x40000000", "255", ".",
              "dataSet 10000000 ff|dataPacket 0 ffffff61|" + page + "dataSet 10000000 ff|"},
 #endif
         }) {
         region("0x10000", c.page, c.buffer, c.blank);
         write("file", "a");
-#ifndef __SANITIZE_ADDRESS__
+#ifdef SECAPP_LIMIT_MEMORY
         const std::string limit = "ulimit -v 300000; ";
 #else
         const std::string limit;
