@@ -10,6 +10,9 @@ readonly build_needs=(c++:g++ cmake:cmake ninja:ninja-build)
 # shellcheck disable=SC2034
 readonly test_needs=(/usr/include/gtest/gtest.h:libgtest-dev python3:python3)
 # shellcheck disable=SC2034
+readonly package_needs=("${build_needs[@]}" /usr/share/build-essential:build-essential dh:debhelper
+    dpkg-buildpackage:dpkg-dev lintian:lintian)
+# shellcheck disable=SC2034
 readonly check_needs=(clang-format-14:clang-format-14 clang-tidy-14:clang-tidy-14 run-clang-tidy-14:clang-tidy-14
     cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc)
 
@@ -39,6 +42,19 @@ as_root() {
     fi
 }
 
+# install_packages PACKAGE...: what apt prints goes into out/apt.log, which is shown when it fails.
+install_packages() {
+    local log=$project_root/out/apt.log
+    mkdir -p "${log%/*}"
+    {
+        as_root apt-get update -qq &&
+            as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$@"
+    } >"$log" 2>&1 || {
+        cat "$log" >&2
+        die 1 "could not install $*"
+    }
+}
+
 # ensure NEED...: installs the packages of what is missing; touches nothing when all is there.
 ensure() {
     local need
@@ -54,8 +70,7 @@ ensure() {
     [[ $EUID -eq 0 ]] || command -v sudo >/dev/null ||
         die 1 "please install as root: apt-get install ${packages[*]}"
     say "Installing ${packages[*]}"
-    as_root apt-get update -qq
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends "${packages[@]}"
+    install_packages "${packages[@]}"
     for need in "$@"; do
         is_present "${need%:*}" || die 1 "${need%:*} is still missing after installing ${need#*:}"
     done
