@@ -22,7 +22,7 @@ struct PrefixEffect {
 };
 
 constexpr std::uint32_t allFlags = 0xFFFFFFFF;
-constexpr std::string_view prefixCharacters = "-!+%@?";
+constexpr std::string_view prefixCharacters = "#-!+%@?";
 constexpr PrefixEffect prefixEffects[] = {
     {'-', 0, 0},
     {'!', 0, 0},
@@ -70,14 +70,17 @@ std::optional<std::string> getScriptLine(ScriptSource& source, const char* devic
     return line;
 }
 
-ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText, std::uint32_t echoFlags) {
-    std::string_view text = trimwhitespace(commandText);
-    if (text.empty() || text.front() == '#')
-        return std::nullopt;
+PrefixedCommand splitPrefix(std::string_view piece) {
+    const std::string_view text = trimwhitespace(piece);
+    if (text.empty() || prefixCharacters.find(text.front()) == std::string_view::npos)
+        return {'\0', text};
+    return {text.front(), trimwhitespace(text.substr(1))};
+}
 
-    const char prefix = prefixCharacters.find(text.front()) != std::string_view::npos ? text.front() : '\0';
-    if (prefix != '\0')
-        text = trimwhitespace(text.substr(1));
+ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText, std::uint32_t echoFlags) {
+    const auto [prefix, text] = splitPrefix(commandText);
+    if (prefix == '#' || (prefix == '\0' && text.empty()))
+        return std::nullopt;
     if (prefix == '?' && text.empty())
         display_usage(runRecord.deviceName);
 

@@ -28,6 +28,14 @@ struct ScriptSource {
 /// The next line of the script, with its newline; none at its end. `deviceName` may be null.
 [[nodiscard]] std::optional<std::string> getScriptLine(ScriptSource& source, const char* deviceName);
 
+/// One piece of a script line without the white space around it: its prefix, "#" of a comment included, and
+/// what stands behind. The prefix is 0 when there is none.
+struct PrefixedCommand {
+    char prefix = '\0';
+    std::string_view command;
+};
+[[nodiscard]] PrefixedCommand splitPrefix(std::string_view piece);
+
 /// Runs one piece of a script line: applies its prefix, echoes it and processes the command. The open port
 /// stays in `runRecord`.
 [[nodiscard]] ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText,
