@@ -21,7 +21,7 @@ namespace secapp {
 /// Whether the text consists of hexadecimal digits, with or without "0x" in front; so does the empty text.
 [[nodiscard]] bool isNumeric(std::string_view text);
 
-/// What the evaluation is made of.
+// What these are made of.
 
 /// An expression that is being evaluated: where its regions come from, its text, and the place reached.
 struct Expression {

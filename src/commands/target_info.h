@@ -15,6 +15,8 @@ namespace secapp {
 [[nodiscard]] ErrorText queryFlashHandler(HandlerData& record, std::string_view text, std::string_view word,
                                           const HandlerEntry* entry);
 
+// What these are made of.
+
 /// Shows the part line; nothing when the target does not name its part.
 [[nodiscard]] ErrorText getPartInfo(HandlerData& record);
 

@@ -11,6 +11,8 @@ namespace secapp {
 /// The basic help with status 0.
 [[noreturn]] void display_usage(const char* deviceName);
 
+// What these are made of.
+
 /// The commands that the tool implements itself.
 void displayHandlerHelp();
 

@@ -115,6 +115,24 @@ void chooseSource(Options& options, int letter) {
     }
 }
 
+/// The echo-flag word after the letters of one `-e` option; `d` also switches debug traces on.
+std::uint32_t applyEchoLetters(const char* letters, std::uint32_t echoFlags) {
+    const std::string_view given = letters;
+    const auto has = [&](char letter) { return given.find(letter) != std::string_view::npos; };
+    if (has('d')) {
+        DEBUG = 1;
+        echoFlags = ECHO_DEBUG;
+    }
+    if (has('n'))
+        echoFlags |= ECHO_NOISY;
+    if (has('q'))
+        echoFlags = 0;
+    for (const EchoLetter& echo : echoLetters)
+        if (has(echo.letter))
+            echoFlags |= echo.bits;
+    return echoFlags;
+}
+
 void applyOption(Options& options, int letter) {
     switch (letter) {
     case 'a':
@@ -172,23 +190,6 @@ std::string joinWords(char** words, char** end) {
 }
 
 } // namespace
-
-std::uint32_t applyEchoLetters(const char* letters, std::uint32_t echoFlags) {
-    const std::string_view given = letters;
-    const auto has = [&](char letter) { return given.find(letter) != std::string_view::npos; };
-    if (has('d')) {
-        DEBUG = 1;
-        echoFlags = ECHO_DEBUG;
-    }
-    if (has('n'))
-        echoFlags |= ECHO_NOISY;
-    if (has('q'))
-        echoFlags = 0;
-    for (const EchoLetter& echo : echoLetters)
-        if (has(echo.letter))
-            echoFlags |= echo.bits;
-    return echoFlags;
-}
 
 Options parseOptions(int argc, char** argv) {
     // Options and words may be mixed, whatever the environment asks of the system's parser.

@@ -26,7 +26,4 @@ struct Options {
 /// the program.
 [[nodiscard]] Options parseOptions(int argc, char** argv);
 
-/// The echo-flag word after the letters of one `-e` option; `d` also switches debug traces on.
-[[nodiscard]] std::uint32_t applyEchoLetters(const char* letters, std::uint32_t echoFlags);
-
 } // namespace secapp

@@ -41,6 +41,8 @@ struct PrefixedCommand {
 [[nodiscard]] ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText,
                                          std::uint32_t echoFlags);
 
+// What these are made of.
+
 /// Confirms the command when pausing is on, substitutes the variables, finds the command's handler and runs
 /// it on a record of its own. `response` receives the answer lines that the target gave.
 [[nodiscard]] ErrorText processLine(HandlerData& runRecord, std::string_view commandText,

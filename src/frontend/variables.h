@@ -34,11 +34,6 @@ void addVariable(Variables& variables, std::string_view name, std::string_view v
 [[nodiscard]] std::optional<std::string> replaceVariables(const Variables& variables, std::string_view text);
 inline constexpr std::size_t substitutionLimit = std::size_t{64} * 1024 * 1024;
 
-/// The text with every occurrence of the pattern replaced, from left to right; inserted values are not
-/// searched again.
-[[nodiscard]] std::string replace_str(std::string_view text, std::string_view pattern,
-                                      std::string_view value);
-
 /// A definition "name=value" cut at its first "=" signs; the value ends at a further one. No name when there
 /// is nothing but "=" signs.
 struct Definition {
@@ -50,5 +45,12 @@ struct Definition {
 /// "var name=value".
 [[nodiscard]] ErrorText varHandler(HandlerData& record, std::string_view text, std::string_view word,
                                    const HandlerEntry* entry);
+
+// What these are made of.
+
+/// The text with every occurrence of the pattern replaced, from left to right; inserted values are not
+/// searched again.
+[[nodiscard]] std::string replace_str(std::string_view text, std::string_view pattern,
+                                      std::string_view value);
 
 } // namespace secapp

@@ -10,6 +10,8 @@ namespace secapp {
 /// failed.
 [[nodiscard]] int openSerialDevice(HandlerData& record);
 
+// What these are made of.
+
 /// Asks the target, on the record's open port, to print a number until that number comes back. On failure the
 /// port is restored and closed and the record is marked with `linkError`.
 [[nodiscard]] ErrorText getControl(HandlerData& record);

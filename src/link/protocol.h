@@ -40,7 +40,7 @@ int writeLineRaw(HandlerData& record, std::string_view text);
 /// later answer would be read for an earlier command.
 [[nodiscard]] ErrorText refuseLineBreaks(std::string_view text);
 
-/// What the above are made of.
+// What these are made of.
 
 /// Sends a command line ("=", the text, CR), or one with another prefix and suffix. Results as for
 /// `writeLineRaw`.

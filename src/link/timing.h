@@ -40,9 +40,6 @@ using TimePoint = Clock::time_point;
 /// The clock's current time, for differences.
 [[nodiscard]] timeval currentTime();
 
-/// result = x - y, normalised; `y` may be modified. Returns 1 when x is earlier than y, else 0.
-int timeval_subtract(timeval& result, const timeval& x, timeval& y);
-
 /// The time since `start`.
 [[nodiscard]] timeval elapsedSince(timeval start);
 
@@ -71,5 +68,10 @@ std::int32_t setReadlineEchoPeriod(std::int32_t seconds);
 /// Delay in µs before each command line, 0 for none.
 [[nodiscard]] std::uint32_t getAutoDelay();
 void setAutoDelay(std::uint32_t microseconds);
+
+// What these are made of.
+
+/// result = x - y, normalised; `y` may be modified. Returns 1 when x is earlier than y, else 0.
+int timeval_subtract(timeval& result, const timeval& x, timeval& y);
 
 } // namespace secapp

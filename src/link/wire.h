@@ -54,7 +54,7 @@ struct Answer {
 [[nodiscard]] Answer collectAnswer(HandlerData& record, int timeout,
                                    const std::optional<TimePoint>& until = {});
 
-/// What the two above are made of.
+// What these are made of.
 
 /// Writes a hex dump of the bytes to standard error, 16 to a line.
 void dumpBuffer(std::span<const std::uint8_t> bytes);

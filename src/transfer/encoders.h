@@ -30,12 +30,14 @@ void setBufferEncodeAlgorithm(std::uint32_t index);
 /// Writes a line for each encoder to standard output, the selected one marked.
 void listEncoderAlgorithms();
 
-/// The sum of the data's little-endian words, the missing bytes of a partial last word counted as 0xFF.
-[[nodiscard]] std::uint32_t calcChecksum(std::span<const std::uint8_t> data);
-
 /// Words per packet of the hex encoder, 1 to `maxWordsPerLine`; the front end checks the range.
 inline constexpr std::uint32_t maxWordsPerLine = 64;
 [[nodiscard]] std::uint32_t getWordsPerLine();
 void setWordsPerLine(std::uint32_t words);
+
+// What these are made of.
+
+/// The sum of the data's little-endian words, the missing bytes of a partial last word counted as 0xFF.
+[[nodiscard]] std::uint32_t calcChecksum(std::span<const std::uint8_t> data);
 
 } // namespace secapp

@@ -12,13 +12,6 @@ namespace secapp {
 /// word.
 inline constexpr std::size_t checkedImageSize = 32;
 
-/// The check word for the first seven words of the data.
-[[nodiscard]] std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image);
-
-/// Reads a word of the target's memory; the exchange must be the first on this record. An error when the
-/// answer does not begin with a hexadecimal number.
-[[nodiscard]] ErrorText readWord(HandlerData& record, std::uint32_t address, std::uint32_t& value);
-
 /// An error for an image whose first chunk, of at most `chunkSize` bytes, would not hold its check word.
 /// `imageSize` in bytes, none when it is not known beforehand.
 [[nodiscard]] ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64_t>& imageSize);
@@ -28,5 +21,14 @@ inline constexpr std::size_t checkedImageSize = 32;
 /// word stays as it is.
 [[nodiscard]] ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::uint32_t address,
                                       std::span<std::uint8_t> chunk, std::size_t length);
+
+// What these are made of.
+
+/// The check word for the first seven words of the data.
+[[nodiscard]] std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image);
+
+/// Reads a word of the target's memory; the exchange must be the first on this record. An error when the
+/// answer does not begin with a hexadecimal number.
+[[nodiscard]] ErrorText readWord(HandlerData& record, std::uint32_t address, std::uint32_t& value);
 
 } // namespace secapp

@@ -4,6 +4,7 @@
 #include "support/streams.h"
 
 #include <algorithm>
+#include <new>
 
 namespace secapp {
 namespace {
@@ -32,7 +33,11 @@ std::int64_t readBuffer(std::vector<std::uint8_t>& chunk, std::uint32_t count, T
     if (source.stream == nullptr) {
         // Zeros, because the bytes of an incomplete last item are not written; one item may reach beyond the
         // count.
-        chunk.assign(std::min(count, source.fillRemaining) + sizeof source.fillValue, 0);
+        const std::uint64_t size =
+            std::uint64_t{std::min(count, source.fillRemaining)} + sizeof source.fillValue;
+        if (size > chunk.max_size())
+            throw std::bad_alloc();
+        chunk.assign(static_cast<std::size_t>(size), 0);
         return fillBuffer(chunk, count, source);
     }
     std::size_t filled = 0;

@@ -19,27 +19,29 @@ using BufferFullCallback = ErrorText (*)(HandlerData& record, TransferDescriptor
 [[nodiscard]] std::int64_t readBuffer(std::vector<std::uint8_t>& chunk, std::uint32_t count,
                                       TransferSource& source);
 
-/// Produces the next `count` bytes of a fill, rounded up to a multiple of its width, as far as it reaches;
-/// returns their number, -1 for a bad width or while 2^31 bytes or more still remain after it. Bytes of an
-/// incomplete last item are left as they are. `buffer` holds that rounded count, or all of a shorter fill.
-[[nodiscard]] std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count,
-                                      TransferSource& source);
-
 /// Resets the target's transfer buffer.
 [[nodiscard]] ErrorText downloadBufferOverflowCallback(HandlerData& record, TransferDescriptor& descriptor);
 
 /// Has the target program or verify the pages staged since the last call, then resets its transfer buffer.
 [[nodiscard]] ErrorText commonBufferOverflowCallback(HandlerData& record, TransferDescriptor& descriptor);
 
+/// The limit set for transfers, in bytes; below 1 the command's own default applies. Once read, a negative
+/// setting (not given) is 0.
+void setMaxTransferBufferSize(std::uint32_t bytes);
+[[nodiscard]] std::int32_t getMaxTransferBufferSize();
+
+// What these are made of.
+
+/// Produces the next `count` bytes of a fill, rounded up to a multiple of its width, as far as it reaches;
+/// returns their number, -1 for a bad width or while 2^31 bytes or more still remain after it. Bytes of an
+/// incomplete last item are left as they are. `buffer` holds that rounded count, or all of a shorter fill.
+[[nodiscard]] std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count,
+                                      TransferSource& source);
+
 /// Fills the part of the target's transfer buffer in use with the fill byte.
 [[nodiscard]] ErrorText clearTargetBuffer(HandlerData& record, const TransferDescriptor& descriptor);
 
 /// Writes a progress dot to standard error.
 void stdProgressHandler(HandlerData& record);
-
-/// The limit set for transfers, in bytes; below 1 the command's own default applies. Once read, a negative
-/// setting (not given) is 0.
-void setMaxTransferBufferSize(std::uint32_t bytes);
-[[nodiscard]] std::int32_t getMaxTransferBufferSize();
 
 } // namespace secapp
