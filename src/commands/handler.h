@@ -22,11 +22,11 @@ struct HandlerEntry {
     /// Null in the last row, which matches every word.
     const char* name;
     const char* description;
-    const char* argumentHelp;
-    bool showInHelp;
+    const char* argumentHelp = "";
+    bool showInHelp = true;
     /// 0: the whole word must equal `name`; N: only the first N characters are compared. Both without regard
     /// to case.
-    std::uint32_t matchLength;
+    std::uint32_t matchLength = 0;
     CommandHandler handler;
 };
 
