@@ -254,7 +254,7 @@ std::string contentOf(const std::filesystem::path& path) {
 } // namespace
 
 Secapp::Secapp() : folder(makeFolder()), capture_(makeFolder()) {
-    static const std::string path = SECAPP_FOLDER ":" VQXSIM_FOLDER ":" + std::string(getenv("PATH"));
+    static const std::string path = SECAPP_PROGRAMS ":" + std::string(getenv("PATH"));
     setenv("PATH", path.c_str(), 1);
     setenv("PORT", board.port().c_str(), 1);
 }

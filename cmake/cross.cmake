@@ -1,0 +1,24 @@
+# Toolchain file for SECAPP_ARCHITECTURE, an architecture by Debian's name, with Debian's cross compiler. What is built is
+# static, so that it runs without that architecture's libraries: i386 as it is, the others in qemu's user emulation.
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES SECAPP_ARCHITECTURE)
+
+set(i386 i686-linux-gnu)
+set(armhf arm-linux-gnueabihf qemu-arm)
+set(arm64 aarch64-linux-gnu qemu-aarch64)
+set(riscv64 riscv64-linux-gnu qemu-riscv64)
+set(s390x s390x-linux-gnu qemu-s390x)
+list(POP_FRONT ${SECAPP_ARCHITECTURE} triplet emulator)
+
+set(CMAKE_SYSTEM_NAME Linux)
+string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR "${triplet}")
+set(CMAKE_C_COMPILER ${triplet}-gcc)
+set(CMAKE_CXX_COMPILER ${triplet}-g++)
+set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
+set(CMAKE_FIND_ROOT_PATH /usr/${triplet})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+if(emulator)
+  set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/${emulator})
+endif()
