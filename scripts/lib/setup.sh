@@ -10,11 +10,20 @@ readonly build_needs=(c++:g++ cmake:cmake ninja:ninja-build)
 # shellcheck disable=SC2034
 readonly test_needs=(/usr/include/gtest/gtest.h:libgtest-dev python3:python3)
 # shellcheck disable=SC2034
+readonly cross_needs=(cmake:cmake ninja:ninja-build /usr/src/googletest:googletest python3:python3
+    qemu-s390x:qemu-user)
+# The cross compiler of each architecture, as a need.
+# shellcheck disable=SC2034
+readonly -A compilers=([i386]=i686-linux-gnu-g++:g++-i686-linux-gnu
+    [armhf]=arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf [arm64]=aarch64-linux-gnu-g++:g++-aarch64-linux-gnu
+    [riscv64]=riscv64-linux-gnu-g++:g++-riscv64-linux-gnu [s390x]=s390x-linux-gnu-g++:g++-s390x-linux-gnu)
+# shellcheck disable=SC2034
 readonly package_needs=("${build_needs[@]}" /usr/share/build-essential:build-essential dh:debhelper
     dpkg-buildpackage:dpkg-dev lintian:lintian)
 # shellcheck disable=SC2034
-readonly check_needs=(clang-format-14:clang-format-14 clang-tidy-14:clang-tidy-14 run-clang-tidy-14:clang-tidy-14
-    cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc)
+readonly check_needs=(clang++-14:clang-14 /usr/lib/llvm-14/include/c++:libc++-14-dev
+    /usr/lib/llvm-14/lib/libc++abi.so:libc++abi-14-dev clang-format-14:clang-format-14 clang-tidy-14:clang-tidy-14
+    run-clang-tidy-14:clang-tidy-14 cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc)
 
 say() {
     printf '==> %s\n' "$*"
@@ -82,8 +91,8 @@ build() {
     shift
     say "Building the preset $preset into out/$preset"
     (
-        cd "$project_root" || exit
-        cmake --preset "$preset" >/dev/null
-        cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+        cd "$project_root" &&
+            cmake --preset "$preset" >/dev/null &&
+            cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
     )
 }
