@@ -4,6 +4,8 @@
 #include "port/link.h"
 #include "sim_talk.h"
 
+#include <algorithm>
+
 namespace {
 
 using namespace vqxsim;
@@ -44,6 +46,35 @@ TEST(SimFaults, ChangeAnswers) {
     EXPECT_EQ(flooded.last.exchange.hang, seconds(2));
 }
 
+TEST(SimFaults, MeetInTheOrderGiven) {
+    const std::string hi = "hi\r\nVQX_OK\r\n";
+    const struct {
+        std::vector<const char*> faults;
+        std::string answer;  ///< to: print hi, print hi
+        std::int64_t struck; ///< how many of the faults
+    } cases[] = {
+        {{"flood,at=1", "drop,at=1"}, hi, 2},
+        {{"drop,at=1", "flood,at=1,bytes=4"}, "\r\n" + hi, 2},
+        {{"flood,at=1", "cut,at=1,bytes=2"}, "hi" + hi, 2},
+        {{"drop", "delay", "split", "cut", "noend", "ends"}, "", 1},
+        {{"error,at=1,text=a", "error,at=1,text=b"}, "VQX_ERROR a\r\nVQX_ERROR b\r\n", 2},
+        {{"unplug,at=1", "drop,at=1"}, hi, 2},
+        {{"hang,s=0", "flood,bytes=0", "noise,bytes=0,lines=0", "cut,bytes=12", "ends,with=CRLF",
+          "delay,ms=0"},
+         hi + hi,
+         0},
+    };
+    for (const auto& c : cases) {
+        Talk talk;
+        for (const char* text : c.faults)
+            EXPECT_EQ(readFault(text, talk.target.faults.emplace_back()), std::nullopt) << text;
+        EXPECT_EQ(talk.say("=print hi\r=print hi\r"), c.answer) << c.faults[0];
+        const auto struck = std::count_if(talk.target.faults.begin(), talk.target.faults.end(),
+                                          [](const Fault& fault) { return fault.struck > 0; });
+        EXPECT_EQ(struck, c.struck) << c.faults[0];
+    }
+}
+
 TEST(SimFaults, ErrorsKeepTheCommandFromRunning) {
     Talk talk({"error,command=databurst,count=1", "error,command=programPage"});
     EXPECT_EQ(talk.lines({"databurst 4 0 0", "print 1"}), "VQX_ERROR Injected error\r\n1\r\n" + ok);
@@ -63,6 +94,13 @@ TEST(SimFaults, HitBurstsOnTheirWay) {
     EXPECT_EQ(takeSilence(lose.target).exchange.answer, "VQX_ERROR Burst given up after 7 of 8 bytes\r\n");
     Talk twice({"double,offset=7"});
     EXPECT_EQ(twice.say(good + next), ok + ok + "VQX_ERROR Unknown command h=print\r\n");
+    Talk behind({"flip,offset=8", "lose,offset=0x1000000000000"});
+    EXPECT_EQ(behind.say(good), ok + ok) << "the burst has no such byte";
+    EXPECT_EQ(behind.target.faults[0].struck + behind.target.faults[1].struck, 0U);
+    Talk broken({"flip,offset=3"});
+    broken.say(good.substr(0, good.size() - 6));
+    EXPECT_EQ(takeSilence(broken.target).exchange.answer, "VQX_ERROR Burst given up after 2 of 8 bytes\r\n");
+    EXPECT_EQ(broken.target.faults[0].struck, 0U) << "the byte never came";
     Talk random({"flip"});
     for (int i = 0; i < 20; ++i)
         EXPECT_NE(random.say(good), ok + ok);
@@ -76,6 +114,14 @@ TEST(SimFaults, KeepBitsOfFlashCells) {
     EXPECT_EQ(seen.line("eraseFlash 10000000").substr(0, 29), "VQX_ERROR Erase failed at 0x1");
     EXPECT_NE(seen.line("blankCheck 10000000"), ok);
     EXPECT_EQ(seen.lines({"eraseFlash 10000000", "blankCheck 10000000"}), ok + ok);
+    Talk second({"stuckprogram,addr=0x10000207,bit=0"});
+    EXPECT_EQ(second.program(zeros + zeros, "10000000 2"),
+              ok + ok + "VQX_ERROR Program failed at 0x10000207\r\n");
+    EXPECT_EQ(second.line("dump 100001ff 9"), "100001ff: 00 00 00 00 00 00 00 00 01\r\n" + ok);
+    Talk above({"stuckerase,addr=0x10000205"});
+    above.program(zeros + zeros, "10000000 2");
+    EXPECT_EQ(above.line("eraseFlash 10000206"), ok) << "the cell lies below";
+    EXPECT_EQ(above.line("eraseFlash 10000200"), "VQX_ERROR Erase failed at 0x10000205\r\n");
     Talk unseen({"stuckprogram,silent=1", "stuckerase,silent=1"});
     EXPECT_EQ(unseen.program(zeros, "10000000 1"), ok + ok + ok);
     EXPECT_NE(unseen.line("verifyPage 10000000 1"), ok);

@@ -16,6 +16,8 @@ TEST(SimFirmware, AnswersCommands) {
     } cases[] = {
         {"print  a  b ", "a  b\r\nVQX_OK\r\n"},
         {"queryPart", "Partid = 0x51a0c0de\r\nDecode = VQX51\r\nCore clock = 12000000\r\nVQX_OK\r\n"},
+        {"queryID",
+         "Serial = 5a100000-00000001-00c0ffee-20240229\r\nUSB vendor = 0x0000\r\nUSB product = 0x0000\r\nBoot bank = 0\r\nVQX_OK\r\n"},
         {"queryMORVI", "VQX_ERROR No external flash\r\n"},
         {"nonsense 1", "VQX_ERROR Unknown command nonsense\r\n"},
         {"dataSet 2000", "VQX_ERROR Usage: dataSet words fill\r\n"},

@@ -62,16 +62,15 @@ std::chrono::nanoseconds measureWakeUp(const Pty& pty) {
     return std::min<Clock::duration>(times[times.size() / 2], longest);
 }
 
-HostEvents takeHostEvents(Pty& pty) {
-    HostEvents events;
+std::vector<HostEvent> takeHostEvents(Pty& pty) {
+    std::vector<HostEvent> events;
     alignas(inotify_event) std::array<char, 4096> buffer{};
     ssize_t length = 0;
     while ((length = read(pty.watch.get(), buffer.data(), buffer.size())) > 0) {
         for (ssize_t at = 0; at < length;) {
             inotify_event event{};
             std::memcpy(&event, buffer.data() + at, sizeof event);
-            events.opened += (event.mask & IN_OPEN) != 0 ? 1 : 0;
-            events.closed += (event.mask & IN_CLOSE) != 0 ? 1 : 0;
+            events.push_back((event.mask & IN_OPEN) != 0 ? HostEvent::opened : HostEvent::closed);
             at += static_cast<ssize_t>(sizeof event + event.len);
         }
     }

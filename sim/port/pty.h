@@ -4,6 +4,7 @@
 #include "text.h"
 
 #include <chrono>
+#include <vector>
 
 namespace vqxsim {
 
@@ -16,11 +17,8 @@ struct Pty {
     std::string path;  ///< the device that a host opens
 };
 
-/// How often the device was opened and closed.
-struct HostEvents {
-    int opened = 0;
-    int closed = 0;
-};
+/// What a host did to the device.
+enum class HostEvent { opened, closed };
 
 /// Opens a new pseudo-terminal.
 [[nodiscard]] ErrorText openPty(Pty& pty);
@@ -29,8 +27,8 @@ struct HostEvents {
 /// is there.
 [[nodiscard]] std::chrono::nanoseconds measureWakeUp(const Pty& pty);
 
-/// What hosts did since the last call.
-[[nodiscard]] HostEvents takeHostEvents(Pty& pty);
+/// What hosts did since the last call, in that order.
+[[nodiscard]] std::vector<HostEvent> takeHostEvents(Pty& pty);
 
 /// Makes `link` a symbolic link to the device; replaces a symbolic link, but nothing else.
 [[nodiscard]] ErrorText makeLink(const Pty& pty, const std::string& link);

@@ -175,12 +175,10 @@ void sendOutput(Server& server) {
 }
 
 void noteHosts(Server& server) {
-    const HostEvents events = takeHostEvents(server.pty);
-    server.hosts += events.opened - events.closed;
-    if (events.opened > 0)
-        noteLine(server.log, '#', "opened by a host");
-    if (events.closed > 0) {
-        noteLine(server.log, '#', "closed by a host");
+    for (const HostEvent event : takeHostEvents(server.pty)) {
+        const bool opened = event == HostEvent::opened;
+        noteLine(server.log, '#', opened ? "opened by a host" : "closed by a host");
+        server.hosts += opened ? 1 : -1;
         if (server.hosts <= 0)
             endEndless(server.link);
     }

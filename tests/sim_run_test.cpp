@@ -1,0 +1,201 @@
+// The simulated target run for real: its options, log, terminal and server.
+
+#include "harness.h"
+
+#include <algorithm>
+#include <regex>
+#include <sys/stat.h>
+
+namespace {
+
+class SimRun : public Secapp {
+protected:
+    /// The target with `options`, and the tool talking to it.
+    Result talk(const std::string& options, const std::string& script) {
+        write("image", image(5000));
+        return run("exec vqxsim " + options + " -- secapp -d {} '" + script + "'");
+    }
+};
+
+bool holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+TEST_F(SimRun, DoesWhatTheOptionsSay) {
+    const struct {
+        const char* options;
+        const char* script;
+        int status;
+        const char* shown; ///< part of both outputs
+    } cases[] = {
+        {"", "queryMORVI; queryPart", 0, "Device family = MV25\nPartid = 0x51a0c0de"},
+        {"--no-flash", "queryFlash", 0, "No Flash"},
+        {"--null-memory", "program image FLASH; verify image FLASH; blankCheck FLASH; dump 0x10000000 2", 0,
+         "ff ff"},
+        {"--null-memory --fault flip,command=burst", "program image FLASH", 255, "Burst checksum is"},
+        {"--fault error,at=9", "program image FLASH", 0, "fault 'error,at=9' never struck"},
+        {"--fault error,at=3,count=2", "version; version", 255, "Injected error"},
+        {"--region A,size=1K,page=256,blank=0", "blankCheck A; readWord A", 0, "0x00000000"},
+        {"--fault drop,chance=0.0001 --seed 5", "version", 0, "'drop,chance=0.0001' never struck"},
+        {"--memory new/folder", "setBoot 1; queryID", 0, "Boot bank = 1"},
+        {"--memory new/folder", "queryID", 0, "Boot bank = 1"},
+    };
+    for (const auto& c : cases) {
+        const Result r = talk(c.options, c.script);
+        EXPECT_EQ(r.status, c.status) << c.options << r.err;
+        EXPECT_TRUE(holds(r.out + r.err, c.shown)) << c.options << ": " << r.out << r.err;
+    }
+}
+
+TEST_F(SimRun, RefusesWhatItCannotDo) {
+    const struct {
+        const char* options;
+        int status;
+        const char* message; ///< part of it
+    } cases[] = {
+        {"--seed 12x", 2, "option --seed: '12x' is not a number from 0 to 18446744073709551615"},
+        {"--rate 1000000001", 2, "not a number from 0 to 1000000000"},
+        {"--latency -1", 2, "option --latency"},
+        {"--erase-time 0x", 2, "option --erase-time"},
+        {"--program-time ''", 2, "option --program-time"},
+        {"--region A,size=12x", 2, "bad number in region setting 'size=12x'"},
+        {"--region A,size=K", 2, "bad number"},
+        {"--region A,blank=256", 2, "bad number"},
+        {"--log ''", 2, "option --log: the path is empty"},
+        {"--log none/log", 2, "none/log: No such file"},
+        {"--memory image/x", 2, "image/x: Not a directory"},
+        {"--link image", 2, "image: exists and is no symbolic link"},
+        {"--link", 2, "option '--link' needs an argument"},
+        {"--fault", 2, "Try 'vqxsim --help'."},
+        {"-- ./image", 126, "./image: Permission denied"},
+        {"-- ./none", 127, "./none: No such file"},
+        {"-- sh -c 'exit 7'", 7, ""},
+        {"-- sh -c 'kill -9 $$'", 137, ""},
+        {"-- sh -c 'trap \"exit 3\" TERM; kill $PPID; while :; do sleep 0.01; done'", 3, ""},
+        {"-- sh -c 'test x{}y{} = \"x$1y$1\"' - {}", 0, ""},
+    };
+    write("image", "no program");
+    for (const auto& c : cases) {
+        const Result r = run(std::string("exec vqxsim ") + c.options);
+        EXPECT_EQ(r.status, c.status) << c.options;
+        EXPECT_EQ(r.out, "") << c.options;
+        EXPECT_TRUE(holds(r.err, c.message) && r.err.empty() == (*c.message == '\0'))
+            << c.options << ": " << r.err;
+    }
+}
+
+TEST_F(SimRun, ServesUntilASignal) {
+    const Result r =
+        run("vqxsim --link device >path & until [ -s path ]; do sleep 0.01; done\n"
+            "secapp -d device 'print hi'; secapp -d $(cat path) 'print again'; kill $!; wait $!; "
+            "echo $?; ls device");
+    EXPECT_EQ(r.out, "hi\nagain\n0\n");
+    EXPECT_TRUE(holds(r.err, "device")) << "the link is gone";
+}
+
+/// The log without times, the numbers of devices and the numbers that hosts make up.
+std::string conversation(const std::string& log) {
+    const std::string timeless = std::regex_replace(log, std::regex("(^|\n)[0-9.]+ "), "$1");
+    return std::regex_replace(timeless, std::regex("(/dev/pts/|print |\n< )[0-9]+"), "$1N");
+}
+
+TEST_F(SimRun, LogsTheWholeConversation) {
+    const std::string start =
+        "# plugged in as /dev/pts/N\n# opened by a host\n"
+        "1 > print N\n< =print N\n< N\n< VQX_OK\n2 > batchmode 1\n< =batchmode 1\n< VQX_OK\n";
+    const std::string query =
+        "3 > queryFlash\n< Number of Flash Devices = 1\n< Name = A\n< Base = 0x0\n< Size = 0x200\n"
+        "< Page = 0x100\n< Buffer = 0x100\n< Blank = 0xff\n< VQX_OK\n4 > dataSet 40 ff\n";
+    const struct {
+        const char* options;
+        const char* script;
+        std::string log;
+    } cases[] = {
+        {"", "program three A; print bye",
+         query +
+             "< VQX_OK\n5 > databurst 3 0 ff636261\n< VQX_OK\n6 > [burst of 0x3 bytes, checksum 0xff636261]\n"
+             "< VQX_OK\n7 > programPage 0 1\n< VQX_OK\n8 > dataSet 40 ff\n< VQX_OK\n9 > print bye\n< bye\n< VQX_OK\n"},
+        {"--rate 1000000 --fault error,at=4,text=no", "program three A",
+         query + "! exchange 4, error: VQX_ERROR no\n< VQX_ERROR no\n"},
+        {"--fault flood,at=3,bytes=5", "version",
+         "3 > version\n! exchange 3, flood: 5 bytes\n< VQX companion firmware 1.0 (simulated)\n< [flood of 5 bytes]\n"
+         "< \n< VQX_OK\n"},
+    };
+    write("three", "abc");
+    for (const auto& c : cases) {
+        talk(std::string("--log log --region A,size=512,page=256,buffer=256 ") + c.options, c.script);
+        EXPECT_EQ(conversation(read("log")), start + c.log + "# closed by a host\n") << c.options;
+    }
+}
+
+TEST_F(SimRun, TakesItsTime) {
+    const struct {
+        const char* options;
+        const char* script;
+        double seconds; ///< at least
+    } cases[] = {
+        {"--erase-time 200", "erase FLASH", 0.2},
+        {"--program-time 20000", "program image FLASH", 0.2}, // ten pages
+        {"--latency 40000", "print 1; print 2; print 3", 0.2},
+        {"--rate 10000", "dump 0x10000000 0x240", 0.2},
+        {"--fault hang,at=3,s=.2", "version", 0.2},
+    };
+    for (const auto& c : cases) {
+        const Result r = talk(c.options, c.script);
+        EXPECT_EQ(r.status, 0) << c.options << r.err;
+        EXPECT_GE(r.seconds, c.seconds) << c.options;
+    }
+}
+
+TEST_F(SimRun, RepeatsRandomFaultsFromTheSeed) {
+    const auto noise = [&](const char* seed) {
+        return talk(std::string(seed) + " --fault noise,command=version", "version").out;
+    };
+    EXPECT_EQ(noise("--seed 2"), noise("--seed 2"));
+    EXPECT_NE(noise("--seed 2"), noise("--seed 3"));
+    EXPECT_EQ(noise(""), noise("--seed 0x1"));
+}
+
+TEST_F(SimRun, KeepsLargeMemoriesInFilesWithHoles) {
+    const char* const options = "--region BIG,size=128M,page=4096 --memory memory";
+    EXPECT_EQ(talk(options, "program image BIG+0x7000000").status, 0);
+    const Result r =
+        talk(options, "verify image BIG+0x7000000; blankCheck BIG+0x7002000; dump 0 2; blankCheck BIG");
+    EXPECT_TRUE(holds(r.out, "00000000: ff ff")) << r.out;
+    EXPECT_TRUE(holds(r.err, "Not blank at 0x07000000")) << r.err;
+    EXPECT_EQ(talk(options, "erase BIG; blankCheck BIG").status, 0);
+    struct stat file {};
+    ASSERT_EQ(stat((folder / "memory/BIG.bin").c_str(), &file), 0);
+    EXPECT_EQ(file.st_size, 128 << 20);
+    EXPECT_LT(file.st_blocks * 512, 1 << 20);
+}
+
+TEST_F(SimRun, WaitsForHostsThatDoNotRead) {
+    const Result r =
+        run("exec vqxsim --log log -- bash -c 'exec 3<>{}; "
+            "printf \"=batchmode 1\\r=dump 10000000 2000\\r=print end\\r\" >&3; "
+            "until grep -q \"3 > print end\" log; do sleep 0.01; done; "
+            "while read -r line; do echo \"$line\"; [ \"${line%?}\" = end ] && break; done <&3 >lines'");
+    EXPECT_EQ(r.status, 0) << r.err;
+    const std::string lines = read("lines");
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 2 + 0x200 + 1 + 1);
+}
+
+TEST_F(SimRun, EndsAnEndlessFloodWithItsHost) {
+    const Result r = run(
+        "exec vqxsim --fault flood,bytes=endless,at=1 -- bash -c 'exec 3<>{}; printf \"=print 1\\r\" >&3; "
+        "head -c 100000 <&3 >/dev/null; exec 3>&-; exec secapp -d {} version'");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(holds(r.out, "companion firmware")) << r.out;
+}
+
+TEST_F(SimRun, PutsABoardBackAtItsLink) {
+    const Result r = run(
+        "exec vqxsim --link device --fault unplug,at=3,replug=0.1 -- bash -c '"
+        "secapp -d device version; until test -e device; do sleep 0.01; done; exec secapp -d device version'");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(holds(r.err, "is gone")) << r.err;
+    EXPECT_TRUE(holds(r.out, "companion firmware")) << r.out;
+}
+
+} // namespace
