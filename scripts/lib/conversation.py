@@ -152,6 +152,8 @@ def encode(host, chunk, burst, pad):
 
 def download(host, image, check):
     size = host.case["limit"] or 32768
+    if check and size < 32 <= len(image):
+        raise Failed(f"The check word of an image does not fit a transfer buffer of {size} bytes")
     if check:
         image = with_check_word(image)
     for at in range(0, len(image), size):

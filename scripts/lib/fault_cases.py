@@ -102,10 +102,11 @@ def other_command(random_):
 def image_commands(random_, image):
     check, again = random_.choices([("", ""), ("+c", "+c"), ("+c", "+i" if len(image) >= 32 else "")], [8, 1, 1])[0]
     offset = random_.choice([0, 0, 0x8000]) if check == "" else 0
+    load = random_.choice(["", "+c"])
     program, verify = transferred("program", image, check, offset), transferred("verify", image, again, offset)
     return random_.choices([
         [program, verify], [erased(offset), program, verify], [program],
-        [(f"download {check} [i]", lambda host: talk.download(host, image, check))],
+        [(f"download {load} [i]", lambda host: talk.download(host, image, load))],
         [("blankCheck FLASH", talk.blank_check), program, ("blankCheck FLASH", talk.blank_check)],
     ], [5, 4, 2, 1, 1])[0]
 
@@ -188,12 +189,14 @@ def make_case(seed, number):
     random_ = random.Random(f"{seed}:{number}")
     size = random_.choice(SIZES) if random_.random() < 0.4 else random_.randint(0, random_.choice([3000, 70000]))
     page = random_.choice([64, 256, 512])
-    pages = random_.choice([1, 3, 8, 64] if size < 5000 else [8, 64])  # A large image in small pieces would take minutes.
-    case = {"image": random_.randbytes(size), "page": page, "buffer": page * pages,
-            "encoder": random_.randint(0, 1), "limit": random_.choice([0, 0, 0, 37, 512, 1000, 4096, 32768]),
-            "words": random_.randint(1 if size < 5000 else 8, 64), "debug": random_.choice([None, None, 0, 1, 2, 4]),
-            "timeout": random_.choice(["1", "1", "1", "1", "1", "1500"]), "flood lines": random_.randint(0, 1),
-            "settings": random_.choice(SETTINGS), "seed": random_.randint(1, 1 << 30), "replug": random_.random() < 0.03}
+    small = size < 5000  # A large image in small pieces would take minutes.
+    case = {"image": random_.randbytes(size), "page": page,
+            "buffer": page * random_.choice([1, 3, 8, 64] if small else [8, 64]),
+            "limit": random_.choice([0, 0, 0, 16 if small else 64, 37, 512, 1000, 4096, 32768]),
+            "words": random_.randint(1 if small else 8, 64), "encoder": random_.randint(0, 1),
+            "debug": random_.choice([None, None, 0, 1, 2, 4]), "timeout": random_.choice(["1", "1", "1", "1", "1", "1500"]),
+            "settings": random_.choice(SETTINGS), "flood lines": random_.randint(0, 1),
+            "seed": random_.randint(1, 1 << 30), "replug": random_.random() < 0.03}
     if random_.random() < 0.02 and not case["replug"]:
         case["page"], case["buffer"] = 6, random_.choice([6, 30])
     case["commands"] = [erased(), transferred("program", case["image"]), transferred("verify", case["image"])] \
