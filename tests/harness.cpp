@@ -10,6 +10,7 @@
 #include <mutex>
 #include <poll.h>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -357,4 +358,16 @@ std::string image(std::size_t size) {
     for (char& byte : bytes)
         byte = static_cast<char>(random());
     return bytes;
+}
+
+std::string timed(const Result& result, double least) {
+    static const std::regex number("([0-9]+[.]([0-9]*))(s?)");
+    for (std::sregex_iterator at(result.out.begin(), result.out.end(), number), end; at != end; ++at) {
+        EXPECT_EQ(at->length(2), 3) << result.out;
+        if (at->length(3) == 0)
+            continue;
+        const double seconds = std::stod(at->str(1));
+        EXPECT_TRUE(seconds >= least && seconds <= result.seconds + 0.001) << at->str() << " in\n" << result.out;
+    }
+    return masked(result.out);
 }

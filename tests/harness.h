@@ -125,3 +125,7 @@ std::string image(std::size_t size);
 /// Two flash regions, FLASH at 0x10000000 and BANKB at 0x10080000, each of 512 KiB in pages of 512 bytes with
 /// a buffer of 32 KiB, as the target lists them.
 extern const char* const twoRegions;
+
+/// What a run wrote to standard output, as `masked` gives it. Fails the test when a number with decimals has not
+/// three of them, or when a time is not between `least` and the seconds of the whole run.
+std::string timed(const Result& result, double least = 0);
