@@ -367,7 +367,8 @@ std::string timed(const Result& result, double least) {
         if (at->length(3) == 0)
             continue;
         const double seconds = std::stod(at->str(1));
-        EXPECT_TRUE(seconds >= least && seconds <= result.seconds + 0.001) << at->str() << " in\n" << result.out;
+        EXPECT_TRUE(seconds >= least && seconds <= result.seconds + 0.001) << at->str() << " in\n"
+                                                                           << result.out;
     }
     return masked(result.out);
 }

@@ -126,6 +126,6 @@ std::string image(std::size_t size);
 /// a buffer of 32 KiB, as the target lists them.
 extern const char* const twoRegions;
 
-/// What a run wrote to standard output, as `masked` gives it. Fails the test when a number with decimals has not
-/// three of them, or when a time is not between `least` and the seconds of the whole run.
+/// What a run wrote to standard output, as `masked` gives it. Fails the test when a number with decimals has
+/// not three of them, or when a time is not between `least` and the seconds of the whole run.
 std::string timed(const Result& result, double least = 0);

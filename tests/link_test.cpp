@@ -144,6 +144,14 @@ TEST_F(Link, WaitsWithoutLimitWhenAskedTo) {
     EXPECT_EQ(run("exec secapp -g 0 -d $PORT hello").status, 0);
 }
 
+TEST_F(Link, TakesAnAnswerShorterThanVminAsSoonAsItCame) {
+    board.answers.emplace("hello", Answer("VQX_OK\n", Answer::Style::atOnce, 5));
+    std::string script;
+    for (int i = 0; i < 40; i++) // of which each would take a second
+        script += "hello\n";
+    EXPECT_EQ(runScript(script, "-M 100").status, 0);
+}
+
 TEST_F(Link, ShowsTimersAndDumps) {
     board.answers.emplace("a%s", Answer("VQX_OK\n", Answer::Style::atOnce, 60));
     // The opening command goes under the label of the handshake that it started.
@@ -285,11 +293,7 @@ TEST_F(Link, SetsThePortAndGivesItBackAfterEveryEnding) {
         EXPECT_EQ(during.c_cflag, tcflag_t{B38400 | CS8 | CREAD | CLOCAL | CRTSCTS});
         EXPECT_EQ(during.c_lflag, 0u);
         for (std::size_t i = 0; i < NCCS; i++)
-            EXPECT_EQ(during.c_cc[i], i == VMIN    ? c.vmin
-                                      : i == VTIME ? c.vtime
-                                      : i == VEOF  ? 4
-                                                   : 0)
-                << i;
+            EXPECT_EQ(during.c_cc[i], i == VMIN ? c.vmin : i == VTIME ? c.vtime : i == VEOF ? 4 : 0) << i;
         EXPECT_TRUE(sameSettings(before));
     }
 }
