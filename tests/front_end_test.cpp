@@ -152,6 +152,10 @@ TEST_F(FrontEnd, EchoesWhatTheLettersAskFor) {
         EXPECT_EQ(withoutNumbers(r.out), withoutNumbers(c.out));
         EXPECT_EQ(r.err.starts_with("DEBUG: "), c.debug) << r.err;
     }
+    EXPECT_EQ(run("exec secapp -b -d $PORT -e s 'hello;setBoot;' 2>&1").out,
+              "hello\nhi\nsetBoot\n" +
+                  report("<Command line>:1", "No parameter provided for setBoot", "setBoot", ""))
+        << "in the order in which it came";
 }
 
 TEST_F(FrontEnd, InterpretsPrefixes) {

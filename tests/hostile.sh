@@ -46,13 +46,25 @@ closed() {
         bash -c "\"\$1\" -d \"\$2\" 'program image MORVI; verify image MORVI' $3; s=\$?; echo ended; exit \$s" - "$secapp" {}
 }
 
-# Nobody ever opens the other end; this takes some seconds, in which the rest runs.
+# These take some seconds, in which the rest runs.
+# Nobody ever opens the other end of the pipe, and no alarm can end the wait.
 (
     mkdir patient && cd patient && mkfifo fifo
-    tool 1 'Unable to open script file fifo' -s fifo
+    expect 'pipe without a writer' 1 'Unable to open script file fifo' \
+        perl -MPOSIX -e 'sigprocmask(SIG_BLOCK, POSIX::SigSet->new(SIGALRM)); exec @ARGV' "$secapp" -b -d none -s fifo
     ((failures == 0))
 ) &
 patient=$!
+# An alarm that was set before the start still ends the run (128 + 14).
+(
+    mkdir alarmed && cd alarmed && mkfifo fifo
+    exec 7<>fifo
+    echo 'delay 20000000' >&7
+    # shellcheck disable=SC2016
+    expect 'alarm of the caller' 142 '' bash -c 'perl -e "alarm 1; exec @ARGV" "$@"; exit $?' - "$secapp" -b -d none -s fifo
+    ((failures == 0))
+) &
+alarmed=$!
 
 device 255 'Is a directory' folder
 device 255 'Inappropriate ioctl' fifo
@@ -120,4 +132,5 @@ expect 'settings of the port' 0 'same same same same' "$vqxsim" -- bash -c '
     "$1" -d "$2" targetInfo >log 2>&1; same "$@"' - "$secapp" {}
 
 wait "$patient" || failures=$((failures + 1))
+wait "$alarmed" || failures=$((failures + 1))
 ((failures == 0))
