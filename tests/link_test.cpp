@@ -6,11 +6,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "link/connection.h"
 #include "link/ports.h"
-#include "link/protocol.h"
-#include "link/serial.h"
-#include "link/wire.h"
 
 namespace {
 
@@ -22,52 +18,6 @@ protected:
                a.c_lflag == b.c_lflag && std::memcmp(a.c_cc, b.c_cc, NCCS) == 0;
     }
 };
-
-// In this process, because millions of bytes, each read by itself, would take a minute.
-TEST(Answer, IsRefusedBeyondItsLimit) {
-    constexpr std::size_t room = 8;
-    for (const bool fits : {true, false}) {
-        int ends[2] = {-1, -1};
-        ASSERT_EQ(pipe(ends), 0);
-        const std::string line = std::string(fits ? room - 1 : room, 'x') + "\nVQX_OK\n";
-        ASSERT_EQ(write(ends[1], line.data(), line.size()), static_cast<ssize_t>(line.size()));
-        secapp::HandlerData record;
-        record.serialHandle = ends[0];
-        record.response.assign(secapp::responseLimit - room, 'y');
-        const secapp::ErrorText error = secapp::getTimedResponse(record, 1000);
-        EXPECT_EQ(error.value_or("none"), fits ? "none" : "Answer too long (over 67108864 bytes)");
-        EXPECT_EQ(record.response.size(), secapp::responseLimit - (fits ? 0 : room));
-        close(ends[0]);
-        close(ends[1]);
-    }
-}
-
-TEST(Port, SaysOnceWhenAWriteFindsItsDeviceGone) {
-    const int master = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
-    const std::string path = ptsname(master);
-    std::shared_ptr<termios> settings;
-    const int handle = secapp::serial_init(path.c_str(), settings, 0, 1);
-    close(master);
-    testing::internal::CaptureStderr();
-    for (int i = 0; i < 2; i++)
-        EXPECT_EQ(secapp::serial_write(handle, secapp::bytesOf("hello")), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Device " + path + " is gone\n");
-    secapp::serial_terminate(handle, settings);
-}
-
-TEST(Port, IsDrainedOfAllThatIsStale) {
-    int ends[2] = {-1, -1};
-    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
-    ASSERT_EQ(write(ends[1], "stale\nVQX_OK\n", 13), 13);
-    secapp::HandlerData record;
-    record.serialHandle = ends[0];
-    secapp::flush(record);
-    char byte = 0;
-    EXPECT_EQ(read(ends[0], &byte, 1), -1) << "a byte is left: " << byte;
-    close(ends[0]);
-    close(ends[1]);
-}
 
 // Settings that differ from those of the tool in every group.
 termios unusual(termios settings) {
@@ -131,23 +81,60 @@ TEST_F(Link, KeepsTheWholeOfAnOverlongLine) {
 }
 
 TEST_F(Link, TimesOutInWholeSecondsForEachLine) {
-    board.answers.emplace("hello", Answer("some\nlines\n", Answer::Style::atOnce, 300));
-    const Result r = run("exec secapp -g 999 -d $PORT hello");
-    EXPECT_EQ(r.err, report("<Command line>:1", "Resource temporarily unavailable", "hello", "=hello"));
-    EXPECT_EQ(r.out, "some\nlines\n");
-    EXPECT_GE(r.seconds, 1.3);
-    EXPECT_GE(run("exec secapp -g 1000 -d $PORT hello").seconds, 2.3);
+    struct Case {
+        std::string timeout, half;
+        double least;
+    };
+    for (const Case& c : std::vector<Case>{{"-g 999", "", 1.3}, {"-g 1000", "half a line", 2.3}}) {
+        SCOPED_TRACE(c.timeout);
+        board.answers.insert_or_assign("hello", Answer("some\nlines\n" + c.half, Answer::Style::atOnce, 300));
+        const Result r = run("exec secapp -d $PORT -e n hello " + c.timeout);
+        EXPECT_TRUE(r.err.ends_with(
+            report("<Command line>:1", "Resource temporarily unavailable", "hello", "=hello")))
+            << r.err;
+        EXPECT_EQ(withoutNumbers(r.out), "=print #\n#\nVQX_OK\nVQX_OK\nsome\nsome\nlines\nlines\n" + c.half +
+                                             (c.half.empty() ? "" : "\n") + "Processed # lines\n");
+        EXPECT_TRUE(r.seconds >= c.least && r.seconds < c.least + 1) << r.seconds;
+    }
 }
 
 TEST_F(Link, WaitsWithoutLimitWhenAskedTo) {
-    board.answers.emplace("hello", Answer("VQX_OK\n", Answer::Style::atOnce, 1500));
+    board.answers.emplace("hello", Answer("VQX_OK\n", Answer::Style::atOnce, 1100));
     EXPECT_EQ(run("exec secapp -g 0 -d $PORT hello").status, 0);
+}
+
+// Nobody knows any more which command the next answer belongs to.
+TEST_F(Link, SendsNothingAfterALostAnswer) {
+    board.answers.emplace("queryFlash", twoRegions);
+    struct Case {
+        std::string words, lost;
+        int asked;
+        std::string conversation, command, last;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"'blankCheck FLASH;hello'", "queryFlash", 2, "queryFlash|queryFlash|", "blankCheck FLASH",
+              "=queryFlash"},
+             {"-e A 'queryFlash;hello'", "DebugOptions 1", 1, "DebugOptions 1|", "queryFlash",
+              "=DebugOptions 1"},
+             {"-e A 'erase FLASH;hello'", "DebugOptions 7", 1, "DebugOptions 1|queryFlash|DebugOptions 7|",
+              "erase FLASH", "=DebugOptions 7"},
+         }) {
+        SCOPED_TRACE(c.words);
+        int asked = 0;
+        board.on = [&](const std::string& line) -> std::optional<Answer> {
+            return line == c.lost && ++asked == c.asked ? std::optional<Answer>("late\n") : std::nullopt;
+        };
+        const Result r = run("exec secapp -g 1 -d $PORT " + c.words);
+        EXPECT_EQ(board.conversation(), c.conversation);
+        EXPECT_EQ(r.err, report("<Command line>:1", "Resource temporarily unavailable", c.command, c.last));
+        EXPECT_EQ(r.status, 255);
+    }
 }
 
 TEST_F(Link, TakesAnAnswerShorterThanVminAsSoonAsItCame) {
     board.answers.emplace("hello", Answer("VQX_OK\n", Answer::Style::atOnce, 5));
     std::string script;
-    for (int i = 0; i < 40; i++) // of which each would take a second
+    for (int i = 0; i < 80; i++) // of which each would take a second
         script += "hello\n";
     EXPECT_EQ(runScript(script, "-M 100").status, 0);
 }

@@ -1,0 +1,154 @@
+// The link in this process, on a port that the test plays: what no pseudo-terminal does on demand, and what
+// would take millions of real reads.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <thread>
+#include <unistd.h>
+
+#include "link/connection.h"
+#include "link/serial.h"
+#include "link/wire.h"
+
+namespace {
+
+using namespace secapp;
+using namespace std::string_literals;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+struct Played {
+    std::string input;         ///< still to be read
+    std::string endless;       ///< comes then, over and over, with a pause before each
+    std::string output;        ///< what was written
+    std::size_t room = 100000; ///< bytes that one write takes
+    bool slow = false;         ///< takes a single byte only after a pause, again and again
+} played;
+
+constexpr auto shortPause = milliseconds(10);
+
+ssize_t playRead(int, void* buffer, std::size_t size) {
+    if (played.input.empty() && !played.endless.empty()) {
+        std::this_thread::sleep_for(shortPause);
+        played.input = played.endless;
+    }
+    const std::size_t count = std::min(size, played.input.size());
+    played.input.copy(static_cast<char*>(buffer), count);
+    played.input.erase(0, count);
+    errno = EAGAIN;
+    return count > 0 ? static_cast<ssize_t>(count) : -1;
+}
+
+ssize_t playWrite(int, const void* bytes, std::size_t size) {
+    const std::size_t count = std::min(size, played.room);
+    played.output.append(static_cast<const char*>(bytes), count);
+    if (played.slow)
+        played.room = 0;
+    errno = EAGAIN;
+    return count > 0 ? static_cast<ssize_t>(count) : -1;
+}
+
+int playPoll(pollfd* port, nfds_t, const timespec* limit, const sigset_t*) {
+    const bool reads = port->events == POLLIN;
+    const bool ready = reads ? !played.input.empty() || !played.endless.empty() : played.slow;
+    std::this_thread::sleep_for(ready ? milliseconds(0)
+                                      : milliseconds(limit->tv_sec * 1000 + limit->tv_nsec / 1000000 + 1));
+    if (ready && !reads) {
+        std::this_thread::sleep_for(shortPause);
+        played.room = 1;
+    }
+    port->revents = ready ? port->events : short{0};
+    return ready ? 1 : 0;
+}
+
+int playWaiting(int, int& bytes) {
+    bytes = static_cast<int>(played.input.size());
+    return 0;
+}
+
+class Wire : public testing::Test {
+protected:
+    Wire() {
+        played = {};
+        setPortCalls({playRead, playWrite, playPoll, playWaiting});
+        record.serialHandle = 1000;
+    }
+    ~Wire() override { setPortCalls(systemPortCalls); }
+
+    HandlerData record;
+};
+
+TEST_F(Wire, RefusesAnAnswerBeyondItsLimit) {
+    constexpr std::size_t room = 8;
+    for (const auto& [lines, fits] : std::vector<std::pair<std::string, bool>>{
+             {"1234567\n", true},
+             {"12345678\n", false},
+             {"=234567\n", true},
+             {"=2345678\n", false},
+             {"\n\0\n\n\n\n\n\n"s, true},
+             {"\n\0\n\n\n\n\n\n\n"s, false},
+         }) {
+        SCOPED_TRACE(lines);
+        played.input = lines + "VQX_OK\n";
+        record.response.assign(responseLimit - room, 'y');
+        const Answer answer = collectAnswer(record, 1000);
+        EXPECT_EQ(answer.end, fits ? AnswerEnd::ok : AnswerEnd::lost);
+        EXPECT_EQ(answer.text, fits ? "" : "Answer too long (over 67108864 bytes)");
+        EXPECT_EQ(record.response.size(), responseLimit - (fits && lines.front() == '1' ? 0 : room));
+    }
+}
+
+TEST_F(Wire, AwaitsLinesThatDoNotCountForTenTimeouts) {
+    played.input = "kept\n";
+    played.endless = "\n=hello\r\0"s;
+    const TimePoint start = Clock::now();
+    const Answer answer = collectAnswer(record, 999);
+    const Clock::duration waited = Clock::now() - start;
+    EXPECT_EQ(answer.end, AnswerEnd::lost);
+    EXPECT_EQ(answer.text, "Resource temporarily unavailable");
+    EXPECT_EQ(record.response, "kept\n");
+    EXPECT_TRUE(waited >= seconds(10) && waited < seconds(15)) << waited / milliseconds(1);
+}
+
+TEST_F(Wire, WritesToAPortThatTakesSingleBytes) {
+    played.room = 1;
+    EXPECT_EQ(writeAll(record, bytesOf("hello"), seconds(1)), 1);
+    EXPECT_EQ(played.output, "hello");
+}
+
+TEST_F(Wire, WritesForNoLongerThanItsPatienceInAll) {
+    played.room = 0;
+    EXPECT_LT(writeAll(record, bytesOf("hello"), shortPause), 0);
+    EXPECT_TRUE(serial_timedOut());
+    played.slow = true;
+    const TimePoint start = Clock::now();
+    EXPECT_LT(writeAll(record, bytesOf(std::string(1000, 'x')), 10 * shortPause), 0);
+    EXPECT_TRUE(serial_timedOut());
+    EXPECT_GE(Clock::now() - start, 10 * shortPause);
+    EXPECT_TRUE(!played.output.empty() && played.output.size() <= 11) << played.output.size();
+}
+
+TEST_F(Wire, DrainsAllThatIsStale) {
+    played.input = "stale\nVQX_OK\n";
+    flush(record);
+    EXPECT_EQ(played.input, "");
+}
+
+TEST(Port, SaysOnceWhenAWriteFindsItsDeviceGone) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
+    const std::string path = ptsname(master);
+    std::shared_ptr<termios> settings;
+    const int handle = serial_init(path.c_str(), settings, 0, 1);
+    close(master);
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 2; i++)
+        EXPECT_EQ(serial_write(handle, bytesOf("hello")), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Device " + path + " is gone\n");
+    serial_terminate(handle, settings);
+}
+
+} // namespace
