@@ -288,21 +288,4 @@ TEST_F(Commands, ShowsTargetInformation) {
     EXPECT_EQ(board.bytes().find("=print", 1), std::string::npos);
 }
 
-TEST_F(Commands, SurvivesRegionListsOfAnySize) {
-    const std::string name(5000, 'n');
-    std::string list = "Number of Flash Devices=2001\nName=" + name + "\nBase=0xFFFFFFFF\nSize=1\n";
-    for (int i = 0; i < 2000; i++) {
-        const std::string base = std::to_string(i * 16);
-        list += "Name=%n%s" + base + "\nBase=" + base + "\nSize=16\nPage=16\nBuffer=4294967295\n";
-    }
-    board.answers.insert_or_assign("queryFlash", list + "VQX_OK\n");
-    EXPECT_EQ(runScript("erase %n%s16,%N%S31984").status, 0);
-    EXPECT_EQ(board.conversation(), "queryFlash|eraseFlash 10|eraseFlash 7cf0|");
-    // The first region's end wraps, and its name is cut with the message.
-    EXPECT_EQ(
-        runScript("erase all").err,
-        report("script:1", ("No matching memory found " + name).substr(0, 1023), "erase all", "=queryFlash"));
-    EXPECT_EQ(runScript("targetInfo").status, 0);
-}
-
 } // namespace

@@ -86,7 +86,9 @@ tool 255 "Cannot open verify file '%n%n'" verify '%n%n' MORVI
 region 255 'No matching memory found A' A,base=0,size=0 'program image A'
 region 255 'Memory A has no page size' A,base=0,page=0 'program image A'
 region 0 'Verified 16 bytes' A,base=0,buffer=0 'program image A; verify image A'
-region 2 'sums have 32 bits' A,base=0xfffff000,size=8192 'program image 0xfffff000'
+region 0 'Verified 16 bytes' A,base=0,size=1024,page=4,buffer=6 'program image A; verify image A'
+region 0 'Verified 16 bytes' A,base=0xfffff000,size=0xfff,page=1,buffer=1000,blank=0 'program image A; verify image A'
+region 0 'Verified 16 bytes' '%n%s,base=0' 'program image %n%s; verify image %N%S'
 region 0 'Verified 16 bytes' A,base=0,size=0xf0000000,buffer=0xe0000000 'program image A; verify image A'
 region 0 'Verified 16 bytes' "$(printf 'N%.0s' {1..5000}),base=0" 'program image 0; verify image 0'
 

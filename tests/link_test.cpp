@@ -193,6 +193,8 @@ TEST_F(Link, GainsControlOfADifficultTarget) {
               [&](int, auto&t) { return "ready\nVQX_OK\nmore\nVQX_OK\n" + t + "\nVQX_OK\n"; }, test},
              {"no lines twice", [&](int n, auto&t) { return n < 3 ? Answer("VQX_OK\n") : ok(t); },
               test + test + test},
+             {"in hexadecimal", [&](int, auto&t) { return ok(secapp::formatText("0x%lX", std::stoul(t))); },
+              test},
              {"an error first", [&](int n, auto&t) { return n < 2 ? Answer("VQX_ERROR huh\n") : ok(t); },
               test + "\r" + test},
              {"a wrong number first", [&](int n, auto&t) { return n < 2 ? ok("1" + t) : ok(t); },
@@ -205,15 +207,6 @@ TEST_F(Link, GainsControlOfADifficultTarget) {
         EXPECT_EQ(r.err + r.out, "") << c.name;
         EXPECT_EQ(withoutNumbers(board.bytes()), c.bytes + "=batchmode # \r=hello \r") << c.name;
     }
-}
-
-TEST_F(Link, AcceptsAHexadecimalToken) {
-    board.onHandshake = [](int, const std::string& token) {
-        char hex[32];
-        std::snprintf(hex, sizeof hex, "0x%lX", std::stoul(token));
-        return Answer(std::string(hex) + "\nVQX_OK\n");
-    };
-    EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0);
 }
 
 TEST_F(Link, GivesUpAfterTenAttempts) {
@@ -282,15 +275,6 @@ TEST_F(Link, SetsThePortAndGivesItBackAfterEveryEnding) {
         for (std::size_t i = 0; i < NCCS; i++)
             EXPECT_EQ(during.c_cc[i], i == VMIN ? c.vmin : i == VTIME ? c.vtime : i == VEOF ? 4 : 0) << i;
         EXPECT_TRUE(sameSettings(before));
-    }
-}
-
-TEST_F(Link, ReportsADeviceThatCannotBeOpened) {
-    for (const auto& [device, text] :
-         {std::pair("/nonexistent", "No such file or directory"), {"./", "Is a directory"}}) {
-        const Result r = run(std::string("exec secapp hello -d ") + device);
-        EXPECT_EQ(r.err, std::string(device) + ": " + text + "\n");
-        EXPECT_EQ(r.status, 255);
     }
 }
 

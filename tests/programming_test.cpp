@@ -104,14 +104,4 @@ TEST_F(Programming, FillsAndErasesAll) {
         EXPECT_EQ(memory(region).find_first_not_of('\xff'), std::string::npos) << region;
 }
 
-TEST_F(Programming, WorksWithStrangeRegions) {
-    write("image", image(1000));
-    const std::string name(3000, 'N');
-    const Result r = vqxsim("erase all;program image A,C;verify image A,C;t " + name.substr(0, 900), "-m 77",
-                            "--region A,base=0,size=1024,page=4,buffer=6,blank=0xff "
-                            "--region C,base=0xFFFFF000,size=0xfff,page=1,buffer=1000,blank=0");
-    EXPECT_EQ(r.status, 255) << "an unknown target command";
-    EXPECT_TRUE(memory("A").substr(0, 1000) == image(1000)) << r.err;
-}
-
 } // namespace

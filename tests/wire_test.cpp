@@ -64,16 +64,11 @@ int playPoll(pollfd* port, nfds_t, const timespec* limit, const sigset_t*) {
     return ready ? 1 : 0;
 }
 
-int playWaiting(int, int& bytes) {
-    bytes = static_cast<int>(played.input.size());
-    return 0;
-}
-
 class Wire : public testing::Test {
 protected:
     Wire() {
         played = {};
-        setPortCalls({playRead, playWrite, playPoll, playWaiting});
+        setPortCalls({playRead, playWrite, playPoll, systemPortCalls.waiting});
         record.serialHandle = 1000;
     }
     ~Wire() override { setPortCalls(systemPortCalls); }
