@@ -179,9 +179,11 @@ TEST_F(Commands, ErasesAndBlankChecksLists) {
     r = runScript("blankCheck all");
     EXPECT_EQ(r.err, report("script:1", "at 10", "blankCheck all", "=blankCheck 10000000"));
 
-    const std::string item = "FLASH" + std::string(300, '+');
+    const std::string item = "FLASH" + std::string(240, '+');
     EXPECT_EQ(runScript("blankCheck " + item).err,
               report("script:1", "Address too long: '" + item + "'", "blankCheck " + item, "=queryFlash"));
+    EXPECT_EQ(runScript("blankCheck " + item.substr(0, 244)).status, 255) << "blank";
+    EXPECT_EQ(board.conversation(), "queryFlash|queryFlash|blankCheck 10000000 |");
 }
 
 TEST_F(Commands, ShowsDotsWhileErasingWithoutLimit) {

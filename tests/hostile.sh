@@ -75,10 +75,12 @@ device 255 '%n%n: No such file' '%n%n'
 tool 1 'Unable to open script file folder' -s folder
 tool 1 'Unable to open script file /dev/zero' -s /dev/zero
 tool 0 '' -s empty
+tool 255 'Script could not be read to its end' -s /proc/self/mem
 tool 255 'holds a zero byte' -s zeros
 tool 255 "Cannot open program file 'folder'" program folder MORVI
 tool 255 "Cannot open program file 'fifo'" program fifo MORVI
 tool 255 "Cannot open program file '/dev/zero'" program /dev/zero MORVI
+tool 255 'could not be read to its end' download /proc/self/mem
 tool 0 'Programmed 0 bytes' program empty MORVI
 tool 0 'Programmed 5 bytes' program '%n%s' MORVI
 tool 255 "Cannot open verify file '%n%n'" verify '%n%n' MORVI

@@ -114,10 +114,10 @@ TEST_F(Link, SendsNothingAfterALostAnswer) {
     for (const Case& c : std::vector<Case>{
              {"'blankCheck FLASH;hello'", "queryFlash", 2, "queryFlash|queryFlash|", "blankCheck FLASH",
               "=queryFlash"},
-             {"-e A 'queryFlash;hello'", "DebugOptions 1", 1, "DebugOptions 1|", "queryFlash",
+             {"-e A 'erase FLASH;hello'", "DebugOptions 1", 1, "DebugOptions 1|", "erase FLASH",
               "=DebugOptions 1"},
-             {"-e A 'erase FLASH;hello'", "DebugOptions 7", 1, "DebugOptions 1|queryFlash|DebugOptions 7|",
-              "erase FLASH", "=DebugOptions 7"},
+             {"-e A 'queryFlash;hello'", "DebugOptions 7", 1, "DebugOptions 1|queryFlash|DebugOptions 7|",
+              "queryFlash", "=DebugOptions 7"},
          }) {
         SCOPED_TRACE(c.words);
         int asked = 0;

@@ -357,20 +357,29 @@ TEST_F(Transfer, StopsAtTheFirstFailure) {
     }
 }
 
-TEST_F(Transfer, FailsWhenTheImageShrinksWhileItIsSent) {
-    for (const std::string command : {"program", "verify"}) {
-        SCOPED_TRACE(command);
+TEST_F(Transfer, FailsWhenTheImageChangesItsSizeWhileItIsSent) {
+    struct Case {
+        std::string command;
+        std::size_t size;
+        std::string dots, last;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"program file FLASH", 0x2000, ".", "=databurst 1000 0 400"},
+             {"verify file FLASH", 0x4000, "..", "=databurst 1000 0 400"},
+             {"download file", 0x2000, "..", "=databurst 1000 0 400"},
+         }) {
+        SCOPED_TRACE(c.command);
         write("file", ones(0x3000));
         board.on = [&](const std::string& line) {
             if (line.starts_with("databurst"))
-                std::filesystem::resize_file(folder / "file", 0x2000);
+                std::filesystem::resize_file(folder / "file", c.size);
             return std::nullopt;
         };
-        const Result r = runScript(command + " file FLASH");
+        const Result r = runScript(c.command, "-m 0x1000");
         EXPECT_EQ(r.err,
-                  "."s + report("script:1",
-                                "The file changed or could not be read to its end (12288 bytes expected)",
-                                command + " file FLASH", "=databurst 1000 0 400"));
+                  c.dots + report("script:1",
+                                  "The file changed or could not be read to its end (12288 bytes expected)",
+                                  c.command, c.last));
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.status, 255);
     }

@@ -25,7 +25,8 @@ struct Played {
     std::string endless;       ///< comes then, over and over, with a pause before each
     std::string output;        ///< what was written
     std::size_t room = 100000; ///< bytes that one write takes
-    bool slow = false;         ///< takes a single byte only after a pause, again and again
+    int writeError = EAGAIN;
+    bool slow = false; ///< takes a single byte only after a pause, again and again
 } played;
 
 constexpr auto shortPause = milliseconds(10);
@@ -47,7 +48,7 @@ ssize_t playWrite(int, const void* bytes, std::size_t size) {
     played.output.append(static_cast<const char*>(bytes), count);
     if (played.slow)
         played.room = 0;
-    errno = EAGAIN;
+    errno = played.writeError;
     return count > 0 ? static_cast<ssize_t>(count) : -1;
 }
 
@@ -106,6 +107,28 @@ TEST_F(Wire, AwaitsLinesThatDoNotCountForTenTimeouts) {
     EXPECT_EQ(answer.text, "Resource temporarily unavailable");
     EXPECT_EQ(record.response, "kept\n");
     EXPECT_TRUE(waited >= seconds(10) && waited < seconds(15)) << waited / milliseconds(1);
+}
+
+TEST_F(Wire, AwaitsNoAnswerBeyondTheTimeThatItIsGiven) {
+    for (const char* endless : {"x", "\n", "kept\n", ""}) {
+        SCOPED_TRACE(endless);
+        played.endless = endless;
+        const TimePoint start = Clock::now();
+        const Answer answer = collectAnswer(record, 5000, start + 5 * shortPause);
+        EXPECT_EQ(answer.end, AnswerEnd::lost);
+        EXPECT_EQ(answer.text, "Resource temporarily unavailable");
+        EXPECT_GE(Clock::now() - start, 5 * shortPause);
+        EXPECT_LT(Clock::now() - start, seconds(4));
+    }
+}
+
+TEST_F(Wire, SaysThatNothingCanBeWrittenWhileItGainsControl) {
+    played.room = 0;
+    played.writeError = EIO;
+    record.savedSettings = std::make_shared<termios>();
+    EXPECT_EQ(getControl(record), "Failed to write synchronization test to target");
+    EXPECT_EQ(serial_getError(), EIO);
+    EXPECT_EQ(record.serialHandle, 0);
 }
 
 TEST_F(Wire, WritesToAPortThatTakesSingleBytes) {
