@@ -128,8 +128,8 @@ def interrupts():
     for number in (signal.SIGINT, signal.SIGTERM):
         pids = pathlib.Path(f"pids-{number}")
         pids.touch()
-        flasher = start(flash_boards, "script", "good 1", "endless", "last", "--image", "image", "--jobs", "1", "--json", "--secapp",
-                        f"echo $$ >>{pids}; exec {SECAPP}", start_new_session=True, stdout=subprocess.PIPE, text=True)
+        flasher = start(flash_boards, "script", "good 1", "endless", "last", "--image", "image", "--jobs", "1", "--json",
+                        "--secapp", f"echo $$ >>{pids}; exec {SECAPP}", start_new_session=True, stdout=subprocess.PIPE, text=True)
         wait_until(lambda: pids.read_text().count("\n") == 2)
         # A terminal sends its signal to the whole group.
         (os.killpg if number == signal.SIGINT else os.kill)(flasher.pid, number)
@@ -176,7 +176,8 @@ def other_machines():
                    "--secapp", SECAPP, "--json", *hosts, "--", "--ssh", f"ssh -F {folder}/ssh_config").stdout)
     expect("the row of a machine that does not answer", "away cannot be reached: ssh: connect to host", got["x@away"][2])
     expect("the rows", {f"{good}@here": ("good", 100000, ""), "/none@here": ("failed", 0, "/none: No such file or directory"),
-                        "x@bare": ("failed", 0, "tested_secapp: command not found on bare"), "x@away": ("failed", 0, got["x@away"][2])}, got)
+                        "x@bare": ("failed", 0, "tested_secapp: command not found on bare"),
+                        "x@away": ("failed", 0, got["x@away"][2])}, got)
     expect("what is left on the machine", [], os.listdir("home_here"))
 
 
@@ -186,8 +187,9 @@ def documented():
     options = sorted(re.findall(r"^  (?:-h, )?(--?[a-z-]+)", run(0, "--help").stdout, re.M))
     page = re.findall(r"^\.It Fl (Fl )?([a-z-]+)", (root / "docs/flash_boards.1").read_text(), re.M)
     expect("the options of the man page", options, sorted(f"{'--' if long else '-'}{name}" for long, name in page))
-    completed = subprocess.run(["bash", "-c", 'source "$1"; COMP_WORDS=("$0" -) COMP_CWORD=1; _flash_boards "$0"; echo "${COMPREPLY[@]}"',
-                                flash_boards, root / "completion/flash_boards"], text=True, stdout=subprocess.PIPE, check=True)
+    complete = 'source "$1"; COMP_WORDS=("$0" -) COMP_CWORD=1; _flash_boards "$0"; echo "${COMPREPLY[@]}"'
+    completed = subprocess.run(["bash", "-c", complete, flash_boards, root / "completion/flash_boards"], text=True,
+                               stdout=subprocess.PIPE, check=True)
     expect("the options of the completion", options, sorted(completed.stdout.split()))
 
 
