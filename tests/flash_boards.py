@@ -2,6 +2,7 @@
 """Many simulated boards at once, of this machine and of others, some of which fail, hang or are pulled: every one has its
 row, and a second run of these alone makes all good. Usage: flash_boards.py PROGRAMS FLASH_BOARDS"""
 
+import atexit
 import csv
 import json
 import os
@@ -58,10 +59,6 @@ def rows(output):
     return {row["board"]: (row["result"], row["bytes"], row["error"]) for row in map(json.loads, output.splitlines())}
 
 
-def holds_image(name):
-    expect(f"the memory of {name}", True, pathlib.Path(f"memory-{name}/MORVI.bin").read_bytes().startswith(IMAGE))
-
-
 def many_boards():
     names = [f"good {number}" for number in range(29)] + ["failing", "hanging", "pulled"]
     with open("boards.csv", "w", newline="", encoding="utf-8-sig") as file:
@@ -84,12 +81,12 @@ def many_boards():
     expect("the table", [[name, "good", "100000", ""] for name in names],
            [[row[column] for column in ("board", "result", "bytes", "error")] for row in table])
     for name in names:
-        holds_image(name)
+        expect(f"the memory of {name}", IMAGE, pathlib.Path(f"memory-{name}/MORVI.bin").read_bytes()[:len(IMAGE)])
 
 
 def refusals():
     os.symlink("good 1", "other")
-    for name, text in {"no_device": "board\nx\n", "no_value": "device,serial\nx\n", "no_board": "device\n"}.items():
+    for name, text in {"no_device": "board\nx\n", "no_value": "device,serial\nx\n"}.items():
         pathlib.Path(name).write_text(text)
     for status, text, *words in [
             (2, "either devices or --all or --boards", "script"),
@@ -100,7 +97,6 @@ def refusals():
             (1, "holds the logs of an earlier run", "script", "good 1", "--logs", "many"),
             (1, "the first of them is device", "script", "--boards", "no_device"),
             (1, "the board x in no_value has no serial", "script", "--boards", "no_value"),
-            (1, "there is no board in no_board", "script", "--boards", "no_board"),
             (1, "with several machines, a board is DEVICE@HOST", "script", "x", "--host", "a", "--host", "b"),
             (1, "no --host is c", "script", "x@c", "--host", "a", "--host", "b")]:
         expect(f"the refusal of {words}", text, run(status, *words).stderr)
@@ -156,8 +152,9 @@ def start_server(folder):
         f"Host here\nIdentityFile {folder}/key_here", f"Host bare\nIdentityFile {folder}/key_bare", "Host away\nPort 1",
         f"Host *\nHostName 127.0.0.1\nPort {port}", "IdentitiesOnly yes", "IdentityAgent none", "BatchMode yes", "LogLevel ERROR",
         f"UserKnownHostsFile {folder}/known\nStrictHostKeyChecking no\n"]))
-    if os.geteuid() == 0:
-        os.makedirs("/run/sshd", exist_ok=True)
+    if os.geteuid() == 0 and not os.path.exists("/run/sshd"):
+        os.mkdir("/run/sshd")
+        atexit.register(os.rmdir, "/run/sshd")
     settings = [f"Port={port}", "ListenAddress=127.0.0.1", f"HostKey={folder}/key_server", f"AuthorizedKeysFile={folder}/keys",
                 "StrictModes=no", "UsePAM=no", "PermitRootLogin=yes", "PidFile=none"]
     with open("sshd.log", "w") as log:
