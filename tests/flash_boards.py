@@ -169,8 +169,10 @@ def other_machines():
     pathlib.Path("carrying").write_text(SCRIPT + "verify copy MORVI\n")
     good = f"{folder}/good 3"
     hosts = [word for host in ("here", "bare", "away") for word in ("--host", host)]
-    got = rows(run(1, "carrying", f"{good}@here", "/none@here", "x@bare", "x@away", "--image", f"{folder}/image", "--carry", "copy",
-                   "--secapp", SECAPP, "--json", *hosts, "--", "--ssh", f"ssh -F {folder}/ssh_config").stdout)
+    ended = run(1, "carrying", f"{good}@here", "/none@here", "x@bare", "x@away", "--image", f"{folder}/image", "--carry", "copy",
+                   "-v", "serial=a@b", "--secapp", SECAPP, "--json", *hosts, "--", "--ssh", f"ssh -F {folder}/ssh_config")
+    expect("what was said besides", [], ended.stderr.splitlines())
+    got = rows(ended.stdout)
     expect("the row of a machine that does not answer", "away cannot be reached: ssh: connect to host", got["x@away"][2])
     expect("the rows", {f"{good}@here": ("good", 100000, ""), "/none@here": ("failed", 0, "/none: No such file or directory"),
                         "x@bare": ("failed", 0, "tested_secapp: command not found on bare"),
