@@ -1,0 +1,70 @@
+#pragma once
+
+#include "commands/handler.h"
+#include "transfer/regions.h"
+
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace secapp {
+
+/// A place of a script that a run reads otherwise than it looks.
+struct Finding {
+    /// From 1.
+    int line = 0;
+    std::string text;
+};
+
+/// One command of a script as a run reads it.
+struct CheckedCommand {
+    /// 0 without a prefix; never that of a comment.
+    char prefix = '\0';
+    /// Behind the prefix, with the variables replaced.
+    std::string text;
+    /// The command word first; none of what "@" sends.
+    std::vector<std::string> words;
+    /// The row of the command table; null without words.
+    const HandlerEntry* entry = nullptr;
+};
+
+/// An image or value that was programmed at one address and not verified since.
+struct ProgrammedData {
+    int line = 0;
+    /// As written.
+    std::string data;
+    std::string item;
+    /// Equal for all ways to write the same.
+    std::string dataKey;
+    std::string addressKey;
+};
+
+/// What is known at one place of a script.
+struct Inspection {
+    int line = 0;
+    std::vector<Finding> findings;
+    /// The lines that a comment quietens.
+    std::set<int> quietLines;
+    /// References without a value; each is reported once.
+    std::set<std::string> missingVariables;
+    /// In place of the board's: every name that was met, at an address of its own, so that expressions can be
+    /// compared.
+    std::optional<FlashList> memories = FlashList{};
+    std::vector<ProgrammedData> unverified;
+};
+
+/// Reports something about the line that is looked at.
+void addFinding(Inspection& inspection, std::string text);
+
+/// The text between apostrophes, cut and without control characters.
+[[nodiscard]] std::string quoted(std::string_view text);
+
+/// Whether the command is carried out by the row of that name.
+[[nodiscard]] bool isCommand(const CheckedCommand& command, std::string_view name);
+
+/// Whether everything behind the command word is a text to be shown.
+[[nodiscard]] bool showsText(const CheckedCommand& command);
+
+} // namespace secapp

@@ -1,0 +1,106 @@
+#include "checker/script_check.h"
+
+#include "checker/command_checks.h"
+#include "checker/flash_checks.h"
+#include "frontend/command_table.h"
+#include "frontend/script.h"
+#include "frontend/variables.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace secapp {
+namespace {
+
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view quietComment = "lint: off";
+
+void checkBytes(Inspection& inspection, std::string_view line, bool isFirst) {
+    if (isFirst && line.starts_with(byteOrderMark))
+        addFinding(inspection, "the byte-order mark is read as a part of the first word");
+    if (trimRight(line).find('\r') != std::string_view::npos)
+        addFinding(inspection, "a return ends no line: what follows belongs to the same command");
+    if (line.find('\0') != std::string_view::npos)
+        addFinding(inspection, "a zero byte ends the run");
+}
+
+CheckedCommand readCommand(const PrefixedCommand& piece) {
+    CheckedCommand command;
+    command.prefix = piece.prefix;
+    command.text = piece.command;
+    if (piece.prefix == '@')
+        return command;
+    std::optional<std::string> text = replaceVariables(scriptVariables(), piece.command);
+    if (!text)
+        return command;
+    command.text = std::move(*text);
+    std::string_view rest = command.text;
+    while (const std::optional<std::string_view> word = nextWord(rest))
+        command.words.emplace_back(*word);
+    if (!command.words.empty())
+        command.entry = &findHandler(command.words.front());
+    return command;
+}
+
+void defineVariable(const CheckedCommand& command) {
+    HandlerData nobody;
+    // Without a name it defines nothing, and ends the run.
+    if (isCommand(command, "var"))
+        (void)varHandler(nobody, command.text, command.words.front(), command.entry);
+}
+
+void checkLine(Inspection& inspection, std::string_view line) {
+    bool followsComment = false;
+    while (const std::optional<std::string_view> piece = nextPiece(line, ";")) {
+        const PrefixedCommand parts = splitPrefix(*piece);
+        if (parts.prefix == '#') {
+            followsComment = true;
+            if (parts.command.starts_with(quietComment))
+                inspection.quietLines.insert(inspection.line + 1);
+            continue;
+        }
+        if (parts.prefix == '\0' && parts.command.empty())
+            continue;
+        if (std::exchange(followsComment, false))
+            addFinding(inspection, quoted(trimwhitespace(*piece)) + " is run: the comment ends at ';'");
+        const CheckedCommand command = readCommand(parts);
+        checkCommand(inspection, command);
+        defineVariable(command);
+    }
+}
+
+/// In the order of the lines, without those that a comment quietens.
+std::vector<Finding> settled(Inspection& inspection) {
+    std::vector<Finding> findings;
+    for (const Finding& finding : inspection.findings)
+        if (!inspection.quietLines.contains(finding.line))
+            findings.push_back(finding);
+    std::stable_sort(findings.begin(), findings.end(),
+                     [](const Finding& a, const Finding& b) { return a.line < b.line; });
+    return findings;
+}
+
+} // namespace
+
+std::vector<Finding> checkScript(std::FILE* stream, const Variables& variables) {
+    scriptVariables() = variables;
+    Inspection inspection;
+    ScriptSource source;
+    source.stream = stream;
+    bool isWhole = true;
+    while (const std::optional<std::string> line = getScriptLine(source, nullptr)) {
+        if (isWhole)
+            ++inspection.line;
+        else if (!trimwhitespace(*line).empty())
+            addFinding(inspection, formatText("a line has %zu characters: %s runs as the next one", textLimit,
+                                              quoted(trimRight(*line)).c_str()));
+        isWhole = line->ends_with('\n');
+        checkBytes(inspection, *line, source.lineCounter == 1);
+        if (line->find('\0') == std::string::npos)
+            checkLine(inspection, *line);
+    }
+    reportUnverified(inspection);
+    return settled(inspection);
+}
+
+} // namespace secapp
