@@ -30,8 +30,8 @@ TEST_F(SimRun, DoesWhatTheOptionsSay) {
     } cases[] = {
         {"", "queryMORVI; queryPart", 0, "Device family = MV25\nPartid = 0x51a0c0de"},
         {"--no-flash", "queryFlash", 0, "No Flash"},
-        {"--null-memory", "program image FLASH; verify image FLASH; blankCheck FLASH; dump 0x10000000 2", 0,
-         "ff ff"},
+        {"--null-memory", "program image FLASH; verify image FLASH; dump 0x10000000 2", 0, "ff ff"},
+        {"--null-memory", "dataSet 128 0; programPage 0x10000000 1; blankCheck FLASH; print yes", 0, "yes"},
         {"--null-memory --fault flip,command=burst", "program image FLASH", 255, "Burst checksum is"},
         {"--fault error,at=9", "program image FLASH", 0, "fault 'error,at=9' never struck"},
         {"--fault error,at=3,count=2", "version; version", 255, "Injected error"},
