@@ -228,13 +228,14 @@ std::string helpText() {
     std::string text =
         "Usage: vqxsim [options] [-- command [argument...]]\n"
         "\n"
-        "Simulates a target on a pseudo-terminal. Prints the path of the device and serves until SIGINT, SIGTERM or SIGHUP;\n"
-        "with a command, runs it with each {} replaced by that path and ends with its exit status.\n"
+        "Simulates a target on a pseudo-terminal. Prints the path of the device and serves until SIGINT,\n"
+        "SIGTERM or SIGHUP; with a command, runs it with each {} replaced by that path and ends with its\n"
+        "exit status.\n"
         "\n"
-        "Options (numbers are decimal, or hexadecimal with 0x; in regions K and M stand for 1024 and 1024 * 1024):\n";
+        "Options (numbers are decimal, or hexadecimal with 0x; in regions K stands for 1024, M for 1024 K):\n";
     for (const OptionRow& row : optionRows) {
         const std::string name = formatText("--%s %s", row.name, row.argument != nullptr ? row.argument : "");
-        text += formatText("  %-26s %s\n", name.c_str(), row.help);
+        text += helpRow(name, 29, row.help);
     }
     return text + "\n" + faultHelp();
 }

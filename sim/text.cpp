@@ -69,6 +69,19 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
+std::string helpRow(std::string_view name, std::size_t column, std::string_view meaning) {
+    constexpr std::size_t lineLimit = 100;
+    std::string row("  ");
+    row.append(name).resize(std::max(column, row.size() + 1), ' ');
+    const std::size_t width = lineLimit - column;
+    while (meaning.size() > width) {
+        const std::size_t end = meaning.rfind(' ', width);
+        row.append(meaning.substr(0, end)).append("\n").append(column, ' ');
+        meaning.remove_prefix(end + 1);
+    }
+    return row.append(meaning).append("\n");
+}
+
 std::string printable(std::string_view text, std::size_t limit) {
     std::string shown;
     for (const char c : text.substr(0, limit)) {

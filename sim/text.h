@@ -30,6 +30,9 @@ using ErrorText = std::optional<std::string>;
 /// The text with blanks and tabs removed from both ends.
 [[nodiscard]] std::string_view trimmed(std::string_view text);
 
+/// A row of a help text: a name, and behind `column` characters what it means, folded at 100 characters.
+[[nodiscard]] std::string helpRow(std::string_view name, std::size_t column, std::string_view meaning);
+
 /// The text made safe for one line of output: other than printable ASCII is shown as \xNN, and at most
 /// `limit` characters of the text are shown.
 [[nodiscard]] std::string printable(std::string_view text, std::size_t limit);

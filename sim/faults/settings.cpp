@@ -174,13 +174,13 @@ ErrorText checkFault(const Fault& fault, const FirmwareConfig& firmware) {
 
 std::string faultHelp() {
     std::string text =
-        "Faults: settings are at=N (from the Nth exchange on, once), command=WORD (only at that command; \"burst\" is the\n"
-        "bytes of a burst), chance=PERCENT, count=N (at most so often), and those of the kind:\n";
+        "Faults: settings are at=N (from the Nth exchange on, once), command=WORD (only at that command;\n"
+        "\"burst\" is the bytes of a burst), chance=PERCENT, count=N (at most so often), and those of the kind:\n";
     for (const FaultKind& kind : faultKinds()) {
         std::string head(kind.name);
         if (!kind.settings.empty())
             head.append(" (").append(kind.settings).append(")");
-        text += formatText("  %-31s %s\n", head.c_str(), std::string(kind.help).c_str());
+        text += helpRow(head, 34, kind.help);
     }
     return text;
 }
