@@ -78,7 +78,9 @@ PrefixedCommand splitPrefix(std::string_view piece) {
 }
 
 ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText, std::uint32_t echoFlags) {
-    const auto [prefix, text] = splitPrefix(commandText);
+    const PrefixedCommand piece = splitPrefix(commandText);
+    const char prefix = piece.prefix;
+    const std::string_view text = piece.command;
     if (prefix == '#' || (prefix == '\0' && text.empty()))
         return std::nullopt;
     if (prefix == '?' && text.empty())
