@@ -92,7 +92,7 @@ ErrorText checkRegions(std::vector<RegionSpec> regions) {
         if (region.base + region.size >= addressEnd)
             return formatText(
                 "region '%s' ends at 0x%llx: a host, whose sums have 32 bits, reaches 0xfffffffe",
-                name.c_str(), static_cast<unsigned long long>(region.base + region.size));
+                name.c_str(), shown(region.base + region.size));
         if (before != nullptr && region.size > 0 && region.base < before->base + before->size)
             return "regions '" + printable(before->name, 64) + "' and '" + name + "' overlap";
         if (region.size > 0)
@@ -104,10 +104,8 @@ ErrorText checkRegions(std::vector<RegionSpec> regions) {
 /// Reads a number of at most `limit` for an option.
 ErrorText readNumber(std::string_view text, std::uint64_t limit, std::uint64_t& number) {
     const auto read = parseNumber(text);
-    if (!read || *read > limit) {
-        return formatText("'%s' is not a number from 0 to %llu", printable(text, 64).c_str(),
-                          static_cast<unsigned long long>(limit));
-    }
+    if (!read || *read > limit)
+        return formatText("'%s' is not a number from 0 to %llu", printable(text, 64).c_str(), shown(limit));
     number = *read;
     return std::nullopt;
 }

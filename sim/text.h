@@ -13,6 +13,11 @@ using ErrorText = std::optional<std::string>;
 /// Formats like printf into a text of any length.
 [[nodiscard, gnu::format(printf, 1, 2)]] std::string formatText(const char* pattern, ...);
 
+/// The number as the conversions %llu and %llx take it.
+[[nodiscard]] constexpr unsigned long long shown(std::uint64_t number) {
+    return number;
+}
+
 /// An error that ends with the system's text for the current error number.
 [[nodiscard]] ErrorText systemError(const std::string& what);
 

@@ -76,7 +76,7 @@ TEST_F(SimRun, RefusesWhatItCannotDo) {
     };
     write("image", "no program");
     for (const auto& c : cases) {
-        const Result r = run(std::string("exec vqxsim ") + c.options);
+        const Result r = run(std::string("exec vqxsim ") + c.options, "", 10);
         EXPECT_EQ(r.status, c.status) << c.options;
         EXPECT_EQ(r.out, "") << c.options;
         EXPECT_TRUE(holds(r.err, c.message) && r.err.empty() == (*c.message == '\0'))

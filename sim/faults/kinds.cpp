@@ -15,10 +15,6 @@ constexpr std::uint64_t defaultFloodBytes = 8U << 20;
 constexpr std::uint64_t endless = UINT64_MAX;
 constexpr std::size_t floodLineLength = 62;
 
-unsigned long long shown(std::uint64_t number) {
-    return number;
-}
-
 double inSeconds(Duration time) {
     return std::chrono::duration<double>(time).count();
 }

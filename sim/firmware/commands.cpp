@@ -37,10 +37,6 @@ struct Command {
 /// Adds the table's commands, one a line.
 void listCommands(Reply& reply, bool advanced);
 
-unsigned long long shown(std::uint64_t number) {
-    return number;
-}
-
 void addLine(Reply& reply, std::string_view line) {
     reply.text.append(line).append("\r\n");
 }

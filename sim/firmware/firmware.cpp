@@ -82,7 +82,7 @@ ErrorText carryOut(Firmware& firmware, const Request& request, Reply& reply) {
         break;
     }
     return formatText("Burst given up after %zu of %llu bytes", request.text.size(),
-                      static_cast<unsigned long long>(request.header.length));
+                      shown(request.header.length));
 }
 
 /// The file that keeps what lasts besides the flash, as the commands that set it.

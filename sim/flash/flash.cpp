@@ -16,10 +16,6 @@ constexpr std::uint64_t readyLimit = 64U << 20;
 
 using Bytes = std::span<std::uint8_t>;
 
-unsigned long long shown(std::uint64_t number) {
-    return number;
-}
-
 std::string nameOf(const Region& region) {
     return printable(region.spec.name, 64);
 }

@@ -61,9 +61,8 @@ ErrorText openFile(SparseMemory& memory, const std::string& path, bool& found) {
     const auto size = static_cast<std::uint64_t>(status.st_size);
     found = size > 0;
     if (found && size != memory.size) {
-        return formatText("%s: holds %llu bytes, the region %llu", path.c_str(),
-                          static_cast<unsigned long long>(size),
-                          static_cast<unsigned long long>(memory.size));
+        return formatText("%s: holds %llu bytes, the region %llu", path.c_str(), shown(size),
+                          shown(memory.size));
     }
     if (!found && ftruncate(memory.file.get(), static_cast<off_t>(memory.size)) != 0)
         return systemError(path);
@@ -87,7 +86,7 @@ ErrorText openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill
     if (size == 0)
         return std::nullopt;
     const int kind = memory.file ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
-    const std::string amount = formatText("%llu bytes of memory", static_cast<unsigned long long>(size));
+    const std::string amount = formatText("%llu bytes of memory", shown(size));
     if (size > SIZE_MAX)
         return amount + ": more than this host can address";
     void* const bytes =

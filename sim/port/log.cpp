@@ -50,20 +50,15 @@ void noteOutcome(Log& log, const Outcome& outcome) {
     const std::uint64_t number = outcome.exchange.number; // 0: no request was complete
     if (number > 0)
         noteLine(log, '>', requestText(outcome.request), number);
-    for (const std::string& note : outcome.exchange.notes) {
-        noteLine(log, '!',
-                 number == 0 ? note
-                             : formatText("exchange %llu, %s", static_cast<unsigned long long>(number),
-                                          note.c_str()));
-    }
+    for (const std::string& note : outcome.exchange.notes)
+        noteLine(log, '!', number == 0 ? note : formatText("exchange %llu, %s", shown(number), note.c_str()));
 }
 
 void noteTransmission(Log& log, const Transmission& transmission) {
     if (!log.file)
         return;
     if (transmission.total != transmission.bytes.size()) {
-        noteLine(log, '<',
-                 formatText("[flood of %llu bytes]", static_cast<unsigned long long>(transmission.sent)));
+        noteLine(log, '<', formatText("[flood of %llu bytes]", shown(transmission.sent)));
         return;
     }
     const std::string_view text = transmission.bytes;
