@@ -14,7 +14,7 @@ OK = "VQX_OK"
 
 # What the words of pass-through commands evaluate to, and whether a region's name is in them.
 VALUES = {"FLASH": (BASE, True), "flash+28": (BASE + 28, True), "FLASH+4*8": (BASE + 32, True), "2+FLASH": (BASE + 2, True),
-          "NOSUCH": (None, True), "0x99999999": (0x99999999, False), "0x10000": (0x10000, False), "64": (64, False),
+          "NOSUCH": (None, True), "0x99999999": (0x99999999, False), "0x100000": (0x100000, False), "64": (64, False),
           "8": (8, False), "7": (7, False), "0": (0, False), "1/0": (None, False), "+5": (None, False)}
 
 

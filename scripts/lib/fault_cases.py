@@ -13,7 +13,7 @@ SIZES = [0, 1, 3, 4, 31, 32, 33, 511, 512, 513, 1000, 4095, 4096, 8191, 32767, 3
 ASKED = ["print hello", "print not VQX_OK", "print vqx_ok", "print Vqx_Ok (done)", "print xVQX_ERROR", "print  two  words",
          "queryID", "queryPart", "help", "helpadvanced", "print " + "long" * 50]
 PASSED = ["dump FLASH 64", "dump FLASH+4*8 8", "readWord flash+28", "readWord FLASH", "bootBank 0", "DebugOptions 7"]
-REFUSED = ["eraseFlash 0x99999999", "bogus FLASH 7 NOSUCH", "readWord 2+FLASH", "dump FLASH 0x10000", "readWord NOSUCH",
+REFUSED = ["eraseFlash 0x99999999", "bogus FLASH 7 NOSUCH", "readWord 2+FLASH", "dump FLASH 0x100000", "readWord NOSUCH",
            "dump NOSUCH FLASH", "programPage FLASH 0", "bogus +5 1/0", "verifyPage 2+FLASH 8"]
 
 
