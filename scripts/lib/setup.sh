@@ -18,6 +18,8 @@ readonly -A compilers=([i386]=i686-linux-gnu-g++:g++-i686-linux-gnu
     [armhf]=arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf [arm64]=aarch64-linux-gnu-g++:g++-aarch64-linux-gnu
     [riscv64]=riscv64-linux-gnu-g++:g++-riscv64-linux-gnu [s390x]=s390x-linux-gnu-g++:g++-s390x-linux-gnu)
 # shellcheck disable=SC2034
+readonly -A emulators=([i386]=qemu-i386 [armhf]=qemu-arm [arm64]=qemu-aarch64)
+# shellcheck disable=SC2034
 readonly package_needs=("${build_needs[@]}" /usr/share/build-essential:build-essential dh:debhelper
     dpkg-buildpackage:dpkg-dev lintian:lintian)
 # shellcheck disable=SC2034
