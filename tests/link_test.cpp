@@ -187,20 +187,21 @@ TEST_F(Link, GainsControlOfADifficultTarget) {
         std::string bytes;
     };
     const std::string test = "=print #\r";
-    for (const Case& c : std::vector<Case>{
-             {"leading blanks, no repetition", [&](int, auto&t) { return ok("  " + t); }, test},
-             {"stray lines first",
-              [&](int, auto&t) { return "ready\nVQX_OK\nmore\nVQX_OK\n" + t + "\nVQX_OK\n"; }, test},
-             {"no lines twice", [&](int n, auto&t) { return n < 3 ? Answer("VQX_OK\n") : ok(t); },
-              test + test + test},
-             {"in hexadecimal", [&](int, auto&t) { return ok(secapp::formatText("0x%lX", std::stoul(t))); },
-              test},
-             {"an error first", [&](int n, auto&t) { return n < 2 ? Answer("VQX_ERROR huh\n") : ok(t); },
-              test + "\r" + test},
-             {"a wrong number first", [&](int n, auto&t) { return n < 2 ? ok("1" + t) : ok(t); },
-              test + "\r" + test},
-             {"silence first", [&](int n, auto&t) { return n < 2 ? Answer("") : ok(t); }, test + "\r" + test},
-         }) {
+    const std::vector<Case> cases = {
+        {"leading blanks, no repetition", [&](int, auto& t) { return ok("  " + t); }, test},
+        {"stray lines first",
+         [&](int, auto& t) { return "ready\nVQX_OK\nmore\nVQX_OK\n" + t + "\nVQX_OK\n"; }, test},
+        {"no lines twice", [&](int n, auto& t) { return n < 3 ? Answer("VQX_OK\n") : ok(t); },
+         test + test + test},
+        {"in hexadecimal", [&](int, auto& t) { return ok(secapp::formatText("0x%lX", std::stoul(t))); },
+         test},
+        {"an error first", [&](int n, auto& t) { return n < 2 ? Answer("VQX_ERROR huh\n") : ok(t); },
+         test + "\r" + test},
+        {"a wrong number first", [&](int n, auto& t) { return n < 2 ? ok("1" + t) : ok(t); },
+         test + "\r" + test},
+        {"silence first", [&](int n, auto& t) { return n < 2 ? Answer("") : ok(t); }, test + "\r" + test},
+    };
+    for (const Case& c : cases) {
         board.onHandshake = c.answer;
         const Result r = run("exec secapp -d $PORT hello");
         EXPECT_EQ(r.status, 0) << c.name;

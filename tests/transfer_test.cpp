@@ -105,52 +105,49 @@ TEST_F(Transfer, StagesEncodesAndCommits) {
         std::string options, image, conversation;
         int dots = 1;
     };
-    for (const Case& c : std::vector<Case>{
-             {"", "", set, 0},
-             {"", bytes, set + "databurst 3 0 ffccbbaa|programPage 1000 1|" + set},
-             {"", "\1\0\0\0\2"s, set + "databurst 5 0 ffffff03|programPage 1000 1|" + set},
-             {"", ones(0x201), set + "databurst 201 0 ffffff81|programPage 1000 2|" + set},
-             {"", ones(0x1000), set + "databurst 1000 0 400|programPage 1000 8|" + set},
-             {"", ones(0x2000),
-              set + "databurst 1000 0 400|programPage 1000 8|" + set +
-                  "databurst 1000 0 400|programPage 2000 8|" + set,
-              2},
-             {"-m 0x1800", ones(0x1004),
-              set + "databurst 1000 0 400|programPage 1000 8|" + set + "databurst 4 0 1|programPage 2000 1|" +
-                  set,
-              2},
-             {"-m 0x600", ones(0x1000),
-              set + "databurst 600 0 180|databurst 600 600 180|databurst 400 c00 100|programPage 1000 8|" +
-                  set},
-             {"-m 0x800", ones(0x1000),
-              set + "databurst 800 0 200|databurst 800 800 200|programPage 1000 8|" + set},
-             {"-m 3", "abcdefg",
-              set +
-                  "databurst 3 0 ff636261|databurst 3 3 ff666564|databurst 1 6 ffffff67|programPage 1000 1|" +
-                  set},
-             {"-m 0", ones(0x800), set + "databurst 800 0 200|programPage 1000 4|" + set},
-             {"-m 0x80000000", ones(0x800), set + "databurst 800 0 200|programPage 1000 4|" + set},
-             {"-a 0", ones(136),
-              set + "dataPacket 0" + repeated(" 1", 32) + "|dataPacket 80 1 1|programPage 1000 1|" + set},
-             {"-a 0 -w 64", ones(256),
-              set + "dataPacket 0" + repeated(" 1", 64) + "|programPage 1000 1|" + set},
-             {"-a 0 -w 2", ones(9), set + "dataPacket 0 1 1|dataPacket 8 ffffff01|programPage 1000 1|" + set},
-             {"-a 0 -w 1", "\x44\x33\x22\x11\0\0\0\0"s,
-              set + "dataPacket 0 11223344|dataPacket 4 0|programPage 1000 1|" + set},
-             {"-a 0", bytes, set + "dataPacket 0 ffccbbaa|programPage 1000 1|" + set},
-             {"-a 0", "", set, 0},
-             {"-a 0 -m 4 -w 64", ones(0x1004),
-              set +
-                  [] {
-                      std::string packets;
-                      for (const char* offset : {"0", "100", "200", "300", "400", "500", "600", "700", "800",
-                                                 "900", "a00", "b00", "c00", "d00", "e00", "f00"})
-                          packets += "dataPacket "s + offset + repeated(" 1", 64) + "|";
-                      return packets;
-                  }() +
-                  "programPage 1000 8|" + set + "dataPacket 0 1|programPage 2000 1|" + set,
-              2},
-         }) {
+    const std::vector<Case> cases = {
+        {"", "", set, 0},
+        {"", bytes, set + "databurst 3 0 ffccbbaa|programPage 1000 1|" + set},
+        {"", "\1\0\0\0\2"s, set + "databurst 5 0 ffffff03|programPage 1000 1|" + set},
+        {"", ones(0x201), set + "databurst 201 0 ffffff81|programPage 1000 2|" + set},
+        {"", ones(0x1000), set + "databurst 1000 0 400|programPage 1000 8|" + set},
+        {"", ones(0x2000),
+         set + "databurst 1000 0 400|programPage 1000 8|" + set + "databurst 1000 0 400|programPage 2000 8|" +
+             set,
+         2},
+        {"-m 0x1800", ones(0x1004),
+         set + "databurst 1000 0 400|programPage 1000 8|" + set + "databurst 4 0 1|programPage 2000 1|" + set,
+         2},
+        {"-m 0x600", ones(0x1000),
+         set + "databurst 600 0 180|databurst 600 600 180|databurst 400 c00 100|programPage 1000 8|" + set},
+        {"-m 0x800", ones(0x1000),
+         set + "databurst 800 0 200|databurst 800 800 200|programPage 1000 8|" + set},
+        {"-m 3", "abcdefg",
+         set + "databurst 3 0 ff636261|databurst 3 3 ff666564|databurst 1 6 ffffff67|programPage 1000 1|" +
+             set},
+        {"-m 0", ones(0x800), set + "databurst 800 0 200|programPage 1000 4|" + set},
+        {"-m 0x80000000", ones(0x800), set + "databurst 800 0 200|programPage 1000 4|" + set},
+        {"-a 0", ones(136),
+         set + "dataPacket 0" + repeated(" 1", 32) + "|dataPacket 80 1 1|programPage 1000 1|" + set},
+        {"-a 0 -w 64", ones(256), set + "dataPacket 0" + repeated(" 1", 64) + "|programPage 1000 1|" + set},
+        {"-a 0 -w 2", ones(9), set + "dataPacket 0 1 1|dataPacket 8 ffffff01|programPage 1000 1|" + set},
+        {"-a 0 -w 1", "\x44\x33\x22\x11\0\0\0\0"s,
+         set + "dataPacket 0 11223344|dataPacket 4 0|programPage 1000 1|" + set},
+        {"-a 0", bytes, set + "dataPacket 0 ffccbbaa|programPage 1000 1|" + set},
+        {"-a 0", "", set, 0},
+        {"-a 0 -m 4 -w 64", ones(0x1004),
+         set +
+             [] {
+                 std::string packets;
+                 for (const char* offset : {"0", "100", "200", "300", "400", "500", "600", "700", "800",
+                                            "900", "a00", "b00", "c00", "d00", "e00", "f00"})
+                     packets += "dataPacket "s + offset + repeated(" 1", 64) + "|";
+                 return packets;
+             }() +
+             "programPage 1000 8|" + set + "dataPacket 0 1|programPage 2000 1|" + set,
+         2},
+    };
+    for (const Case& c : cases) {
         SCOPED_TRACE(c.options + " " + c.conversation);
         write("file", c.image);
         const Result r = runScript("program file FLASH", c.options);
