@@ -49,7 +49,7 @@ struct Board::Thread {
         attempts = 0;
     }
 
-    void pauseFor(int ms) {
+    void pauseFor(int ms) const {
         for (; ms > 0 && !stop; ms -= 5)
             std::this_thread::sleep_for(std::chrono::milliseconds(std::min(ms, 5)));
     }
@@ -102,7 +102,7 @@ struct Board::Thread {
         if (line.starts_with("print ") && line.find_first_not_of("0123456789", 6) == std::string::npos)
             return handshake(line.substr(6));
         lines += line + "|";
-        const Answer answer = answerTo(line);
+        Answer answer = answerTo(line);
         if (line.starts_with("databurst ") && answer.text.starts_with("VQX_OK"))
             burstLeft = std::stoul(line.substr(10), nullptr, 16);
         if (burstLeft > 0)
