@@ -131,6 +131,9 @@ ErrorText plugIn(Server& server) {
     if (ErrorText error = openPty(server.pty))
         return error;
     noteLine(server.log, '#', "plugged in as " + server.pty.path);
+    // Writes to the terminal, so before a link leads a host to it.
+    if (isImitated(server.link))
+        server.link.wakeUp = measureWakeUp(server.pty);
     return server.linkPath.empty() ? std::nullopt : makeLink(server.pty, server.linkPath);
 }
 
@@ -276,10 +279,7 @@ ErrorText prepare(Server& server, const Service& service) {
         if (ErrorText error = openLog(server.log, service.log))
             return error;
     }
-    ErrorText error = plugIn(server);
-    if (!error && isImitated(server.link))
-        server.link.wakeUp = measureWakeUp(server.pty);
-    return error;
+    return plugIn(server);
 }
 
 } // namespace
