@@ -5,6 +5,7 @@
 #include "support/numbers.h"
 
 #include <algorithm>
+#include <cinttypes>
 
 namespace secapp {
 namespace {
@@ -36,7 +37,7 @@ void meetMemories(std::vector<FlashRegion>& regions, std::string_view expression
 std::string keyOf(Inspection& inspection, std::string_view expression) {
     meetMemories(inspection.memories->regions, expression);
     const std::optional<std::uint64_t> value = valueOf(expression, inspection.memories);
-    return value ? formatText("%lx", static_cast<unsigned long>(*value)) : std::string(expression);
+    return value ? formatText("%" PRIx64, *value) : std::string(expression);
 }
 
 void checkLength(Inspection& inspection, const FlashWords& words) {
