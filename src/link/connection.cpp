@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include <unistd.h>
+
 namespace secapp {
 namespace {
 
@@ -153,7 +155,8 @@ ErrorText getControl(HandlerData& record) {
     Handshake handshake{.work = newHandlerData(record, record.echoFlags),
                         .until = Clock::now() + longestHandshake,
                         .pending = std::nullopt};
-    std::srand(static_cast<unsigned>(std::time(nullptr)));
+    // The process counts, too: one that was killed in this second may have left an answer with its token.
+    std::srand(static_cast<unsigned>(std::time(nullptr)) ^ static_cast<unsigned>(::getpid()) << 16U);
     debug_print("Attempting to gain control of target");
     for (int left = attempts - 1; left >= 0; --left) {
         const Outcome outcome = attemptControl(handshake, left == 0 || isOver(handshake));
