@@ -129,14 +129,13 @@ void checkVariable(Inspection& inspection, const CheckedCommand& command) {
 }
 
 void checkPause(Inspection& inspection, const CheckedCommand& command) {
-    if (!isCommand(command, "pause") || command.words.size() < 2)
+    if (!isCommand(command, "pause"))
         return;
-    for (const std::string_view state : {"on", "off"}) {
-        const std::string& word = command.words[1];
-        if (startsWithIgnoringCase(word, state) && (word.size() > state.size() || command.words.size() > 2))
-            addFinding(inspection, quoted(word) + " is taken for '" + std::string(state) +
-                                       "': nothing is shown or waited for");
-    }
+    const std::string_view message = argumentsOf(command.text);
+    for (const std::string_view state : {"on", "off"})
+        if (startsWithIgnoringCase(message, state) && message.size() > state.size())
+            addFinding(inspection, quoted(message) + " begins with '" + std::string(state) +
+                                       "': it switches confirmation and is not shown");
 }
 
 using CommandCheck = void (*)(Inspection& inspection, const CheckedCommand& command);
