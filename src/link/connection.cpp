@@ -56,7 +56,7 @@ struct Handshake {
     HandlerData work;
     TimePoint until;
     ErrorText pending;
-    /// Whether the last failure was the link's, and not the target's.
+    /// Whether the pending error is the link's, and not the target's.
     bool linkFailed = false;
 };
 
@@ -67,8 +67,10 @@ bool isOver(const Handshake& handshake) {
 bool send(Handshake& handshake, std::string_view line) {
     const Clock::duration patience =
         std::min<Clock::duration>(handshakePatience, handshake.until - Clock::now());
-    handshake.linkFailed = sendLine(handshake.work, line, patience) <= 0;
-    return !handshake.linkFailed;
+    if (sendLine(handshake.work, line, patience) > 0)
+        return true;
+    handshake.linkFailed = true;
+    return false;
 }
 
 /// Waits for an answer, whose failure becomes the pending error; false when it fails.
