@@ -156,6 +156,15 @@ TEST_F(FrontEnd, EchoesWhatTheLettersAskFor) {
               "hello\nhi\nsetBoot\n" +
                   report("<Command line>:1", "No parameter provided for setBoot", "setBoot", ""))
         << "in the order in which it came";
+
+    std::string shown;
+    board.on = [&](const std::string& line) {
+        if (line.starts_with("look"))
+            shown = read("log");
+        return std::nullopt;
+    };
+    EXPECT_EQ(run("exec secapp -b -d $PORT 'hello;look' >log").status, 0);
+    EXPECT_EQ(shown, "hi\n") << "before the next command";
 }
 
 TEST_F(FrontEnd, InterpretsPrefixes) {
