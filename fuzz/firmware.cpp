@@ -35,7 +35,7 @@ struct State {
 Bytes contentOf(const vqxsim::SparseMemory& memory) {
     constexpr std::size_t blockSize = 0x10000;
     constexpr std::size_t pageSize = 4096;
-    Bytes content(memory.size);
+    Bytes content(static_cast<std::size_t>(memory.size));
     for (std::size_t start = 0; start < content.size(); start += blockSize) {
         const std::size_t length = std::min(blockSize, content.size() - start);
         if (memory.touched[start / blockSize])
@@ -53,8 +53,9 @@ Bytes contentOf(const vqxsim::SparseMemory& memory) {
 State stateOf(const Firmware& firmware) {
     State state{.regions = {}, .buffer = contentOf(firmware.buffer)};
     for (const vqxsim::Region& region : firmware.flash.regions)
-        state.regions.push_back(region.memory ? contentOf(*region.memory)
-                                              : Bytes(region.spec.size, region.spec.blank));
+        state.regions.push_back(region.memory
+                                    ? contentOf(*region.memory)
+                                    : Bytes(static_cast<std::size_t>(region.spec.size), region.spec.blank));
     return state;
 }
 
@@ -91,7 +92,7 @@ Bytes stagedBuffer(const vqxsim::Request& request, Bytes buffer) {
         numbers.push_back(vqxsim::parseHexadecimal(word).value_or(0));
     const auto put = [&](std::uint64_t offset, std::uint64_t byte) {
         require(offset < buffer.size(), "what is staged lies in the buffer");
-        buffer[offset] = static_cast<std::uint8_t>(byte);
+        buffer[static_cast<std::size_t>(offset)] = static_cast<std::uint8_t>(byte);
     };
     const std::string_view word = vqxsim::requestWord(request);
     for (std::size_t i = 0; word == "burst" && i < request.text.size(); ++i)
