@@ -12,6 +12,10 @@ if(SECAPP_SANITIZE)
   target_compile_options(secapp_options INTERFACE
     -fsanitize=${SECAPP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(secapp_options INTERFACE -fsanitize=${SECAPP_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    # With sanitizers g++ takes parts of the standard library for uninitialized.
+    target_compile_options(secapp_options INTERFACE -Wno-maybe-uninitialized)
+  endif()
 else()
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
   target_compile_options(secapp_options INTERFACE
