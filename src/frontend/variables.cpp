@@ -1,6 +1,7 @@
 #include "frontend/variables.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 namespace secapp {
@@ -19,7 +20,7 @@ std::size_t count(std::string_view text, std::string_view pattern) {
 /// of brackets than there are variables.
 std::size_t nextReferenced(const Variables& variables, std::string_view text, std::size_t from) {
     const auto& inOrder = variables.inOrder;
-    if (count(text, "[") * count(text, "]") > inOrder.size()) {
+    if (std::uint64_t{count(text, "[")} * count(text, "]") > inOrder.size()) {
         const auto found = std::find_if(
             inOrder.begin() + static_cast<std::ptrdiff_t>(from), inOrder.end(),
             [&](const auto& variable) { return text.find(variable.pattern) != std::string_view::npos; });
