@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Input that nobody means well: every case ends soon, with the status and the text that its row names, and without a
-# sanitizer's report. Usage: hostile.sh SECAPP VQXSIM
+# sanitizer's report. Usage: hostile.sh SECAPP VQXSIM BYTES_OF_A_POINTER
 set -euo pipefail
-secapp=$1 vqxsim=$2
+secapp=$1 vqxsim=$2 pointer=$3
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
@@ -91,7 +91,11 @@ region 0 'Verified 16 bytes' A,base=0,buffer=0 'program image A; verify image A'
 region 0 'Verified 16 bytes' A,base=0,size=1024,page=4,buffer=6 'program image A; verify image A'
 region 0 'Verified 16 bytes' A,base=0xfffff000,size=0xfff,page=1,buffer=1000,blank=0 'program image A; verify image A'
 region 0 'Verified 16 bytes' '%n%s,base=0' 'program image %n%s; verify image %N%S'
-region 0 'Verified 16 bytes' A,base=0,size=0xf0000000,buffer=0xe0000000 'program image A; verify image A'
+if ((pointer == 8)); then
+    region 0 'Verified 16 bytes' A,base=0,size=0xf0000000,buffer=0xe0000000 'program image A; verify image A'
+else
+    region 255 '4026531840 bytes of memory: Cannot allocate memory' A,base=0,size=0xf0000000,buffer=0xe0000000 'program image A'
+fi
 region 0 'Verified 16 bytes' "$(printf 'N%.0s' {1..5000}),base=0" 'program image 0; verify image 0'
 
 many=()
