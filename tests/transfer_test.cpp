@@ -204,7 +204,7 @@ TEST_F(Transfer, TakesBufferAndFillByteFromTheRegion) {
         EXPECT_EQ(r.err, c.err);
         EXPECT_EQ(board.conversation(), "queryFlash|" + c.conversation);
     }
-#ifndef __SANITIZE_ADDRESS__
+#ifdef SECAPP_LIMIT_MEMORY
     // A fill takes as much memory as the buffer that the target claims.
     const Result r = run("ulimit -v 300000; exec secapp -d $PORT program 1 FLASH 0x20000000");
     EXPECT_EQ(r.err, "Out of memory\n");
