@@ -112,9 +112,6 @@ ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std:
     record.outputHandler = stdOutputHandler;
     const bool immediate = (echoFlags & ECHO_IMMEDIATE) != 0;
     ErrorText error = immediate ? immediateHandler(record, commandText) : callHandler(record, commandText);
-    // Whoever did without an answer that was lost: nobody knows any more what the target does.
-    if (!error)
-        error = connectionFailure(record);
     runRecord.serialHandle = record.serialHandle;
     runRecord.savedSettings = record.savedSettings;
     response = std::move(record.response);

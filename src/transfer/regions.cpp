@@ -11,10 +11,11 @@ namespace {
 constexpr unsigned allDebugOptions = 7;
 constexpr int debugOptionsShift = 16;
 
-void sendDebugOptions(HandlerData& record, unsigned options) {
+/// An aid, which the query does not depend on: what the target refuses is dropped, but not a lost answer.
+ErrorText sendDebugOptions(HandlerData& record, unsigned options) {
     if ((record.echoFlags & ECHO_TARGET_DEBUG) != 0)
-        (void)sendCommand(record,
-                          formatText("DebugOptions %u", options)); // An aid: the query does not depend on it.
+        (void)sendCommand(record, formatText("DebugOptions %u", options));
+    return connectionFailure(record);
 }
 
 void setProperty(FlashRegion& region, std::string_view key, std::uint32_t number) {
@@ -34,11 +35,11 @@ void setProperty(FlashRegion& region, std::string_view key, std::uint32_t number
 
 ErrorText exchangeFlashQuery(HandlerData& record) {
     constexpr std::uint32_t optionBits = ECHO_TARGET_DEBUG_A | ECHO_TARGET_DEBUG_B | ECHO_TARGET_DEBUG_S;
-    sendDebugOptions(record, (record.echoFlags & optionBits) >> debugOptionsShift);
+    if (ErrorText error = sendDebugOptions(record, (record.echoFlags & optionBits) >> debugOptionsShift))
+        return error;
     if (ErrorText error = sendCommand(record, "queryFlash"))
         return error;
-    sendDebugOptions(record, allDebugOptions);
-    return std::nullopt;
+    return sendDebugOptions(record, allDebugOptions);
 }
 
 ErrorText parseFlashList(std::string_view answer, FlashList& list) {
