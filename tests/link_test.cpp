@@ -335,15 +335,23 @@ protected:
             std::filesystem::create_symlink(driver, folder / "devices" / name / "driver");
     }
 
-    // Runs the command where the made folder and the board stand in the place of the system's.
-    [[nodiscard]] std::string inMadeSystem(const std::string& command) const {
-        return "mkdir -p dev/pts; ln -sf $PORT dev/ttyACM0; exec unshare " +
-               std::string(getuid() == 0 ? "-m" : "-rm") +
-               " sh -c 'mount --rbind /dev/pts dev/pts && mount --rbind dev /dev && mount --bind tty /sys/class/tty && exec " +
+    // Runs the command where the made folder and the board stand in the place of the system's. In a chroot,
+    // whose root is no mount, the mounts keep their propagation, which must be to nowhere.
+    [[nodiscard]] static std::string inMadeSystem(const std::string& command) {
+        return std::string("mkdir -p dev/pts; ln -sf $PORT dev/ttyACM0\nown=") +
+               (getuid() == 0 ? "-m" : "-rm") +
+               "\nunshare $own true 2>/dev/null || { [ -r /proc/1/mountinfo ] && "
+               "! grep -q shared: /proc/1/mountinfo && own=\"$own --propagation unchanged\"; }\n"
+               "exec unshare $own sh -c 'mount --rbind /dev/pts dev/pts && mount --rbind dev /dev && "
+               "mount --bind tty /sys/class/tty && exec " +
                command + "'";
     }
 
-    bool permitted() { return run("mkdir -p tty; " + inMadeSystem("true")).status == 0; }
+    // Why that cannot be, if so.
+    std::string refusal() {
+        const Result r = run("mkdir -p tty; " + inMadeSystem("true"));
+        return r.status == 0 ? "" : "no mounts of one's own: " + r.err;
+    }
 };
 
 TEST_F(Discovery, FindsWhatSitsOnAUsbDriver) {
@@ -371,8 +379,8 @@ TEST_F(Discovery, FindsWhatSitsOnAUsbDriver) {
 
 TEST_F(Discovery, UsesTheOnlyPort) {
     addTty("ttyACM0", "../../bus/usb/drivers/cdc_acm");
-    if (!permitted())
-        GTEST_SKIP() << "no mount namespace";
+    if (const std::string why = refusal(); !why.empty())
+        GTEST_SKIP() << why;
     EXPECT_EQ(run(inMadeSystem("secapp hello")).status, 0);
     EXPECT_EQ(board.conversation(), "hello |");
     for (const char* letter : {"?", "l"}) {
@@ -385,8 +393,8 @@ TEST_F(Discovery, UsesTheOnlyPort) {
 }
 
 TEST_F(Discovery, AsksWhenThereAreSeveralPortsOrNone) {
-    if (!permitted())
-        GTEST_SKIP() << "no mount namespace";
+    if (const std::string why = refusal(); !why.empty())
+        GTEST_SKIP() << why;
     Result r = run(inMadeSystem("secapp hello"));
     EXPECT_EQ(r.err, "No serial ports\n");
     EXPECT_EQ(r.status, 1);
