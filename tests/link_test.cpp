@@ -270,9 +270,9 @@ TEST_F(Link, SetsThePortAndGivesItBackAfterEveryEnding) {
         during = {};
         EXPECT_EQ(run("exec secapp -d $PORT " + c.words, "q\n").status, c.status);
         EXPECT_EQ(during.c_iflag, tcflag_t{BRKINT | IGNPAR | ICRNL});
-        EXPECT_EQ(during.c_oflag, 0u);
+        EXPECT_EQ(during.c_oflag, 0U);
         EXPECT_EQ(during.c_cflag, tcflag_t{B38400 | CS8 | CREAD | CLOCAL | CRTSCTS});
-        EXPECT_EQ(during.c_lflag, 0u);
+        EXPECT_EQ(during.c_lflag, 0U);
         for (std::size_t i = 0; i < NCCS; i++)
             EXPECT_EQ(during.c_cc[i], i == VMIN ? c.vmin : i == VTIME ? c.vtime : i == VEOF ? 4 : 0) << i;
         EXPECT_TRUE(sameSettings(before));

@@ -40,7 +40,7 @@ INSTANTIATE_TEST_SUITE_P(Encoders, ProgrammingImages,
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST_P(ProgrammingImages, ArriveByteForByte) {
-    for (const std::size_t size : {0u, 1u, 3u, 31u, 512u, 513u, 32768u, 65537u, 524288u}) {
+    for (const std::size_t size : {0U, 1U, 3U, 31U, 512U, 513U, 32768U, 65537U, 524288U}) {
         if (size > GetParam().largest)
             continue;
         const std::string bytes = image(size);
@@ -74,7 +74,7 @@ TEST_F(Programming, RunsAScriptAsAUserWritesIt) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < 32; i++)
         sum += static_cast<std::uint32_t>(static_cast<unsigned char>(patched[i])) << i % 4 * 8;
-    EXPECT_EQ(sum, 0u);
+    EXPECT_EQ(sum, 0U);
     EXPECT_TRUE(patched.replace(28, 4, bytes, 28, 4) == bytes);
 }
 

@@ -1,5 +1,7 @@
 #include "harness.h"
 
+#include <sstream>
+
 namespace {
 
 using namespace std::string_literals;
@@ -169,7 +171,8 @@ TEST_F(Transfer, ShowsHowLongAndHowFast) {
     const Result r = runScript("program file FLASH");
     EXPECT_EQ(timed(r, 0.3), "\nProgrammed 4096 bytes to 0x1000 in #s (#KB/sec)\n");
     double seconds = 0, rate = 0;
-    std::sscanf(r.out.substr(r.out.find(" in ")).c_str(), " in %lfs (%lfKB/sec)", &seconds, &rate);
+    std::istringstream in(r.out.substr(r.out.find(" in ") + 4));
+    (in >> seconds).ignore(3) >> rate; // "s ("
     EXPECT_NEAR(seconds * rate, 4, 0.03) << r.out;
 }
 
@@ -256,7 +259,7 @@ TEST_F(Transfer, RefusesDataThatTheBufferWouldCut) {
     struct Case {
         std::string page, buffer, command, error, bytes;
         std::size_t size = 32;
-        std::string options = "";
+        std::string options = {};
     };
     for (const Case& c : std::vector<Case>{
              {"2", "6", "program +w4 1 FLASH 24", width, ""},
