@@ -94,6 +94,7 @@ def refusals():
             (2, "takes NAME=VALUE", "script", "good 1", "-v", "serial"),
             (1, "good 1 is named twice", "script", "good 1", "good 2", "good 1"),
             (1, "other is named twice, the other time as good 1", "script", "good 1", "other"),
+            (1, "cannot read no_image", "script", "good 1", "--image", "no_image"),
             (1, "holds the logs of an earlier run", "script", "good 1", "--logs", "many"),
             (1, "the first of them is device", "script", "--boards", "no_device"),
             (1, "the board x in no_value has no serial", "script", "--boards", "no_value"),
