@@ -1,10 +1,15 @@
 #include "memory_port.h"
 
+#include "fuzz.h"
+
 #include "link/serial.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+
+#include <fcntl.h>
 
 namespace fuzzing {
 namespace {
@@ -57,7 +62,10 @@ MemoryPort& memoryPort() {
 
 const char* memoryDevice() {
     secapp::setPortCalls({.read = readPort, .write = writePort, .poll = pollPort, .waiting = waitingBytes});
-    return "/dev/ptmx"; // a new terminal each time
+    // One of this process's own: the tool locks it.
+    static const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+    require(::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0, "there is a terminal to open");
+    return ::ptsname(terminal);
 }
 
 } // namespace fuzzing
