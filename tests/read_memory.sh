@@ -24,12 +24,10 @@ check() {
     }
 }
 
-# target SIMULATOR_OPTION... -- COMMAND...: a target with 16 KiB of FLASH, an odd place for its memory and one behind it
-target() {
-    vqxsim --region FLASH,base=0x10000000,size=16K --region BANKB,base=0x10004000,size=1K --memory memory "$@"
-}
+# "${target[@]}" SIMULATOR_OPTION... -- COMMAND...: a target with 16 KiB of FLASH, an odd place for its memory and one behind it
+target=(vqxsim --region "FLASH,base=0x10000000,size=16K" --region "BANKB,base=0x10004000,size=1K" --memory memory)
 
-target -- secapp -d {} queryFlash >output
+"${target[@]}" -- secapp -d {} queryFlash >output
 head -c 16384 /dev/urandom >memory/FLASH.bin
 head -c 1024 /dev/urandom >memory/BANKB.bin
 cat memory/FLASH.bin memory/BANKB.bin >both
@@ -37,7 +35,7 @@ cat memory/FLASH.bin memory/BANKB.bin >both
 # What is asked for, and the place and number of the bytes that it means
 while read -r address length offset count; do
     status=0
-    target -- "$read_memory" {} "$address" "$length" read >output 2>&1 || status=$?
+    "${target[@]}" -- "$read_memory" {} "$address" "$length" read >output 2>&1 || status=$?
     check "status $status of $address $length" test "$status" -eq 0
     check "the bytes of $address $length" cmp read <(tail -c "+$((offset + 1))" both | head -c "$count")
 done <<'CASES'
@@ -54,7 +52,7 @@ fails() {
     local words=$1 wanted=$2 fault=$3 status=0
     shift 3
     echo kept >kept/file
-    target ${fault:+--fault "$fault"} -- timeout 30 "$read_memory" --secapp 'secapp -g 1' {} "$@" >output 2>&1 || status=$?
+    "${target[@]}" ${fault:+--fault "$fault"} -- timeout 30 "$read_memory" --secapp 'secapp -g 1' {} "$@" >output 2>&1 || status=$?
     check "status $status of $fault $*" test "$status" -eq "$wanted"
     check "the text of $fault $*" grep -qF -e "$words" output
     check "what $fault $* leaves" test "$(cat kept/* kept/.[!.]* 2>/dev/null)" = kept
@@ -74,7 +72,7 @@ fails '0x1000049c: Resource temporarily unavailable' 1 "drop,$at" FLASH 4K kept/
 fails '0x1000049c: Device ' 1 "unplug,$at" FLASH 4K kept/file
 
 # Interrupted while the target is silent
-target --fault "hang,s=100,$at" --link board >output 2>&1 &
+"${target[@]}" --fault "hang,s=100,$at" --link board >output 2>&1 &
 simulator=$!
 trap 'kill "$simulator"; rm -rf "$folder"' EXIT
 until [[ -e board ]]; do sleep 0.02; done
