@@ -19,6 +19,9 @@ TEST(SimFirmware, AnswersCommands) {
         {"queryID",
          "Serial = 5a100000-00000001-00c0ffee-20240229\r\nUSB vendor = 0x0000\r\nUSB product = 0x0000\r\nBoot bank = 0\r\nVQX_OK\r\n"},
         {"queryMORVI", "VQX_ERROR No external flash\r\n"},
+        {"help", "blankCheck address\r\nbootBank 0|1\r\ndump address count\r\neraseFlash address\r\nhelp\r\n"
+                 "helpadvanced\r\nprint text...\r\nqueryFlash\r\nqueryID\r\nqueryMORVI\r\nqueryPart\r\n"
+                 "readWord address\r\nversion\r\nVQX_OK\r\n"},
         {"nonsense 1", "VQX_ERROR Unknown command nonsense\r\n"},
         {"dataSet 2000", "VQX_ERROR Usage: dataSet words fill\r\n"},
         {"dataSet 2001 0", "VQX_ERROR 0x8004 bytes at offset 0x0 exceed the buffer of 0x8000 bytes\r\n"},
