@@ -81,6 +81,7 @@ TEST_F(SimRun, RefusesWhatItCannotDo) {
         EXPECT_EQ(r.out, "") << c.options;
         EXPECT_TRUE(holds(r.err, c.message) && r.err.empty() == (*c.message == '\0'))
             << c.options << ": " << r.err;
+        EXPECT_EQ(r.err.find("vqxsim: ", 1), std::string::npos) << c.options << ": " << r.err;
     }
 }
 
@@ -145,6 +146,14 @@ TEST_F(SimRun, TakesItsTime) {
         EXPECT_EQ(r.status, 0) << c.options << r.err;
         EXPECT_GE(r.seconds, c.seconds) << c.options;
     }
+}
+
+TEST_F(SimRun, SendsAnswersOneAfterTheOther) {
+    const Result r = run("exec vqxsim --rate 3000 -- bash -c 'exec 3<>{}; "
+                         "printf \"=batchmode 1\\r=dump 10000000 100\\r=dump 10000000 100\\r\" >&3; "
+                         "exec head -n 36 <&3'");
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 36);
+    EXPECT_GE(r.seconds, 0.6) << "two answers of 950 bytes at 3,000 bytes a second";
 }
 
 TEST_F(SimRun, RepeatsRandomFaultsFromTheSeed) {

@@ -215,4 +215,11 @@ TEST(SimFlash, KeepsRegionsInFiles) {
     std::filesystem::remove_all(folder);
 }
 
+TEST(SimText, FoldsTheRowsOfItsHelp) {
+    EXPECT_EQ(helpRow("--a", 8, "what it does"), "  --a   what it does\n");
+    EXPECT_EQ(helpRow("--a-long-one", 8, "what"), "  --a-long-one what\n");
+    const std::string half(45, 'x');
+    EXPECT_EQ(helpRow("--a", 8, half + " " + half + " y"), "  --a   " + half + " " + half + "\n        y\n");
+}
+
 } // namespace
