@@ -2,7 +2,6 @@
 
 #include "flash/memory.h"
 
-
 namespace vqxsim {
 
 /// What a flash region claims to be. Addresses and sizes are bytes, below 2^36, so that sums never wrap.
