@@ -146,6 +146,34 @@ void awaitQuickAnswer(int handle) {
     }
 }
 
+/// The wait of the line reader for a byte.
+struct ByteWait {
+    Clock::duration patience;
+    TimePoint deadline = {}; ///< of the byte that is awaited, 0 while none is
+    bool hungUp = false;
+};
+
+/// Waits after a read that gave no byte; false when the time is over or the port has failed.
+bool awaitByte(int handle, int got, ByteWait& wait) {
+    if (got == 0)
+        serial.error = wait.hungUp ? EIO : EAGAIN;
+    if (!serial_timedOut()) {
+        debug_print("READLINE %d - error %d '%s'", 1, serial.error, std::strerror(serial.error));
+        noticeLoss(handle);
+        return false;
+    }
+    const TimePoint now = Clock::now();
+    if (wait.deadline == TimePoint())
+        wait.deadline = now + wait.patience;
+    if (now >= wait.deadline)
+        return false;
+    // One wait for all the time that is left: each of many short sleeps costs more time than the quickest
+    // target takes to answer.
+    const short events = awaitEvents(handle, POLLIN, wait.deadline - now);
+    wait.hungUp = (events & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+    return true;
+}
+
 void traceByte(std::uint8_t byte) {
     if (DEBUG == 0)
         return;
@@ -226,29 +254,14 @@ int serial_readLine(int handle, std::string& line, int capacity, int timeout,
                     const std::optional<TimePoint>& until) {
     if (capacity < 1)
         return 0;
-    const auto patience = std::chrono::milliseconds(timeout) + std::chrono::milliseconds(1);
-    TimePoint deadline; // none while it is 0
-    bool hungUp = false;
+    ByteWait wait{.patience = std::chrono::milliseconds(timeout) + std::chrono::milliseconds(1)};
     for (;;) {
         awaitQuickAnswer(handle);
         std::uint8_t byte = 0;
         const int got = serial_read(handle, {&byte, 1});
         if (got < 1) {
-            if (got == 0)
-                serial.error = hungUp ? EIO : EAGAIN;
-            if (!serial_timedOut()) {
-                debug_print("READLINE %d - error %d '%s'", 1, serial.error, std::strerror(serial.error));
-                noticeLoss(handle);
+            if (!awaitByte(handle, got, wait))
                 return -1;
-            }
-            const TimePoint now = Clock::now();
-            if (deadline == TimePoint())
-                deadline = now + patience;
-            if (now >= deadline)
-                return -1;
-            // One wait for all the time that is left: each of many short sleeps costs more time than the
-            // quickest target takes to answer.
-            hungUp = (awaitEvents(handle, POLLIN, deadline - now) & (POLLHUP | POLLERR | POLLNVAL)) != 0;
             continue;
         }
         traceByte(byte);
@@ -264,7 +277,7 @@ int serial_readLine(int handle, std::string& line, int capacity, int timeout,
             serial.error = EAGAIN;
             return -1;
         }
-        deadline = TimePoint();
+        wait.deadline = TimePoint();
     }
 }
 
