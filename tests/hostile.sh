@@ -82,6 +82,8 @@ tool 255 "Cannot open program file 'fifo'" program fifo MORVI
 tool 255 "Cannot open program file '/dev/zero'" program /dev/zero MORVI
 tool 255 'could not be read to its end' download /proc/self/mem
 tool 0 'Programmed 0 bytes' program empty MORVI
+# A file whose size says 0, but which has data.
+tool 0 "Downloaded $(wc -c </proc/version) bytes" download /proc/version
 tool 0 'Programmed 5 bytes' program '%n%s' MORVI
 tool 255 "Cannot open verify file '%n%n'" verify '%n%n' MORVI
 

@@ -71,10 +71,9 @@ std::optional<std::int64_t> measureFile(std::FILE* stream) {
     const off_t size = ::ftello(stream);
     if (size < 0 || ::fseeko(stream, 0, SEEK_SET) != 0)
         return std::nullopt;
-    if (size == 0 && (std::fgetc(stream) != EOF || std::ferror(stream) != 0))
-        return std::nullopt;
+    const bool isMeasured = size > 0 || (std::fgetc(stream) == EOF && std::ferror(stream) == 0);
     std::rewind(stream);
-    return size;
+    return isMeasured ? std::optional<std::int64_t>(size) : std::nullopt;
 }
 
 } // namespace secapp
