@@ -11,8 +11,6 @@
 #include "transfer/encoders.h"
 
 #include <cstdlib>
-#include <new>
-#include <stdexcept>
 
 namespace secapp {
 namespace {
@@ -142,15 +140,5 @@ void closePort(HandlerData& record) {
 } // namespace secapp
 
 int main(int argc, char** argv) {
-    try {
-        secapp::openStandardStreams();
-        secapp::run(argc, argv);
-    } catch (const std::bad_alloc&) {
-        secapp::writeText(stderr, "Out of memory\n");
-    } catch (const std::length_error&) {
-        secapp::writeText(stderr, "Out of memory: this machine cannot hold so much at once\n");
-    } catch (const std::exception& error) {
-        secapp::writeText(stderr, secapp::formatText("Internal error: %s\n", error.what()));
-    }
-    std::exit(secapp::commandFailure);
+    secapp::runProgram(secapp::run, argc, argv, secapp::commandFailure);
 }

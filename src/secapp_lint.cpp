@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <exception>
-#include <new>
 
 #include <unistd.h>
 
@@ -76,13 +74,5 @@ int checkFile(const char* path, const Variables& variables) {
 } // namespace secapp
 
 int main(int argc, char** argv) {
-    try {
-        secapp::openStandardStreams();
-        secapp::run(argc, argv);
-    } catch (const std::bad_alloc&) {
-        secapp::writeText(stderr, "Out of memory\n");
-    } catch (const std::exception& error) {
-        secapp::writeText(stderr, secapp::formatText("Internal error: %s\n", error.what()));
-    }
-    std::exit(secapp::failureStatus);
+    secapp::runProgram(secapp::run, argc, argv, secapp::failureStatus);
 }

@@ -7,7 +7,7 @@ namespace {
 class Help : public Secapp {
 protected:
     Help() {
-        board.answers.emplace("help", "=help\nerase   addr \t len\n\n  list\nVQX_OK\n");
+        board.answers.emplace("help", "=help\nerase   addr \t len\n\n \t\n  list\nVQX_OK\n");
         board.answers.emplace("helpadvanced", "longcommandname x\nVQX_OK\n");
     }
 };
@@ -82,7 +82,10 @@ TEST_F(Help, ShowsTheSettingsMadeBeforeIt) {
 TEST_F(Help, CallsTheProgramByTheNameOfItsFile) {
     board.answers.emplace("version", "firmware 2.1\nVQX_OK\n");
     ASSERT_EQ(run("ln -s \"$(command -v secapp)\" flasher").status, 0);
-    for (const auto& [path, name] : {std::pair("secapp", "secapp"), {"./flasher", "flasher"}}) {
+    for (const auto& [path, name] : {std::pair("secapp", "secapp"),
+                                     {"./flasher", "flasher"},
+                                     {"bash -c 'exec -a // secapp \"$@\"' -", "/"},
+                                     {"bash -c 'exec -a \"\" secapp \"$@\"' -", "."}}) {
         Result r = run(std::string("exec ") + path + " -d $PORT version 0x10");
         EXPECT_EQ(form(r.out), std::string(name) + ": #.#.# (Build #) (Mon # # #:#:#)\nfirmware #.#\n");
         EXPECT_EQ(board.conversation(), "version 0x10|");

@@ -95,7 +95,7 @@ TEST_F(Lint, SaysHowARunReadsASlip) {
 }
 
 TEST_F(Lint, IsSilentAboutWhatRunsAsItLooks) {
-    for (const std::string script : {
+    for (const std::string& script : std::vector<std::string>{
              "# lint: off\nerase FLASH BANKB",
              "program +c fw FLASH+0x4000\nverify +i fw flash+16*1024",
              "program fw FLASH,BANKB\nverify fw all",
@@ -105,6 +105,9 @@ TEST_F(Lint, IsSilentAboutWhatRunsAsItLooks) {
              "var a=[b]; var b=echo; [b]; [a] c; varc=1; var d=; @progam[none]",
              "dumb; readBack; reset 1 2 3; print progam; otp_ProgUSBID 1 2; queryPart",
              "erase all; verify 0x11 FLASH BANKB-FLASH-1",
+             // What stops the run with an error of its own.
+             "var =x; program; program +c fw; verify 1",
+             "var a=" + std::string(600, 'x') + "\necho [a][a]",
          })
         EXPECT_EQ(findings(script), "") << script;
 }

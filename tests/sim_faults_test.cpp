@@ -167,6 +167,7 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--region", "A,size=0x1000000000"}, "option --region: bad number"},
         {{"--region", "A,size=0x100000M"}, "option --region: bad number"},
         {{"--no-flash", "--region", "A"}, "--no-flash and --region"},
+        {{"--fault", "nonsense,at=1"}, "option --fault: unknown fault 'nonsense'"},
         {{"--fault", "drop,ms=1"}, "option --fault: fault drop has no setting 'ms'"},
         {{"--fault", "drop,at=0"}, "option --fault: bad value in 'at=0'"},
         {{"--fault", "delay,ms=nan"}, "option --fault: bad value"},

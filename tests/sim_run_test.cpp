@@ -37,6 +37,7 @@ TEST_F(SimRun, DoesWhatTheOptionsSay) {
         {"--fault error,at=3,count=2", "version; version", 255, "Injected error"},
         {"--region A,size=1K,page=256,blank=0", "blankCheck A; readWord A", 0, "0x00000000"},
         {"--fault drop,chance=0.0001 --seed 5", "version", 0, "'drop,chance=0.0001' never struck"},
+        {"--log /dev/full", "queryPart", 0, "vqxsim: log: No space left on device"},
         {"--memory new/folder", "setBoot 1; queryID", 0, "Boot bank = 1"},
         {"--memory new/folder", "queryID", 0, "Boot bank = 1"},
     };
@@ -85,6 +86,12 @@ TEST_F(SimRun, RefusesWhatItCannotDo) {
     }
 }
 
+TEST_F(SimRun, TellsItsVersion) {
+    const Result r = run("exec vqxsim --version");
+    EXPECT_EQ(withoutNumbers(r.out), "vqxsim #.#.# (Build #)\n");
+    EXPECT_EQ(r.status, 0);
+}
+
 TEST_F(SimRun, ServesUntilASignal) {
     const Result r =
         run("vqxsim --link device >path & until [ -s path ]; do sleep 0.01; done\n"
@@ -127,6 +134,14 @@ TEST_F(SimRun, LogsTheWholeConversation) {
         talk(std::string("--log log --region A,size=512,page=256,buffer=256 ") + c.options, c.script);
         EXPECT_EQ(conversation(read("log")), start + c.log + "# closed by a host\n") << c.options;
     }
+}
+
+TEST_F(SimRun, LogsWhatIsNoCommand) {
+    run("exec vqxsim --log log -- bash -c 'exec 3<>{}; printf \"=batchmode 1\\r=%05000d\\r=databurst 4 0 0\\rab\" 7 >&3; "
+        "until grep -q given log; do sleep 0.01; done'");
+    const std::string log = conversation(read("log"));
+    EXPECT_TRUE(holds(log, "\n2 > [line too long] " + std::string(64, '0') + "\n")) << log;
+    EXPECT_TRUE(holds(log, "\n4 > [burst broken off after 0x2 bytes]\n")) << log;
 }
 
 TEST_F(SimRun, TakesItsTime) {

@@ -7,10 +7,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
+#include <utility>
 
 #include "link/connection.h"
+#include "link/protocol.h"
 #include "link/serial.h"
+#include "link/timing.h"
 #include "link/wire.h"
 
 namespace {
@@ -25,8 +29,8 @@ struct Played {
     std::string endless;       ///< comes then, over and over, with a pause before each
     std::string output;        ///< what was written
     std::size_t room = 100000; ///< bytes that one write takes
-    int writeError = EAGAIN;
-    bool slow = false; ///< takes a single byte only after a pause, again and again
+    int writeError = EAGAIN;   ///< when it takes none; 0: it says that it took none
+    bool slow = false;         ///< takes a single byte only after a pause, again and again
 } played;
 
 constexpr auto shortPause = milliseconds(10);
@@ -49,7 +53,7 @@ ssize_t playWrite(int, const void* bytes, std::size_t size) {
     if (played.slow)
         played.room = 0;
     errno = played.writeError;
-    return count > 0 ? static_cast<ssize_t>(count) : -1;
+    return count > 0 || errno == 0 ? static_cast<ssize_t>(count) : -1;
 }
 
 int playPoll(pollfd* port, nfds_t, const timespec* limit, const sigset_t*) {
@@ -155,18 +159,62 @@ TEST_F(Wire, DrainsAllThatIsStale) {
     EXPECT_EQ(played.input, "");
 }
 
-TEST(Port, SaysOnceWhenAWriteFindsItsDeviceGone) {
-    const int master = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
-    const std::string path = ptsname(master);
+TEST(Timing, SubtractsTimes) {
+    for (auto [later, earlier, difference, isNegative] :
+         std::vector<std::tuple<timeval, timeval, timeval, int>>{
+             {{5, 700000}, {3, 200000}, {2, 500000}, 0},
+             {{5, 200000}, {3, 700000}, {1, 500000}, 0},
+             {{5, 0}, {1, 2500000}, {1, 500000}, 0},
+             {{5, 2500000}, {1, 0}, {6, 500000}, 0},
+             {{1, 0}, {3, 0}, {-2, 0}, 1},
+         }) {
+        timeval result{};
+        EXPECT_EQ(timeval_subtract(result, later, earlier), isNegative);
+        EXPECT_EQ(std::pair(result.tv_sec, result.tv_usec), std::pair(difference.tv_sec, difference.tv_usec));
+    }
+}
+
+/// A terminal of one's own, opened as a port.
+struct OpenTerminal {
+    OpenTerminal() {
+        EXPECT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
+        path = ptsname(master);
+        handle = serial_init(path.c_str(), settings, 0, 1);
+    }
+    ~OpenTerminal() {
+        serial_terminate(handle, settings);
+        close(master);
+    }
+
+    int master = posix_openpt(O_RDWR | O_NOCTTY);
+    std::string path;
     std::shared_ptr<termios> settings;
-    const int handle = serial_init(path.c_str(), settings, 0, 1);
-    close(master);
+    int handle = 0;
+};
+
+TEST_F(Wire, SendsNothingBehindALineThatDidNotGoOut) {
+    for (const auto& [error, text] :
+         {std::pair(EIO, "Input/output error"), {0, "Resource temporarily unavailable"}}) {
+        SCOPED_TRACE(text);
+        const OpenTerminal terminal;
+        record.serialHandle = terminal.handle;
+        played.room = 0;
+        played.writeError = error;
+        EXPECT_EQ(sendCommand(record, "lost"), text);
+        played.room = 100;
+        played.input = "VQX_OK\n";
+        EXPECT_EQ(sendCommand(record, "next"), text);
+        EXPECT_EQ(played.output, "");
+    }
+}
+
+TEST(Port, SaysOnceWhenAWriteFindsItsDeviceGone) {
+    OpenTerminal terminal;
+    close(std::exchange(terminal.master, -1));
     testing::internal::CaptureStderr();
     for (int i = 0; i < 2; i++)
-        EXPECT_EQ(serial_write(handle, bytesOf("hello")), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Device " + path + " is gone\n");
-    serial_terminate(handle, settings);
+        EXPECT_EQ(serial_write(terminal.handle, bytesOf("hello")), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Device " + terminal.path + " is gone\n");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "frontend/version.h"
 
 #include "link/protocol.h"
+#include "support/text.h"
 
 #ifndef SECAPP_BUILD_DATE
 #define SECAPP_BUILD_DATE __DATE__
@@ -25,7 +26,7 @@ std::string getVersionString(bool longForm) {
 }
 
 void setProgramName(std::string_view path) {
-    programName = path.substr(path.rfind('/') + 1);
+    programName = getBasename(path);
 }
 
 const std::string& getProgramName() {

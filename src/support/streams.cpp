@@ -5,11 +5,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace secapp {
+namespace {
 
 void openStandardStreams() {
     // The lowest free descriptor is taken: the loop ends when it is none of the three.
@@ -19,6 +22,22 @@ void openStandardStreams() {
     if (descriptor > STDERR_FILENO)
         ::close(descriptor);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+}
+
+} // namespace
+
+void runProgram(void (*program)(int argc, char** argv), int argc, char** argv, int failure) {
+    try {
+        openStandardStreams();
+        program(argc, argv);
+    } catch (const std::bad_alloc&) {
+        writeText(stderr, "Out of memory\n");
+    } catch (const std::length_error&) {
+        writeText(stderr, "Out of memory: this machine cannot hold so much at once\n");
+    } catch (const std::exception& error) {
+        writeText(stderr, formatText("Internal error: %s\n", error.what()));
+    }
+    std::exit(failure);
 }
 
 void writeText(std::FILE* stream, std::string_view text) {

@@ -7,9 +7,10 @@
 
 namespace secapp {
 
-/// Makes sure that the three standard streams exist, so that no file or port opened later is taken for one of
-/// them, and that standard output is written line by line, whatever it leads to.
-void openStandardStreams();
+/// Runs a whole program and ends the process: with `failure` when the program throws, which standard error
+/// then tells. The three standard streams exist, so that no file or port opened later is taken for one of
+/// them, and standard output is written line by line, whatever it leads to.
+[[noreturn]] void runProgram(void (*program)(int argc, char** argv), int argc, char** argv, int failure);
 
 /// Writes the text to the stream as it stands. What waits in standard output goes out before anything is
 /// written to standard error.
