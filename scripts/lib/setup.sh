@@ -27,6 +27,11 @@ readonly check_needs=(clang++-14:clang-14 /usr/lib/llvm-14/include/c++:libc++-14
     /usr/lib/llvm-14/lib/libc++abi.so:libc++abi-14-dev clang-format-14:clang-format-14 clang-tidy-14:clang-tidy-14
     run-clang-tidy-14:clang-tidy-14 cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc)
 
+# Most tests wait longer than they work.
+# shellcheck disable=SC2034
+test_jobs=$((4 * $(nproc)))
+readonly test_jobs
+
 say() {
     printf '==> %s\n' "$*"
 }

@@ -3,10 +3,9 @@
 #include "link/timing.h"
 #include "transfer/encoders.h"
 #include "transfer/image_checksum.h"
-#include "transfer/words.h"
 
-#include <algorithm>
 #include <cinttypes>
+#include <span>
 #include <vector>
 
 namespace secapp {
@@ -17,14 +16,6 @@ ErrorText callBack(HandlerData& record, BufferFullCallback callback, TransferDes
     descriptor.bytesStaged = staged;
     descriptor.baseAddress = address;
     return callback(record, descriptor);
-}
-
-/// Zeroes what follows the data up to the end of their last word, and of the part that a check word covers.
-void padWithZeros(std::vector<std::uint8_t>& chunk, std::size_t length) {
-    const std::size_t padded = std::max((length + wordSize - 1) / wordSize * wordSize, checkedImageSize);
-    chunk.resize(std::max(chunk.size(), padded));
-    std::fill(chunk.begin() + static_cast<std::ptrdiff_t>(length),
-              chunk.begin() + static_cast<std::ptrdiff_t>(padded), std::uint8_t{0});
 }
 
 void reportTransfer(HandlerData& record, const char* label, std::int64_t total, std::uint32_t address,
@@ -63,17 +54,16 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
         total += count;
         if (ErrorText error = checkAmount(source, total, false))
             return error;
-        const auto length = static_cast<std::size_t>(count);
-        padWithZeros(chunk, length);
+        const std::span data = std::span(chunk).first(static_cast<std::size_t>(count));
         if (staged == 0) {
-            if (ErrorText error = patchChecksum(record, descriptor.checksumMode, address, chunk, length))
+            if (ErrorText error = patchChecksum(record, descriptor.checksumMode, address, data))
                 return error;
         }
         if (staged % descriptor.bufferSize == 0) {
             if (ErrorText error = callBack(record, callback, descriptor, staged, address))
                 return error;
         }
-        if (ErrorText error = encoder.encode(record, descriptor, staged, std::span(chunk).first(length)))
+        if (ErrorText error = encoder.encode(record, descriptor, staged, data))
             return error;
     }
     if (ErrorText error = checkAmount(source, total, true))

@@ -5,6 +5,8 @@
 #include "transfer/records.h"
 #include "transfer/words.h"
 
+#include <algorithm>
+#include <array>
 #include <cinttypes>
 #include <cstdlib>
 
@@ -43,11 +45,13 @@ ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64
 }
 
 ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::uint32_t address,
-                        std::span<std::uint8_t> chunk, std::size_t length) {
+                        std::span<std::uint8_t> chunk) {
+    std::array<std::uint8_t, checkedImageSize> image{};
+    std::copy_n(chunk.begin(), std::min(chunk.size(), image.size()), image.begin());
     std::uint32_t word = 0;
     if (checksumMode == checksumCalculate) {
-        word = calcTargetChecksum(chunk);
-        debug_print("Calculated checksum as 0x%x (was 0x%x)\n", word, wordAt(chunk, checkWord));
+        word = calcTargetChecksum(image);
+        debug_print("Calculated checksum as 0x%x (was 0x%x)\n", word, wordAt(image, checkWord));
     } else if (checksumMode == checksumFromTarget) {
         const auto wordAddress = static_cast<std::uint32_t>(address + checkWord * wordSize);
         if (ErrorText error = readWord(record, wordAddress, word))
@@ -56,7 +60,7 @@ ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::ui
     } else {
         return std::nullopt;
     }
-    if (length >= checkedImageSize)
+    if (chunk.size() >= checkedImageSize)
         setWordAt(chunk, checkWord, word);
     return std::nullopt;
 }

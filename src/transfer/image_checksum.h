@@ -16,11 +16,10 @@ inline constexpr std::size_t checkedImageSize = 32;
 /// `imageSize` in bytes, none when it is not known beforehand.
 [[nodiscard]] ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64_t>& imageSize);
 
-/// Replaces the check word in the first chunk of an image that goes to `address`, as `checksumMode` asks. The
-/// chunk has `length` bytes and behind them, up to `checkedImageSize`, zeros; an image too short for a check
-/// word stays as it is.
+/// Replaces the check word in the first chunk of an image that goes to `address`, as `checksumMode` asks. An
+/// image too short for a check word stays as it is; what it lacks counts as zeros.
 [[nodiscard]] ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::uint32_t address,
-                                      std::span<std::uint8_t> chunk, std::size_t length);
+                                      std::span<std::uint8_t> chunk);
 
 // What these are made of.
 
