@@ -254,11 +254,11 @@ TEST_F(Commands, ShowsTargetInformation) {
              {morvi, "queryPart|queryFlash|queryMORVI|", part + morviLine + noId},
              {"No Flash\n", "queryPart|queryFlash|", part + noId},
              {"Number of Flash Devices=2\nName=" + std::string(120, 'n') +
-                  "\nSize=1000\nName=E\nBase=0xFFFFFFFF\n",
+                  "\nSize=1000\nName=E\nBase=0xFFFFFFFF\nPage=0x1AB\n",
               "queryPart|queryFlash|queryID|",
               part + std::string(100, 'n') +
                   ": 0x00000000-0x000003e7 (1000 bytes) PageSize: 0x0\n"
-                  "E: 0xffffffff-0xffffffff (0K bytes) PageSize: 0x0\nID: 12 34\n56\n\n"},
+                  "E: 0xffffffff-0xffffffff (0K bytes) PageSize: 0x1ab\nID: 12 34\n56\n\n"},
              {"Name=H\nSize=0xFFFFFC00\n", "queryPart|queryFlash|queryID|",
               part + "H: 0x00000000-0xfffffbff (-1K bytes) PageSize: 0x0\nID: 12 34\n56\n\n"},
          }) {

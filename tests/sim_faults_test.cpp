@@ -46,6 +46,31 @@ TEST(SimFaults, ChangeAnswers) {
     EXPECT_EQ(flooded.last.exchange.hang, seconds(2));
 }
 
+TEST(SimFaults, TellWhatTheyDid) {
+    const std::string line = "=print hi\r";
+    const std::string bytes = burst(std::string(32, 'b'));
+    for (const auto& [fault, input, note] : std::vector<std::tuple<const char*, std::string, const char*>>{
+             {"error,text=no", line, "error: VQX_ERROR no"},
+             {"hang,s=0.5", line, "hang: 0.500 s"},
+             {"unplug", line, "unplug: the device vanishes"},
+             {"drop", line, "drop: no answer"},
+             {"delay,ms=2", line, "delay: 0.002 s"},
+             {"cut,bytes=3", line, "cut: 3 bytes of the answer left"},
+             {"split,us=20", line, "split: single bytes, 0.000020 s apart"},
+             {"noise,bytes=5", line, "noise: 5 bytes"},
+             {"noend", line, "noend: no line end behind the status"},
+             {"ends,with=NUL", line, "ends: NUL"},
+             {"flood,bytes=7", line, "flood: 7 bytes"},
+             {"flood,bytes=endless", line, "flood: endless"},
+             {"flip,offset=0x1a", bytes, "flip: byte 0x1a of the burst"},
+             {"double,offset=0", bytes, "double: byte 0x0 of the burst"},
+         }) {
+        Talk talk({fault});
+        talk.say(input);
+        EXPECT_EQ(talk.last.exchange.notes, std::vector<std::string>{note}) << fault;
+    }
+}
+
 TEST(SimFaults, MeetInTheOrderGiven) {
     const std::string hi = "hi\r\nVQX_OK\r\n";
     const struct {

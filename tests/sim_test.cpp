@@ -28,6 +28,8 @@ TEST(SimFirmware, AnswersCommands) {
         {"dataSet 2001 0", "VQX_ERROR 0x8004 bytes at offset 0x0 exceed the buffer of 0x8000 bytes\r\n"},
         {"dataSet ffffffff 0",
          "VQX_ERROR 0x3fffffffc bytes at offset 0x0 exceed the buffer of 0x8000 bytes\r\n"},
+        {"DebugOptions 7", "VQX_OK\r\n"},
+        {"DebugOptions 8", "VQX_ERROR Options are 0 to 7\r\n"},
         {"dataSet 1 100", "VQX_ERROR Fill is one byte\r\n"},
         {"dataSet x 0", "VQX_ERROR Not a hexadecimal number: x\r\n"},
         {"dataSet 100000000 0", "VQX_ERROR Number out of range: 100000000\r\n"},

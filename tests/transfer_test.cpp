@@ -407,6 +407,8 @@ TEST_F(Transfer, DownloadsToRam) {
              {"-m 0", "file", 0, "dataSet 2000 0|", 1},
              {"-m 1024", "file", 1028,
               "dataSet 100 0|databurst 400 0 100|dataSet 100 0|databurst 4 0 1|dataSet 100 0|", 3},
+             {"-m 1", "file", 2,
+              "dataSet 0 0|databurst 1 0 ffffff01|dataSet 0 0|databurst 1 0 ffffff00|dataSet 0 0|", 3},
              {"-a 0", "file", 5, "dataSet 2000 0|dataPacket 0 1 1|dataSet 2000 0|", 2},
              {"", "+C file", 32, "dataSet 2000 0|databurst 20 0 0|dataSet 2000 0|", 2},
          }) {
