@@ -330,6 +330,14 @@ TEST_F(FrontEnd, ReportsMistakesInScriptAids) {
     }
 }
 
+TEST_F(FrontEnd, SendsNoLineBreak) {
+    const Result r = run("exec secapp -b -d $PORT 'echo sent; print a\nb'");
+    EXPECT_EQ(r.err,
+              "sent\n" + report("<Command line>:1", "A command for the target cannot hold a line break",
+                                " print a\nb", ""));
+    EXPECT_EQ(board.conversation(), "");
+}
+
 TEST_F(FrontEnd, FailsWhenItsOutputIsLost) {
     const Result r = run("exec secapp -b -d $PORT -e e echo hi >/dev/full");
     EXPECT_EQ(r.err, "hi\nstandard output: No space left on device\n");

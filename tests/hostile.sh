@@ -96,7 +96,7 @@ region 0 'Verified 16 bytes' '%n%s,base=0' 'program image %n%s; verify image %N%
 if ((pointer == 8)); then
     region 0 'Verified 16 bytes' A,base=0,size=0xf0000000,buffer=0xe0000000 'program image A; verify image A'
 else
-    region 255 '4026531840 bytes of memory: Cannot allocate memory' A,base=0,size=0xf0000000,buffer=0xe0000000 'program image A'
+    region 255 '4026531840 bytes of memory: Cannot allocate memory' A,base=0,size=0xf0000000 'program image A'
 fi
 region 0 'Verified 16 bytes' "$(printf 'N%.0s' {1..5000}),base=0" 'program image 0; verify image 0'
 

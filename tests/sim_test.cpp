@@ -22,6 +22,12 @@ TEST(SimFirmware, AnswersCommands) {
         {"help", "blankCheck address\r\nbootBank 0|1\r\ndump address count\r\neraseFlash address\r\nhelp\r\n"
                  "helpadvanced\r\nprint text...\r\nqueryFlash\r\nqueryID\r\nqueryMORVI\r\nqueryPart\r\n"
                  "readWord address\r\nversion\r\nVQX_OK\r\n"},
+        {"helpadvanced",
+         "batchmode 0|1\r\nblankCheck address\r\nbootBank 0|1\r\ndataburst length offset checksum\r\n"
+         "dataPacket offset word...\r\ndataSet words fill\r\nDebugOptions 0..7\r\ndump address count\r\n"
+         "eraseFlash address\r\nhelp\r\nhelpadvanced\r\notp_ProgUSBID product vendor\r\nprint text...\r\n"
+         "programPage address pages\r\nqueryFlash\r\nqueryID\r\nqueryMORVI\r\nqueryPart\r\n"
+         "readWord address\r\nverifyPage address pages\r\nversion\r\nVQX_OK\r\n"},
         {"nonsense 1", "VQX_ERROR Unknown command nonsense\r\n"},
         {"batchmode 2", "VQX_ERROR Mode is 0 or 1\r\n"},
         {"dataSet 2000", "VQX_ERROR Usage: dataSet words fill\r\n"},
@@ -213,11 +219,15 @@ TEST(SimFlash, KeepsRegionsInFiles) {
     EXPECT_EQ(Talk({flashRegion}, folder).line("queryID").substr(46),
               "USB vendor = 0x0077\r\nUSB product = 0x0066\r\nBoot bank = 1\r\n" + ok);
     EXPECT_NE(Talk({flashRegion}, folder).line("otp_ProgUSBID 66 78"), ok);
-    EXPECT_NE(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).error, std::nullopt) << "another size";
-    EXPECT_NE(Talk({{"../FLASH"}}, folder).error, std::nullopt);
-    EXPECT_NE(Talk({flashRegion, flashRegion}, folder).error, std::nullopt) << "one file for two regions";
+    EXPECT_EQ(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).error,
+              folder + "/FLASH.bin: holds 4096 bytes, the region 8192");
+    EXPECT_EQ(Talk({{"../FLASH"}}, folder).error, "Region name '../FLASH' does not serve as a file name");
+    EXPECT_EQ(Talk({flashRegion, flashRegion}, folder).error, "Two regions are named 'FLASH'");
     std::ofstream(folder + "/board.txt") << "bootBank 2\n";
-    EXPECT_NE(Talk({flashRegion}, folder).error, std::nullopt) << "no such boot bank";
+    EXPECT_EQ(Talk({flashRegion}, folder).error, folder + "/board.txt: bootBank 2: Boot bank is 0 or 1");
+    std::ofstream(folder + "/board.txt") << "print 2\n";
+    EXPECT_EQ(Talk({flashRegion}, folder).error,
+              folder + "/board.txt: print 2: neither bootBank nor otp_ProgUSBID");
     std::filesystem::remove_all(folder);
 }
 
