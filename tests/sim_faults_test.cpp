@@ -196,6 +196,7 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--no-flash", "--region", "A"}, "--no-flash and --region exclude each other"},
         {{"--fault", "nonsense,at=1"}, "option --fault: unknown fault 'nonsense'"},
         {{"--fault", "drop,ms=1"}, "option --fault: fault drop has no setting 'ms'"},
+        {{"--fault", "drop,at=1,9"}, "option --fault: fault drop has no setting '9'"},
         {{"--fault", "drop,at=0"}, "option --fault: bad value in 'at=0': it takes a number above 0"},
         {{"--fault", "delay,ms=nan"},
          "option --fault: bad value in 'ms=nan': it takes a time of at most 1000000 s"},

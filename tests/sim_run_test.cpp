@@ -142,6 +142,11 @@ TEST_F(SimRun, LogsWhatIsNoCommand) {
     const std::string log = conversation(read("log"));
     EXPECT_TRUE(holds(log, "\n2 > [line too long] " + std::string(64, '0') + "\n")) << log;
     EXPECT_TRUE(holds(log, "\n4 > [burst broken off after 0x2 bytes]\n")) << log;
+
+    run("exec vqxsim --log log --fault unplug,byte=11 -- bash -c 'exec 3<>{}; printf \"=print 1\\r=pri\" >&3; "
+        "until grep -q vanishes log; do sleep 0.01; done'");
+    const std::string cutOff = conversation(read("log"));
+    EXPECT_TRUE(holds(cutOff, "\n1 > print N\n! unplug: the device vanishes\n# unplugged\n")) << cutOff;
 }
 
 TEST_F(SimRun, TakesItsTime) {
