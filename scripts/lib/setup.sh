@@ -30,7 +30,6 @@ readonly check_needs=(clang++-14:clang-14 /usr/lib/llvm-14/include/c++:libc++-14
 # Most tests wait longer than they work.
 # shellcheck disable=SC2034
 test_jobs=$((4 * $(nproc)))
-readonly test_jobs
 
 say() {
     printf '==> %s\n' "$*"

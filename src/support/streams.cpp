@@ -26,20 +26,6 @@ void openStandardStreams() {
 
 } // namespace
 
-void runProgram(void (*program)(int argc, char** argv), int argc, char** argv, int failure) {
-    try {
-        openStandardStreams();
-        program(argc, argv);
-    } catch (const std::bad_alloc&) {
-        writeText(stderr, "Out of memory\n");
-    } catch (const std::length_error&) {
-        writeText(stderr, "Out of memory: this machine cannot hold so much at once\n");
-    } catch (const std::exception& error) {
-        writeText(stderr, formatText("Internal error: %s\n", error.what()));
-    }
-    std::exit(failure);
-}
-
 void writeText(std::FILE* stream, std::string_view text) {
     if (stream == stderr)
         std::fflush(stdout);
@@ -65,6 +51,20 @@ void finish(int status) {
         status = status == 0 ? -1 : status;
     }
     std::exit(status);
+}
+
+void runProgram(void (*program)(int argc, char** argv), int argc, char** argv, int failure) {
+    try {
+        openStandardStreams();
+        program(argc, argv);
+    } catch (const std::bad_alloc&) {
+        writeText(stderr, "Out of memory\n");
+    } catch (const std::length_error&) {
+        writeText(stderr, "Out of memory: this machine cannot hold so much at once\n");
+    } catch (const std::exception& error) {
+        writeText(stderr, formatText("Internal error: %s\n", error.what()));
+    }
+    std::exit(failure);
 }
 
 } // namespace secapp
