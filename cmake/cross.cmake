@@ -1,8 +1,9 @@
 # Toolchain file for SECAPP_ARCHITECTURE, an architecture by Debian's name, with Debian's cross compiler. What is built is
-# static, so that it runs without that architecture's libraries: i386 as it is, the others in qemu's user emulation.
+# static, so that it runs without that architecture's libraries: i386 as it is where the kernel lets it, the others in
+# qemu's user emulation.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES SECAPP_ARCHITECTURE)
 
-set(i386 i686-linux-gnu)
+set(i386 i686-linux-gnu qemu-i386)
 set(armhf arm-linux-gnueabihf qemu-arm)
 set(arm64 aarch64-linux-gnu qemu-aarch64)
 set(riscv64 riscv64-linux-gnu qemu-riscv64)
@@ -23,6 +24,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-if(emulator)
+
+set(native_status 1)
+if(SECAPP_ARCHITECTURE STREQUAL i386 AND CMAKE_HOST_SYSTEM_PROCESSOR MATCHES "^(x86_64|i.86)$")
+  # Not every kernel for x86_64 runs 32-bit programs.
+  execute_process(COMMAND /usr/${triplet}/lib/ld-linux.so.2 --version
+    RESULT_VARIABLE native_status OUTPUT_QUIET ERROR_QUIET)
+endif()
+if(NOT native_status EQUAL 0)
   set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/${emulator})
 endif()

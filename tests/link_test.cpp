@@ -283,8 +283,13 @@ TEST_F(Link, RefusesAPortThatAnotherHostHolds) {
     const int other = open(board.port().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0) << "opened elsewhere without a lock";
     ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
-    // Two more locks, on files that have nothing to do with the port.
-    const Result r = run("exec 8>a 9>b; flock 8; flock -s 9; exec secapp -d $PORT hello");
+    // Two more locks on files that have nothing to do with the port, and locks of another kind on the port,
+    // newer than the holder's on each processor's list.
+    const Result r = run("exec 8>a 9>b 7<>$PORT; flock 8; flock -s 9; exec python3 -c 'import fcntl, os\n"
+                         "for cpu in os.sched_getaffinity(0):\n"
+                         "    os.sched_setaffinity(0, {cpu})\n"
+                         "    fcntl.lockf(7, fcntl.LOCK_EX, 1, cpu)\n"
+                         "os.execvp(\"secapp\", [\"secapp\", \"-d\", \"'$PORT'\", \"hello\"])'");
     EXPECT_EQ(r.status, 255);
     EXPECT_EQ(r.err, board.port() + ": Device or resource busy\nHeld by secapp_tests (process " +
                          std::to_string(getpid()) + ")\n");
