@@ -143,6 +143,11 @@ TEST(SimFaults, KeepBitsOfFlashCells) {
     EXPECT_EQ(second.program(zeros + zeros, "10000000 2"),
               ok + ok + "VQX_ERROR Program failed at 0x10000207\r\n");
     EXPECT_EQ(second.line("dump 100001ff 9"), "100001ff: 00 00 00 00 00 00 00 00 01\r\n" + ok);
+    std::string single(0x200, '\xFF');
+    single[0x123] = '\xFE';
+    EXPECT_EQ(Talk({"stuckprogram"}).program(single, "10000000 1"),
+              ok + ok + "VQX_ERROR Program failed at 0x10000123\r\n")
+        << "the only cell that changes";
     Talk above({"stuckerase,addr=0x10000205"});
     above.program(zeros + zeros, "10000000 2");
     EXPECT_EQ(above.line("eraseFlash 10000206"), ok) << "the cell lies below";
@@ -195,7 +200,7 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--region", "A,size=0x100000M"}, "option --region: bad number in region setting 'size=0x100000M'"},
         {{"--no-flash", "--region", "A"}, "--no-flash and --region exclude each other"},
         {{"--fault", "nonsense,at=1"}, "option --fault: unknown fault 'nonsense'"},
-        {{"--fault", "drop,ms=1"}, "option --fault: fault drop has no setting 'ms'"},
+        {{"--fault", "drop,text=no"}, "option --fault: fault drop has no setting 'text'"},
         {{"--fault", "drop,at=1,9"}, "option --fault: fault drop has no setting '9'"},
         {{"--fault", "drop,at=0"}, "option --fault: bad value in 'at=0': it takes a number above 0"},
         {{"--fault", "delay,ms=nan"},

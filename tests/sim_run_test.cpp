@@ -192,6 +192,8 @@ TEST_F(SimRun, KeepsLargeMemoriesInFilesWithHoles) {
         talk(options, "verify image BIG+0x7000000; blankCheck BIG+0x7002000; dump 0 2; blankCheck BIG");
     EXPECT_TRUE(holds(r.out, "00000000: ff ff")) << r.out;
     EXPECT_TRUE(holds(r.err, "Not blank at 0x07000000")) << r.err;
+    EXPECT_EQ(talk(options, "program image BIG").status, 0);
+    EXPECT_EQ(talk(options, "verify image BIG; verify image BIG+0x7000000").status, 0);
     EXPECT_EQ(talk(options, "erase BIG; blankCheck BIG").status, 0);
     struct stat file {};
     ASSERT_EQ(stat((folder / "memory/BIG.bin").c_str(), &file), 0);

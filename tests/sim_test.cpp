@@ -219,6 +219,9 @@ TEST(SimFlash, KeepsRegionsInFiles) {
     EXPECT_EQ(Talk({flashRegion}, folder).line("queryID").substr(46),
               "USB vendor = 0x0077\r\nUSB product = 0x0066\r\nBoot bank = 1\r\n" + ok);
     EXPECT_NE(Talk({flashRegion}, folder).line("otp_ProgUSBID 66 78"), ok);
+    std::filesystem::create_symlink("/dev/full", folder + "/board.txt.new");
+    EXPECT_EQ(Talk({flashRegion}, folder).line("bootBank 0"),
+              "VQX_ERROR " + folder + "/board.txt: No space left on device\r\n");
     EXPECT_EQ(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).error,
               folder + "/FLASH.bin: holds 4096 bytes, the region 8192");
     EXPECT_EQ(Talk({{"../FLASH"}}, folder).error, "Region name '../FLASH' does not serve as a file name");

@@ -92,7 +92,6 @@ std::string lastingPath(const Firmware& firmware) {
 
 ErrorText readLasting(Firmware& firmware) {
     const std::string path = lastingPath(firmware);
-    errno = 0;
     std::ifstream file(path);
     if (!file && errno != ENOENT)
         return systemError(path);
