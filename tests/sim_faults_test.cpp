@@ -40,6 +40,7 @@ TEST(SimFaults, ChangeAnswers) {
     Talk flooded({"flood,bytes=endless,lines=0", "delay,ms=1.5", "split,us=20", "hang,s=2"});
     flooded.line("print hi");
     EXPECT_EQ(flooded.last.exchange.floodBytes, UINT64_MAX);
+    EXPECT_GE(flooded.last.exchange.floodText.size(), 0x1000U);
     EXPECT_EQ(flooded.last.exchange.floodText.find_first_not_of('f'), std::string::npos);
     EXPECT_EQ(flooded.last.exchange.delay, microseconds(1500));
     EXPECT_EQ(flooded.last.exchange.bytePause, microseconds(20));
@@ -49,21 +50,30 @@ TEST(SimFaults, ChangeAnswers) {
 TEST(SimFaults, TellWhatTheyDid) {
     const std::string line = "=print hi\r";
     const std::string bytes = burst(std::string(32, 'b'));
+    const std::string pages = burst(std::string(0x200, '\0')) + "=programPage 10000000 1\r";
     for (const auto& [fault, input, note] : std::vector<std::tuple<const char*, std::string, const char*>>{
              {"error,text=no", line, "error: VQX_ERROR no"},
              {"hang,s=0.5", line, "hang: 0.500 s"},
+             {"hang", line, "hang: 1.000 s"},
              {"unplug", line, "unplug: the device vanishes"},
              {"drop", line, "drop: no answer"},
              {"delay,ms=2", line, "delay: 0.002 s"},
+             {"delay", line, "delay: 1.000 s"},
              {"cut,bytes=3", line, "cut: 3 bytes of the answer left"},
+             {"cut", line, "cut: 6 bytes of the answer left"},
              {"split,us=20", line, "split: single bytes, 0.000020 s apart"},
+             {"split", line, "split: single bytes, 0.001000 s apart"},
              {"noise,bytes=5", line, "noise: 5 bytes"},
+             {"noise", line, "noise: 16 bytes"},
              {"noend", line, "noend: no line end behind the status"},
              {"ends,with=NUL", line, "ends: NUL"},
              {"flood,bytes=7", line, "flood: 7 bytes"},
+             {"flood", line, "flood: 8388608 bytes"},
              {"flood,bytes=endless", line, "flood: endless"},
              {"flip,offset=0x1a", bytes, "flip: byte 0x1a of the burst"},
              {"double,offset=0", bytes, "double: byte 0x0 of the burst"},
+             {"lose,offset=31", bytes + "b", "lose: byte 0x1f of the burst"},
+             {"stuckprogram,addr=0x10000005", pages, "stuckprogram: 0x10000005"},
          }) {
         Talk talk({fault});
         talk.say(input);
@@ -181,7 +191,12 @@ TEST(SimFaults, RepeatThemselvesFromTheSeed) {
             answers += talk.line("print 1");
         return answers;
     };
-    EXPECT_EQ(run(1), run(1));
+    std::size_t errors = 0;
+    const std::string once = run(1);
+    for (std::size_t at = 0; (at = once.find("Injected", at)) != std::string::npos; ++at)
+        ++errors;
+    EXPECT_NEAR(static_cast<double>(errors), 15, 8);
+    EXPECT_EQ(run(1), once);
     EXPECT_NE(run(1), run(2));
 }
 
@@ -197,7 +212,18 @@ TEST(SimOptions, RefuseNonsense) {
          "option --region: unknown region setting 'sise=1' (base, size, page, buffer and blank exist)"},
         {{"--region", "A,size=0x1000000000"},
          "option --region: bad number in region setting 'size=0x1000000000'"},
-        {{"--region", "A,size=0x100000M"}, "option --region: bad number in region setting 'size=0x100000M'"},
+        {{"--region", "A,size=0x10000M"}, "option --region: bad number in region setting 'size=0x10000M'"},
+        {{"--region", "A,base=0xFFFFFFFFF"},
+         "region 'A' ends at 0x100007ffff: a host, whose sums have 32 bits, reaches 0xfffffffe"},
+        {{"--region", "A,base=0xFFFFM"},
+         "region 'A' ends at 0xffff80000: a host, whose sums have 32 bits, reaches 0xfffffffe"},
+        {{"--rate", "1000000000", "--latency", "1000000000", "--erase-time", "1000000000"}, ""},
+        {{"--latency", "1000000001"}, "option --latency: '1000000001' is not a number from 0 to 1000000000"},
+        {{"--fault", "noise,bytes=0x1000000", "--fault", "flood,bytes=0x10000000000", "--fault",
+          "hang,s=1000000,chance=0.0001", "--fault", "flip,bit=7,chance=100"},
+         ""},
+        {{"--fault", "drop,chance=100.0001"},
+         "option --fault: bad value in 'chance=100.0001': it takes a percentage from 0.0001 to 100"},
         {{"--no-flash", "--region", "A"}, "--no-flash and --region exclude each other"},
         {{"--fault", "nonsense,at=1"}, "option --fault: unknown fault 'nonsense'"},
         {{"--fault", "drop,text=no"}, "option --fault: fault drop has no setting 'text'"},

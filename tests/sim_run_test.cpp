@@ -222,12 +222,15 @@ TEST_F(SimRun, EndsAnEndlessFloodWithItsHost) {
 
 TEST_F(SimRun, PutsABoardBackAtItsLink) {
     const Result r = run(
-        "exec vqxsim --link device --fault unplug,at=3,replug=0.3 -- bash -c '"
+        "exec vqxsim --link device --log log --fault unplug,at=3,replug=0.3 -- bash -c '"
         "secapp -d device version; until test -e device; do sleep 0.01; done; exec secapp -d device version'");
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(holds(r.err, "is gone")) << r.err;
     EXPECT_TRUE(holds(r.out, "companion firmware")) << r.out;
     EXPECT_GE(r.seconds, 0.3);
+    const std::string log = conversation(read("log"));
+    EXPECT_TRUE(holds(log.substr(log.find("# unplugged")), "< =print N\n< N\n< VQX_OK\n"))
+        << "its batch mode is off";
 }
 
 } // namespace

@@ -29,6 +29,7 @@ TEST(SimFirmware, AnswersCommands) {
          "programPage address pages\r\nqueryFlash\r\nqueryID\r\nqueryMORVI\r\nqueryPart\r\n"
          "readWord address\r\nverifyPage address pages\r\nversion\r\nVQX_OK\r\n"},
         {"nonsense 1", "VQX_ERROR Unknown command nonsense\r\n"},
+        {"dataSet 1 0 0", "VQX_ERROR Usage: dataSet words fill\r\n"},
         {"batchmode 2", "VQX_ERROR Mode is 0 or 1\r\n"},
         {"dataSet 2000", "VQX_ERROR Usage: dataSet words fill\r\n"},
         {"dataSet 2001 0", "VQX_ERROR 0x8004 bytes at offset 0x0 exceed the buffer of 0x8000 bytes\r\n"},
@@ -57,7 +58,8 @@ TEST(SimFirmware, AnswersCommands) {
         {"readWord 10000002", "VQX_ERROR Address 0x10000002 is not at the start of a word\r\n"},
         {"dump 20000072 2", "20000072: 5a 5a\r\nVQX_OK\r\n"},
         {"dump 20000072 3", "VQX_ERROR 0x3 bytes at 0x20000072 exceed memory ODD\r\n"},
-        {"dump 10000000 ffffffffffffffff", "VQX_ERROR At most 0x100000 bytes at a time\r\n"},
+        {"dump 10000000 100000", "VQX_ERROR 0x100000 bytes at 0x10000000 exceed memory FLASH\r\n"},
+        {"dump 10000000 100001", "VQX_ERROR At most 0x100000 bytes at a time\r\n"},
         {"eraseFlash 0", "VQX_ERROR Address 0x00000000 is in no flash region\r\n"},
         {"otp_ProgUSBID 10000 42", "VQX_ERROR USB identifiers are numbers of 16 bits\r\n"},
         {"otp_ProgUSBID 1234 10000", "VQX_ERROR USB identifiers are numbers of 16 bits\r\n"},
@@ -78,11 +80,12 @@ TEST(SimFirmware, FramesLinesHoweverTheyArrive) {
     const std::string input =
         "=print 1\r=print 2\n=print 3\r\n\r\n\n = print 4 \rprint 5\r=\r=databurst 4 0 4d4d4d4d\r\r=\n\x40"
         "=dump 10000000 1\r=" +
-        std::string(5000, 'x') + "\r";
+        std::string(4095, 'x') + "\r=" + std::string(4096, 'x') + "\r";
     const std::string answers =
         "1\r\nVQX_OK\r\n2\r\nVQX_OK\r\n3\r\nVQX_OK\r\nVQX_OK\r\nVQX_OK\r\n4\r\nVQX_OK\r\n5\r\nVQX_OK\r\nVQX_OK\r\nVQX_OK\r\n"
         "VQX_ERROR Burst checksum is 0x400a3d0d, not 0x4d4d4d4d\r\n"
-        "10000000: ff\r\nVQX_OK\r\nVQX_ERROR Line of more than 4096 characters\r\n";
+        "10000000: ff\r\nVQX_OK\r\nVQX_ERROR Unknown command " +
+        std::string(64, 'x') + "...\r\nVQX_ERROR Line of more than 4096 characters\r\n";
     for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, input.size()}) {
         Talk talk;
         std::string got;
