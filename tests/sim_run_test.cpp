@@ -32,6 +32,8 @@ TEST_F(SimRun, DoesWhatTheOptionsSay) {
         {"--no-flash", "queryFlash", 0, "No Flash"},
         {"--null-memory", "program image FLASH; verify image FLASH; dump 0x10000000 2", 0, "ff ff"},
         {"--null-memory", "dataSet 128 0; programPage 0x10000000 1; blankCheck FLASH; print yes", 0, "yes"},
+        {"--null-memory", "dump 0 2", 255, "Address 0x00000000 is in no flash region"},
+        {"--null-memory", "eraseFlash 0", 255, "Address 0x00000000 is in no flash region"},
         {"--null-memory --fault flip,command=burst", "program image FLASH", 255, "Burst checksum is"},
         {"--fault error,at=9", "program image FLASH", 0, "fault 'error,at=9' never struck"},
         {"--fault error,at=3,count=2", "version; version", 255, "Injected error"},
@@ -73,6 +75,7 @@ TEST_F(SimRun, RefusesWhatItCannotDo) {
         {"-- sh -c 'exit 7'", 7, ""},
         {"-- sh -c 'kill -9 $$'", 137, ""},
         {"-- sh -c 'trap \"exit 3\" TERM; kill $PPID; while :; do sleep 0.01; done'", 3, ""},
+        {"-- sh -c 'trap \"\" TERM INT; kill $PPID; sleep 0.1; kill -INT $PPID; sleep 0.3'", 130, ""},
         {"-- sh -c 'test x{}y{} = \"x$1y$1\"' - {}", 0, ""},
     };
     write("image", "no program");

@@ -227,7 +227,10 @@ TEST(SimFlash, KeepsRegionsInFiles) {
               "VQX_ERROR " + folder + "/board.txt: No space left on device\r\n");
     EXPECT_EQ(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).error,
               folder + "/FLASH.bin: holds 4096 bytes, the region 8192");
-    EXPECT_EQ(Talk({{"../FLASH"}}, folder).error, "Region name '../FLASH' does not serve as a file name");
+    for (const std::string& name : {std::string("../FLASH"), std::string(), std::string(251, 'n')}) {
+        const std::string shown = name.size() > 64 ? name.substr(0, 64) + "..." : name;
+        EXPECT_EQ(Talk({{name}}, folder).error, "Region name '" + shown + "' does not serve as a file name");
+    }
     EXPECT_EQ(Talk({flashRegion, flashRegion}, folder).error, "Two regions are named 'FLASH'");
     std::ofstream(folder + "/board.txt") << "bootBank 2\n";
     EXPECT_EQ(Talk({flashRegion}, folder).error, folder + "/board.txt: bootBank 2: Boot bank is 0 or 1");
@@ -242,6 +245,10 @@ TEST(SimText, FoldsTheRowsOfItsHelp) {
     EXPECT_EQ(helpRow("--a-long-one", 8, "what"), "  --a-long-one what\n");
     const std::string half(45, 'x');
     EXPECT_EQ(helpRow("--a", 8, half + " " + half + " y"), "  --a   " + half + " " + half + "\n        y\n");
+}
+
+TEST(SimText, ShowsBytesThatNoTerminalShows) {
+    EXPECT_EQ(printable(" ~\x1F\x7F\xFF", 5), " ~\\x1f\\x7f\\xff");
 }
 
 } // namespace
