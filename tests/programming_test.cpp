@@ -33,7 +33,7 @@ void PrintTo(const Transport& transport, std::ostream* out) {
 class ProgrammingImages : public Programming, public testing::WithParamInterface<Transport> {};
 
 INSTANTIATE_TEST_SUITE_P(Encoders, ProgrammingImages,
-                         testing::Values(Transport{"Binary", "", 524288}, Transport{"Hex", "-a 0", 524288},
+                         testing::Values(Transport{"Binary", "", 524288}, Transport{"Hex", "-a 0", 65537},
                                          Transport{"OddBursts", "-m 1000", 65537},
                                          Transport{"LongPackets", "-a 0 -w 64", 65537},
                                          Transport{"ShortPackets", "-a 0 -w 1", 513}),
