@@ -37,7 +37,7 @@ ErrorText openPty(Pty& pty) {
 
 std::chrono::nanoseconds measureWakeUp(const Pty& pty) {
     using Clock = std::chrono::steady_clock;
-    constexpr int patienceMs = 100;
+    constexpr int patienceMs = 10000; // a byte given up would come later, as a RETURN that no host sent
     constexpr auto longest = std::chrono::microseconds(50); // more is a busy machine
     constexpr auto untilAsleep = std::chrono::microseconds(200);
     std::array<Clock::time_point, 64> written{};
