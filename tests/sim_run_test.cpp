@@ -75,7 +75,8 @@ TEST_F(SimRun, RefusesWhatItCannotDo) {
         {"-- sh -c 'exit 7'", 7, ""},
         {"-- sh -c 'kill -9 $$'", 137, ""},
         {"-- sh -c 'trap \"exit 3\" TERM; kill $PPID; while :; do sleep 0.01; done'", 3, ""},
-        {"-- sh -c 'trap \"\" TERM INT; kill $PPID; sleep 0.1; kill -INT $PPID; sleep 0.3'", 130, ""},
+        {"-- sh -c 'trap \"\" INT; trap \"kill -INT $PPID; sleep 0.3; exit 9\" TERM; kill $PPID; while :; do sleep 0.01; done'",
+         130, ""},
         {"-- sh -c 'test x{}y{} = \"x$1y$1\"' - {}", 0, ""},
     };
     write("image", "no program");
