@@ -15,7 +15,7 @@ constexpr int cleanStatus = 0;
 constexpr int findingStatus = 1;
 constexpr int failureStatus = 2;
 
-constexpr const char* usageText = "Usage: secapp_lint [-v NAME=VALUE]... SCRIPT...\n"
+constexpr const char* usageText = "Usage: secapp-lint [-v NAME=VALUE]... SCRIPT...\n"
                                   "Warns of what a run of secapp would read otherwise than it looks.\n"
                                   "  -v NAME=VALUE  defines a script variable, as for secapp\n"
                                   "  -h             shows this help\n"

@@ -73,12 +73,12 @@ silent make
 call writefile(map(getqflist(), {_, entry -> entry.lnum . ' ' . entry.type . ' ' . entry.text}), 'warnings')
 qall!
 SCRIPT
-cat >"$folder/secapp_lint" <<'CHECKER'
+cat >"$folder/secapp-lint" <<'CHECKER'
 #!/bin/sh
 echo "$1:1: warning: a slip: all of it"
 exit 1
 CHECKER
-chmod +x "$folder/secapp_lint"
+chmod +x "$folder/secapp-lint"
 (cd "$folder" && EDITORS=$editors PATH=$folder:$PATH timeout 30 vim --not-a-term -T dumb -u NONE -S groups.vim </dev/null >vim.log 2>&1) ||
     fail "vim ends with status $?" "$(cat "$folder/vim.log")"
 

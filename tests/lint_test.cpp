@@ -13,7 +13,7 @@ protected:
     /// What the checker prints about the script, without the name of the file.
     std::string findings(const std::string& script, const std::string& options = "") {
         write("s", script);
-        const Result r = run("exec secapp_lint " + options + " s");
+        const Result r = run("exec secapp-lint " + options + " s");
         EXPECT_EQ(r.err, "") << script;
         EXPECT_EQ(r.status, r.out.empty() ? 0 : 1) << script;
         std::string lines;
@@ -116,7 +116,7 @@ TEST_F(Lint, TakesVariablesAsTheToolDoes) {
     const std::string script = "program [image] FLASH 7; verify fw FLASH";
     EXPECT_EQ(findings(script, "-v image=fw -v ' more=x '"),
               "1: warning: '7' has no effect: a file is programmed whole\n");
-    const Result r = run("exec secapp_lint -v image s");
+    const Result r = run("exec secapp-lint -v image s");
     EXPECT_EQ(r.err, "variable cannot have a NULL value: image\n");
     EXPECT_EQ(r.status, 2);
 }
@@ -124,21 +124,21 @@ TEST_F(Lint, TakesVariablesAsTheToolDoes) {
 TEST_F(Lint, ChecksEachScriptOnItsOwnAndSaysWhatItCannotRead) {
     write("a", "var x=1; echo [x]\n");
     write("b", "echo [x]\n");
-    const Result r = run("exec secapp_lint a none b . /proc/self/mem");
+    const Result r = run("exec secapp-lint a none b . /proc/self/mem");
     EXPECT_EQ(r.out, "b:1: warning: '[x]' has no value here and stays as it is\n");
     EXPECT_EQ(r.err, "Unable to open script file none\nUnable to open script file .\n"
                      "Script could not be read to its end: /proc/self/mem\n");
     EXPECT_EQ(r.status, 2);
     for (const std::string words : {"", "-q a"})
-        EXPECT_EQ(run("exec secapp_lint " + words).status, 2) << words;
-    EXPECT_EQ(run("exec secapp_lint -h").status, 0);
+        EXPECT_EQ(run("exec secapp-lint " + words).status, 2) << words;
+    EXPECT_EQ(run("exec secapp-lint -h").status, 0);
 }
 
 TEST_F(Lint, FindsNothingInTheExamples) {
     const Result r =
         run("cd " SECAPP_EXAMPLES " && for script in *.secapp */*.secapp; do "
             "values=$(sed -n '2s/.*secapp -d {}\\(.*\\) -s .*/\\1/p' $script | grep -o -e '-v [^ ]*');"
-            "(cd $(dirname $script) && secapp_lint $values $(basename $script)) || exit; done");
+            "(cd $(dirname $script) && secapp-lint $values $(basename $script)) || exit; done");
     EXPECT_EQ(r.out + r.err, "");
     EXPECT_EQ(r.status, 0);
 }

@@ -3,5 +3,5 @@ if exists("b:did_ftplugin")
 endif
 let b:did_ftplugin = 1
 setlocal commentstring=#\ %s comments=:#
-compiler secapp_lint
+compiler secapp-lint
 let b:undo_ftplugin = "setlocal commentstring< comments< makeprg< errorformat< | unlet! b:current_compiler"

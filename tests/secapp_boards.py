@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Many simulated boards at once, of this machine and of others, some of which fail, hang or are pulled: every one has its
-row, and a second run of these alone makes all good. Usage: flash_boards.py PROGRAMS FLASH_BOARDS"""
+row, and a second run of these alone makes all good. Usage: secapp_boards.py PROGRAMS SECAPP_BOARDS"""
 
 import atexit
 import csv
@@ -15,7 +15,7 @@ import sys
 import tempfile
 import time
 
-programs, flash_boards = (pathlib.Path(word).resolve() for word in sys.argv[1:])
+programs, secapp_boards = (pathlib.Path(word).resolve() for word in sys.argv[1:])
 SCRIPT = "echo serial [serial]; program [image] MORVI; verify [image] MORVI\n"
 IMAGE = os.urandom(100000)
 # Waits longer than any time-out below, under a name that no machine has installed.
@@ -49,7 +49,7 @@ def board(name, *options):
 
 
 def run(status, *words):
-    ended = subprocess.run([flash_boards, *words], text=True, capture_output=True, timeout=120, check=False)
+    ended = subprocess.run([secapp_boards, *words], text=True, capture_output=True, timeout=120, check=False)
     if ended.returncode != status:
         sys.exit(f"{words}: status {ended.returncode} instead of {status}\n{ended.stdout}{ended.stderr}")
     return ended
@@ -107,15 +107,15 @@ def reports():
     # A report in the middle of the board's output.
     row = rows(run(1, "script", "x", "--json", "--secapp", r"printf 'half a lineError: script:3: no end\n'; exit 255; :").stdout)
     expect("the row", {"x": ("failed", 0, "no end")}, row)
-    pathlib.Path("bin/secapp_lint").write_text('#!/bin/sh\necho "$3:1: warning: $2"\nexit 1\n')
-    os.chmod("bin/secapp_lint", 0o755)
+    pathlib.Path("bin/secapp-lint").write_text('#!/bin/sh\necho "$3:1: warning: $2"\nexit 1\n')
+    os.chmod("bin/secapp-lint", 0o755)
     expect("the warning", "script:1: warning: a=b", run(0, "script", "x", "-v", "a=b", "--secapp", "true").stderr)
-    os.remove("bin/secapp_lint")
+    os.remove("bin/secapp-lint")
 
 
 def starts_at_once():
     os.mkdir("at_once")
-    runs = [start(flash_boards, "../script", "x", "--secapp", "true", cwd="at_once", stdout=subprocess.DEVNULL) for _ in range(4)]
+    runs = [start(secapp_boards, "../script", "x", "--secapp", "true", cwd="at_once", stdout=subprocess.DEVNULL) for _ in range(4)]
     expect("the statuses", [0] * 4, [run.wait(60) for run in runs])
     expect("the folders of logs", 4, len(os.listdir("at_once")))
 
@@ -125,7 +125,7 @@ def interrupts():
     for number in (signal.SIGINT, signal.SIGTERM):
         pids = pathlib.Path(f"pids-{number}")
         pids.touch()
-        flasher = start(flash_boards, "script", "good 1", "endless", "last", "--image", "image", "--jobs", "1", "--json",
+        flasher = start(secapp_boards, "script", "good 1", "endless", "last", "--image", "image", "--jobs", "1", "--json",
                         "--secapp", f"echo $$ >>{pids}; exec {SECAPP}", start_new_session=True, stdout=subprocess.PIPE, text=True)
         wait_until(lambda: pids.read_text().count("\n") == 2)
         # A terminal sends its signal to the whole group.
@@ -183,12 +183,12 @@ def other_machines():
 
 def documented():
     """The man page and the completion name the options of the help."""
-    root = flash_boards.parent.parent
+    root = secapp_boards.parent.parent
     options = sorted(re.findall(r"^  (?:-h, )?(--?[a-z-]+)", run(0, "--help").stdout, re.M))
-    page = re.findall(r"^\.It Fl (Fl )?([a-z-]+)", (root / "docs/flash_boards.1").read_text(), re.M)
+    page = re.findall(r"^\.It Fl (Fl )?([a-z-]+)", (root / "docs/secapp-boards.1").read_text(), re.M)
     expect("the options of the man page", options, sorted(f"{'--' if long else '-'}{name}" for long, name in page))
-    complete = 'source "$1"; COMP_WORDS=("$0" -) COMP_CWORD=1; _flash_boards "$0"; echo "${COMPREPLY[@]}"'
-    completed = subprocess.run(["bash", "-c", complete, flash_boards, root / "completion/flash_boards"], text=True,
+    complete = 'source "$1"; COMP_WORDS=("$0" -) COMP_CWORD=1; _secapp_boards "$0"; echo "${COMPREPLY[@]}"'
+    completed = subprocess.run(["bash", "-c", complete, secapp_boards, root / "completion/secapp-boards"], text=True,
                                stdout=subprocess.PIPE, check=True)
     expect("the options of the completion", options, sorted(completed.stdout.split()))
 

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Usage: read_memory.sh PROGRAMS READ_MEMORY MAN_PAGE
+# Usage: secapp_read.sh PROGRAMS SECAPP_READ MAN_PAGE
 # Reads a simulated target's memory back and compares it with the target's own file, byte by byte; whatever goes wrong on
 # the way leaves no file and touches none. Holds the man page's options against the program's.
 set -euo pipefail
 export LC_ALL=C
 
 export PATH=$1:$PATH
-read_memory=$2
+secapp_read=$2
 man_page=$3
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -35,7 +35,7 @@ cat memory/FLASH.bin memory/BANKB.bin >both
 # What is asked for, and the place and number of the bytes that it means
 while read -r address length offset count; do
     status=0
-    "${target[@]}" -- "$read_memory" {} "$address" "$length" read >output 2>&1 || status=$?
+    "${target[@]}" -- "$secapp_read" {} "$address" "$length" read >output 2>&1 || status=$?
     check "status $status of $address $length" test "$status" -eq 0
     check "the bytes of $address $length" cmp read <(tail -c "+$((offset + 1))" both | head -c "$count")
 done <<'CASES'
@@ -52,7 +52,7 @@ fails() {
     local words=$1 wanted=$2 fault=$3 status=0
     shift 3
     echo kept >kept/file
-    "${target[@]}" ${fault:+--fault "$fault"} -- timeout 30 "$read_memory" --secapp 'secapp -g 1' {} "$@" >output 2>&1 || status=$?
+    "${target[@]}" ${fault:+--fault "$fault"} -- timeout 30 "$secapp_read" --secapp 'secapp -g 1' {} "$@" >output 2>&1 || status=$?
     check "status $status of $fault $*" test "$status" -eq "$wanted"
     check "the text of $fault $*" grep -qF -e "$words" output
     check "what $fault $* leaves" test "$(cat kept/* kept/.[!.]* 2>/dev/null)" = kept
@@ -76,15 +76,15 @@ fails '0x1000049c: Device ' 1 "unplug,$at" FLASH 4K kept/file
 simulator=$!
 trap 'kill "$simulator"; rm -rf "$folder"' EXIT
 until [[ -e board ]]; do sleep 0.02; done
-"$read_memory" board FLASH 4K kept/file >output 2>&1 &
+"$secapp_read" board FLASH 4K kept/file >output 2>&1 &
 reader=$!
-until compgen -G 'kept/.read_memory.*' >/dev/null; do sleep 0.02; done
+until compgen -G 'kept/.secapp-read.*' >/dev/null; do sleep 0.02; done
 kill "$reader"
 status=0
 wait "$reader" || status=$?
 check "status $status when interrupted" test "$status" -eq 130
 check 'what an interrupted run leaves' test "$(cat kept/* kept/.[!.]* 2>/dev/null)" = kept
 
-check "the options of $man_page" diff <("$read_memory" --help | grep -oE -e '--[a-z]+' | sort -u) \
+check "the options of $man_page" diff <("$secapp_read" --help | grep -oE -e '--[a-z]+' | sort -u) \
     <(sed -nE 's/^\.It Fl Fl ([a-z]+).*/--\1/p' "$man_page" | sort)
 [[ -z $failed ]]
