@@ -111,7 +111,10 @@ void sendReturns(Handshake& handshake) {
 
 Outcome attemptControl(Handshake& handshake, bool last) {
     const int token = drawToken();
+    const TimePoint start = Clock::now();
     const std::string line = composeLine(handshake.work, formatText("print %d", token), "=", "\r");
+    // The delay that the user set for each line does not count.
+    handshake.until += Clock::now() - start;
     if (!send(handshake, line)) {
         handshake.pending = last ? "Failed to write synchronization test to target"
                                  : "Failed to write synchronization RETURN";

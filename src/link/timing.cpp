@@ -15,6 +15,7 @@ namespace {
 constexpr int microsecondsPerSecond = 1000000;
 
 struct Timing {
+    ClockCalls calls = systemClockCalls;
     std::int32_t globalTimeoutms = 5000;
     std::int32_t eraseTimeoutms = -1;
     std::int32_t readlineEchoPeriod = 0;
@@ -35,6 +36,19 @@ void printTimer(int slot, const std::string& elapsed, std::string_view format) {
 }
 
 } // namespace
+
+const ClockCalls systemClockCalls = {
+    .now = std::chrono::steady_clock::now,
+    .sleep = [](std::uint32_t microseconds) { ::usleep(microseconds); },
+};
+
+void setClockCalls(const ClockCalls& calls) {
+    timing.calls = calls;
+}
+
+TimePoint Clock::now() {
+    return timing.calls.now();
+}
 
 timeval currentTime() {
     const auto now = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch());
@@ -99,7 +113,7 @@ TimerResult localTimerExt(int operation, int slot, std::string_view format) {
 }
 
 void localSleep(std::uint32_t microseconds) {
-    ::usleep(microseconds);
+    timing.calls.sleep(microseconds);
 }
 
 void useInternalSleepAlgorithm() {}

@@ -32,10 +32,19 @@ using TimerResult = std::variant<std::monostate, std::string, float>;
 /// status 255.
 TimerResult localTimerExt(int operation, int slot, std::string_view format = {});
 
-/// The one clock of the link. It only moves forward: a time-out must not grow or shrink when somebody sets
-/// the time of day.
-using Clock = std::chrono::steady_clock;
+/// The one clock of the link. It only moves forward: a change of the time of day must not change a time-out.
+struct Clock : std::chrono::steady_clock {
+    static time_point now();
+};
 using TimePoint = Clock::time_point;
+
+/// The system's clock and sleep. Tests replace them.
+struct ClockCalls {
+    TimePoint (*now)();
+    void (*sleep)(std::uint32_t microseconds);
+};
+extern const ClockCalls systemClockCalls;
+void setClockCalls(const ClockCalls& calls);
 
 /// The clock's current time, for differences.
 [[nodiscard]] timeval currentTime();
