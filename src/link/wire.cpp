@@ -175,7 +175,6 @@ Answer collectAnswer(HandlerData& record, int timeout, const std::optional<TimeP
     TimePoint lastKept = Clock::now();
     std::string line;
     for (;;) {
-        line.clear();
         const int result = readLine(record, line, answerLineLimit, timeout, until);
         if (result < 1)
             return lost();
@@ -221,9 +220,11 @@ int readLine(HandlerData& record, std::string& line, int capacity, int timeout,
              const std::optional<TimePoint>& until) {
     localTimerExt(TIMER_START, LINE_WAIT_TIMER);
     localTimerExt(TIMER_START, READ_TIMER);
-    const int result = awaitLine(record, line, capacity, timeout, until);
-    // What came of a line that did not end is worth seeing; one that never came is no line.
-    if ((record.echoFlags & echoReadMask) != 0 && (result > 0 || !line.empty()))
+    std::string received;
+    const int result = awaitLine(record, received, capacity, timeout, until);
+    if (result > 0 || !received.empty())
+        line = std::move(received);
+    if ((record.echoFlags & echoReadMask) != 0)
         writeText(stdout, line + "\n");
     if ((record.echoFlags & ECHO_READ_TIMER) != 0)
         printTimerWithLabel(READ_TIMER, "Read");

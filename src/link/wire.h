@@ -64,7 +64,8 @@ void dumpBuffer(std::span<const std::uint8_t> bytes);
 
 /// Reads one line of at most `capacity` characters; `timeout` in ms counts in whole seconds, 0 or less means
 /// no limit. While it waits, progress dots go to the output handler when a period is set. Results as for
-/// `serial_readLine`; on failure `line` holds what came of the line.
+/// `serial_readLine`. What was received, on failure the part of a line, replaces `line`, which stays as it is
+/// when nothing was. Shows `line` after every read when the record's flags ask for it.
 [[nodiscard]] int readLine(HandlerData& record, std::string& line, int capacity, int timeout,
                            const std::optional<TimePoint>& until = {});
 
