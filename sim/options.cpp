@@ -1,6 +1,8 @@
 #include "options.h"
 
 #include "faults/settings.h"
+#include "firmware/commands.h"
+#include "flash/description.h"
 
 #include <algorithm>
 #include <array>
@@ -10,95 +12,12 @@ namespace vqxsim {
 
 namespace {
 
-/// Region numbers stay below this, so that sums of them never wrap.
-constexpr std::uint64_t regionNumberLimit = 0xFFFFFFFFF;
-
-/// The sums of a host have 32 bits: no region may reach this.
-constexpr std::uint64_t addressEnd = 1ULL << 32;
-
-struct RegionKey {
-    std::string_view name;
-    std::uint64_t limit;
-    void (*set)(RegionSpec&, std::uint64_t);
-};
-
-constexpr auto regionKeys = std::to_array<RegionKey>({
-    {"base", regionNumberLimit, [](RegionSpec& spec, std::uint64_t n) { spec.base = n; }},
-    {"size", regionNumberLimit, [](RegionSpec& spec, std::uint64_t n) { spec.size = n; }},
-    {"page", regionNumberLimit, [](RegionSpec& spec, std::uint64_t n) { spec.page = n; }},
-    {"buffer", regionNumberLimit, [](RegionSpec& spec, std::uint64_t n) { spec.buffer = n; }},
-    {"blank", 0xFF, [](RegionSpec& spec, std::uint64_t n) { spec.blank = static_cast<std::uint8_t>(n); }},
-});
+using Text = std::string_view;
 
 std::vector<RegionSpec> defaultRegions() {
     return {{"FLASH", 0x10000000, 0x80000, 512, 0x8000, 0xFF},
             {"BANKB", 0x10080000, 0x80000, 512, 0x8000, 0xFF},
             {"MORVI", 0x14000000, 0x400000, 256, 0x8000, 0xFF}};
-}
-
-/// A number with an optional K or M for 1024 and 1024 * 1024.
-std::optional<std::uint64_t> parseSize(std::string_view text) {
-    unsigned shift = 0;
-    if (text.ends_with('K') || text.ends_with('M')) {
-        shift = text.back() == 'K' ? 10 : 20;
-        text.remove_suffix(1);
-    }
-    const auto number = parseNumber(text);
-    if (!number || *number > regionNumberLimit >> shift)
-        return std::nullopt;
-    return *number << shift;
-}
-
-std::string_view cutAt(std::string_view& text, char separator) {
-    const std::size_t end = std::min(text.find(separator), text.size());
-    const std::string_view piece = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
-    return piece;
-}
-
-ErrorText setRegionKey(RegionSpec& spec, std::string_view setting) {
-    std::string_view value = setting;
-    const std::string_view name = cutAt(value, '=');
-    const auto key = std::find_if(regionKeys.begin(), regionKeys.end(),
-                                  [=](const RegionKey& k) { return k.name == name; });
-    if (key == regionKeys.end()) {
-        return formatText("unknown region setting '%s' (base, size, page, buffer and blank exist)",
-                          printable(setting, 64).c_str());
-    }
-    const auto number = parseSize(value);
-    if (!number || *number > key->limit)
-        return formatText("bad number in region setting '%s'", printable(setting, 64).c_str());
-    key->set(spec, *number);
-    return std::nullopt;
-}
-
-ErrorText addRegion(Options& options, std::string_view text) {
-    RegionSpec spec;
-    spec.name = cutAt(text, ',');
-    while (!text.empty())
-        if (ErrorText error = setRegionKey(spec, cutAt(text, ',')))
-            return error;
-    options.service.firmware.regions.push_back(std::move(spec));
-    return std::nullopt;
-}
-
-/// Fails when a region ends where no host can reach, or has bytes of another.
-ErrorText checkRegions(std::vector<RegionSpec> regions) {
-    std::sort(regions.begin(), regions.end(),
-              [](const RegionSpec& a, const RegionSpec& b) { return a.base < b.base; });
-    const RegionSpec* before = nullptr;
-    for (const RegionSpec& region : regions) {
-        const std::string name = printable(region.name, 64);
-        if (region.base + region.size >= addressEnd)
-            return formatText(
-                "region '%s' ends at 0x%llx: a host, whose sums have 32 bits, reaches 0xfffffffe",
-                name.c_str(), shown(region.base + region.size));
-        if (before != nullptr && region.size > 0 && region.base < before->base + before->size)
-            return "regions '" + printable(before->name, 64) + "' and '" + name + "' overlap";
-        if (region.size > 0)
-            before = &region;
-    }
-    return std::nullopt;
 }
 
 /// Reads a number of at most `limit` for an option.
@@ -130,12 +49,19 @@ ErrorText setFlag(bool& flag) {
     return std::nullopt;
 }
 
+ErrorText acceptWord(Text word, std::vector<std::string>& accepted) {
+    if (word.empty() || word.front() == '=' || word.find_first_of(" \t\r\n") != Text::npos)
+        return formatText("'%s' is not a command word", printable(word, 64).c_str());
+    if (isCommand(word))
+        return formatText("the firmware has the command '%s'", printable(word, 64).c_str());
+    accepted.emplace_back(word);
+    return std::nullopt;
+}
+
 ErrorText ask(Options& options, Action action) {
     options.action = action;
     return std::nullopt;
 }
-
-using Text = std::string_view;
 
 struct OptionRow {
     const char* name;
@@ -147,9 +73,13 @@ struct OptionRow {
 constexpr auto optionRows = std::to_array<OptionRow>({
     {"region", "NAME[,KEY=N...]",
      "a flash region, repeatable, in place of the usual three; keys: base (0), size (512K), page (512), buffer (32K), blank (0xff)",
-     addRegion},
+     [](Options& o, Text text) { return readRegion(text, o.service.firmware.regions); }},
     {"no-flash", nullptr, "a target without flash regions",
      [](Options& o, Text) { return setFlag(o.noFlash); }},
+    {"like", "FILE", "the regions of a board: FILE holds what 'secapp queryFlash' printed for it",
+     [](Options& o, Text text) { return readPath(text, o.board); }},
+    {"accept", "WORD", "take this command of a special firmware, without effect; repeatable",
+     [](Options& o, Text text) { return acceptWord(text, o.service.firmware.accepted); }},
     {"memory", "DIR",
      "keep each region in DIR/NAME.bin, visible to other programs at once, and boot bank and USB identifiers",
      [](Options& o, Text text) { return readPath(text, o.service.firmware.folder); }},
@@ -184,6 +114,18 @@ std::vector<option> longOptions() {
     return rows;
 }
 
+ErrorText chooseRegions(const Options& options, std::vector<RegionSpec>& regions) {
+    if (options.noFlash && !regions.empty())
+        return "--no-flash and --region exclude each other";
+    if (!options.board.empty() && (options.noFlash || !regions.empty()))
+        return "--like excludes --region and --no-flash";
+    if (!options.board.empty())
+        return readBoard(options.board, regions);
+    if (!options.noFlash && regions.empty())
+        regions = defaultRegions();
+    return checkRegions(regions);
+}
+
 } // namespace
 
 ErrorText readOptions(int argc, char** argv, Options& options) {
@@ -206,11 +148,7 @@ ErrorText readOptions(int argc, char** argv, Options& options) {
             return formatText("option --%s: %s", chosen.name, error->c_str());
     }
     options.service.command.assign(argv + optind, argv + argc);
-    if (options.noFlash && !options.service.firmware.regions.empty())
-        return "--no-flash and --region exclude each other";
-    if (!options.noFlash && options.service.firmware.regions.empty())
-        options.service.firmware.regions = defaultRegions();
-    if (ErrorText error = checkRegions(options.service.firmware.regions))
+    if (ErrorText error = chooseRegions(options, options.service.firmware.regions))
         return error;
     for (const Fault& fault : options.service.faults)
         if (ErrorText error = checkFault(fault, options.service.firmware))

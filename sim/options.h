@@ -11,6 +11,7 @@ enum class Action { serve, showHelp, showVersion };
 struct Options {
     Action action = Action::serve;
     bool noFlash = false; ///< the target has no regions
+    std::string board;    ///< file with a board's answer to queryFlash, empty for none
     Service service;
 };
 

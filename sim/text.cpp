@@ -51,6 +51,12 @@ std::optional<std::uint64_t> parseNumber(std::string_view word) {
     return hasHexadecimalPrefix(word) ? parseDigits(word.substr(2), 16) : parseDigits(word, 10);
 }
 
+std::optional<std::uint64_t> parseHostNumber(std::string_view word) {
+    const bool octal = word.starts_with('0') && word.size() > 1 && !hasHexadecimalPrefix(word);
+    const auto number = octal ? parseDigits(word.substr(1), 8) : parseNumber(word);
+    return number && *number <= UINT32_MAX ? number : std::nullopt;
+}
+
 std::optional<std::uint64_t> parseFixed(std::string_view word, std::size_t decimals) {
     const std::size_t point = std::min(word.find('.'), word.size());
     const std::string_view fraction = word.substr(std::min(point + 1, word.size()));

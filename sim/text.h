@@ -28,6 +28,10 @@ using ErrorText = std::optional<std::string>;
 /// Reads a whole word as a number: hexadecimal with "0x", else decimal.
 [[nodiscard]] std::optional<std::uint64_t> parseNumber(std::string_view word);
 
+/// Reads a whole word as a host does: hexadecimal after "0x", octal after a leading "0", else decimal; none
+/// when it exceeds 32 bits.
+[[nodiscard]] std::optional<std::uint64_t> parseHostNumber(std::string_view word);
+
 /// Reads a whole word as a decimal number that may have a fraction, multiplied by 10 to the power of
 /// `decimals`; further digits of the fraction are dropped.
 [[nodiscard]] std::optional<std::uint64_t> parseFixed(std::string_view word, std::size_t decimals);

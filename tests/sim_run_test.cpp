@@ -90,6 +90,40 @@ TEST_F(SimRun, RefusesWhatItCannotDo) {
     }
 }
 
+TEST_F(SimRun, TakesTheMemoriesOfABoard) {
+    write(
+        "odd",
+        "Error: made up\n=queryFlash\r\nNUMBER OF flash devices = 2\nname = Alpha\nBASE= 010000\n"
+        "size =65536 bytes\nPage = 0X200\nblank = 0x1A5\nOther = x\nbuffer = 4096\nName=Beta\nBase=0x90000000\r"
+        "SIZE=0x100 = 7\npage=4\nNo Flash\nName = C\n");
+    const std::string list =
+        "Number of Flash Devices = 2\nName = Alpha\nBase = 0x1000\nSize = 0x10000\nPage = 0x200\nBuffer = 0x1000\n"
+        "Blank = 0xa5\nName = Beta\nBase = 0x90000000\nSize = 0x100\nPage = 0x4\nBuffer = 0x0\nBlank = 0x00\n";
+    EXPECT_EQ(talk("--like odd --accept unlock", "queryFlash; unlock it 1").out, list);
+    write("twin", list);
+    EXPECT_EQ(talk("--like twin", "queryFlash").out, list);
+    for (const auto& [text, message] : std::vector<std::pair<std::string, std::string>>{
+             {"Error: no\n", ": no memory found: it must hold the output of queryFlash"},
+             {"No Flash\nName = A\n", ": no memory found: it must hold the output of queryFlash"},
+             {"Name = A\nBlank = ff\n", ":2: 'Blank = ff': not a number of 32 bits (hexadecimal needs 0x)"},
+             {"Name = A\nSize = 08\n", ":2: 'Size = 08': not a number of 32 bits (hexadecimal needs 0x)"},
+             {"Name = A\nSize = 0x100000000\n",
+              ":2: 'Size = 0x100000000': not a number of 32 bits (hexadecimal needs 0x)"},
+             {"\n\nPage =\n", ":3: 'Page =': not a number of 32 bits (hexadecimal needs 0x)"},
+             {"Page = 1\n", ":1: 'Page = 1': comes before the first Name"},
+             {"Name = A\nName = B\n", ": has 2 memories, but 'Number of Flash Devices' is 0"},
+             {"Number of Flash Devices = 2\nName = A\nName = a\n", ": two regions are named 'A'"},
+             {"Name = A\nBase = 0xFFFFFF00\nSize = 256\n",
+              ": region 'A' ends at 0x100000000: a host, whose sums have 32 bits, reaches 0xfffffffe"},
+         }) {
+        write("bad", text);
+        const Result r = talk("--like bad", "print");
+        EXPECT_EQ(r.err, "vqxsim: bad" + message + "\nTry 'vqxsim --help'.\n");
+        EXPECT_EQ(r.status, 2);
+    }
+    EXPECT_TRUE(holds(talk("--like /dev/zero", "print").err, "has more than 1048576 bytes"));
+}
+
 TEST_F(SimRun, TellsItsVersion) {
     const Result r = run("exec vqxsim --version");
     EXPECT_EQ(withoutNumbers(r.out), "vqxsim #.#.# (Build #)\n");

@@ -323,6 +323,9 @@ bool isCommand(std::string_view word) {
 ErrorText runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
     const std::string_view word = line.substr(0, line.find_first_of(" \t"));
     const auto command = findCommand(word);
+    const auto& accepted = firmware.accepted;
+    if (std::find(accepted.begin(), accepted.end(), word) != accepted.end())
+        return std::nullopt;
     if (command == commands.end())
         return formatText("Unknown command %s", printable(word, 64).c_str());
     Arguments arguments;

@@ -130,6 +130,7 @@ ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config) {
     firmware = Firmware{};
     firmware.flash.folder = config.folder;
     firmware.flash.nullMemory = config.nullMemory;
+    firmware.accepted = config.accepted;
     firmware.programTime = config.programTime;
     firmware.eraseTime = config.eraseTime;
     std::uint64_t bufferSize = smallestBuffer;

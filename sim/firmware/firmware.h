@@ -20,6 +20,7 @@ struct FirmwareConfig {
     bool nullMemory = false;                  ///< see `Flash`; bursts are checked but not stored
     std::chrono::microseconds programTime{0}; ///< per page
     std::chrono::milliseconds eraseTime{0};   ///< per erase
+    std::vector<std::string> accepted = {};   ///< words of commands that succeed without effect
 };
 
 /// Makes `firmware` one that was just switched on, with what the folder of its memory holds. Fails when the

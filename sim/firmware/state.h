@@ -38,6 +38,8 @@ struct Firmware {
     std::chrono::microseconds programTime{0};
     std::chrono::milliseconds eraseTime{0};
 
+    std::vector<std::string> accepted; ///< words of commands that succeed without effect
+
     bool batchMode = false; ///< command lines are not repeated to the host
     unsigned debugOptions = 7;
     Lasting lasting;
