@@ -16,7 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 LAYERS = {
     "src": [["support"], ["link"], ["transfer"], ["commands"], ["frontend"], ["checker"],
             ["programs"]],
-    "sim": [["text", "descriptor"], ["flash"], ["firmware"], ["faults"], ["port"], ["program"]],
+    "sim": [["text", "file", "descriptor"], ["flash"], ["firmware"], ["faults"], ["port"], ["program"]],
 }
 
 
