@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <set>
 
-#include <unistd.h>
+#include <getopt.h>
 
 namespace secapp {
 namespace {
@@ -15,58 +16,100 @@ constexpr int cleanStatus = 0;
 constexpr int findingStatus = 1;
 constexpr int failureStatus = 2;
 
-constexpr const char* usageText = "Usage: secapp-lint [-v NAME=VALUE]... SCRIPT...\n"
-                                  "Warns of what a run of secapp would read otherwise than it looks.\n"
-                                  "  -v NAME=VALUE  defines a script variable, as for secapp\n"
-                                  "  -h             shows this help\n"
-                                  "Status: 0 without warnings, 1 with, 2 when a script could not be read.";
+constexpr const char* usageText =
+    "Usage: secapp-lint [-v NAME=VALUE]... [--files] SCRIPT...\n"
+    "Reports script lines that secapp would interpret differently from what they seem to say.\n"
+    "  -v NAME=VALUE  define a script variable, as for secapp\n"
+    "  --files        list the files that the scripts name instead, one path per line\n"
+    "  -h, --help     show this help\n"
+    "  --version      show the version\n"
+    "Status: 0 without errors and warnings, 1 with, 2 when a script could not be read.";
 
-int complain(const std::string& text) {
+constexpr int versionOption = 1;
+constexpr int filesOption = 2;
+constexpr option longOptions[] = {
+    {"files", no_argument, nullptr, filesOption},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, versionOption},
+    {},
+};
+
+struct Options {
+    Variables variables;
+    bool listsFiles = false;
+};
+
+int printError(const std::string& text) {
     writeText(stderr, text + "\n");
     return failureStatus;
+}
+
+[[noreturn]] void show(std::string_view text) {
+    writeText(stdout, std::string(text) + "\n");
+    finish(cleanStatus);
 }
 
 void defineVariable(Variables& variables, const char* argument) {
     const auto [name, value] = splitDefinition(trimwhitespace(argument));
     if (!value)
-        std::exit(complain("variable cannot have a NULL value: " + std::string(name.value_or(""))));
+        std::exit(printError("variable cannot have a NULL value: " + std::string(name.value_or(""))));
     addVariable(variables, *name, *value);
 }
 
-/// The variables that the options define.
-Variables parseOptions(int argc, char** argv) {
-    Variables variables;
-    for (int letter = 0; (letter = ::getopt(argc, argv, "hv:")) != -1;) {
-        if (letter == 'h') {
-            writeText(stdout, std::string(usageText) + "\n");
-            finish(cleanStatus);
-        }
-        if (letter != 'v')
-            std::exit(complain(usageText));
-        defineVariable(variables, optarg);
+Options parseOptions(int argc, char** argv) {
+    // Options and words may be mixed, as for secapp.
+    ::unsetenv("POSIXLY_CORRECT");
+    Options options;
+    for (int letter = 0; (letter = ::getopt_long(argc, argv, "hv:", longOptions, nullptr)) != -1;) {
+        if (letter == 'h')
+            show(usageText);
+        if (letter == versionOption)
+            show("secapp-lint " SECAPP_VERSION " (Build " SECAPP_BUILD_NUMBER ")");
+        if (letter == filesOption)
+            options.listsFiles = true;
+        else if (letter == 'v')
+            defineVariable(options.variables, optarg);
+        else
+            std::exit(printError(usageText));
     }
     if (optind == argc)
-        std::exit(complain(usageText));
-    return variables;
+        std::exit(printError(usageText));
+    return options;
 }
 
-int checkFile(const char* path, const Variables& variables) {
+void printFindings(std::FILE* stream, const char* path, const std::vector<Finding>& findings) {
+    for (const Finding& finding : findings)
+        writeText(stream, formatText("%s:%d: %s: %s\n", path, finding.line,
+                                     finding.severity == Severity::error ? "error" : "warning",
+                                     finding.text.c_str()));
+}
+
+/// `listed` holds the files that were listed for earlier scripts.
+int checkFile(const char* path, const Options& options, std::set<std::string>& listed) {
     const File script = openDataFile(path);
     if (!script)
-        return complain(formatText("Unable to open script file %s", path));
-    const std::vector<Finding> findings = checkScript(script.get(), variables);
-    for (const Finding& finding : findings)
-        writeText(stdout, formatText("%s:%d: warning: %s\n", path, finding.line, finding.text.c_str()));
+        return printError(formatText("Unable to open script file %s", path));
+    const ScriptReport report = checkScript(script.get(), options.variables);
+    if (options.listsFiles) {
+        for (const std::string& file : report.files)
+            if (listed.insert(file).second)
+                writeText(stdout, file + "\n");
+        printFindings(stderr, path, report.unknownFiles);
+    } else {
+        printFindings(stdout, path, report.findings);
+    }
     if (std::ferror(script.get()) != 0)
-        return complain(formatText("Script could not be read to its end: %s", path));
+        return printError(formatText("Script could not be read to its end: %s", path));
+    const auto& findings = options.listsFiles ? report.unknownFiles : report.findings;
     return findings.empty() ? cleanStatus : findingStatus;
 }
 
 [[noreturn]] void run(int argc, char** argv) {
-    const Variables variables = parseOptions(argc, argv);
+    const Options options = parseOptions(argc, argv);
     int status = cleanStatus;
+    std::set<std::string> listed;
     for (int at = optind; at < argc; ++at)
-        status = std::max(status, checkFile(argv[at], variables));
+        status = std::max(status, checkFile(argv[at], options, listed));
     finish(status);
 }
 

@@ -76,6 +76,7 @@ SCRIPT
 cat >"$folder/secapp-lint" <<'CHECKER'
 #!/bin/sh
 echo "$1:1: warning: a slip: all of it"
+echo "$1:2: error: no file: fw.bin"
 exit 1
 CHECKER
 chmod +x "$folder/secapp-lint"
@@ -85,6 +86,6 @@ chmod +x "$folder/secapp-lint"
 while IFS='|' read -r -u 3 line part expected && read -r -u 4 group; do
     [[ $group =~ ^${expected:+secapp}$expected$ ]] || fail "vim shows '$part' of '$line' as '$group', not '$expected'"
 done 3<"$folder/table" 4<"$folder/groups"
-[[ $(cat "$folder/warnings") == '1 w a slip: all of it' ]] ||
+[[ $(cat "$folder/warnings") == $'1 w a slip: all of it\n2 e no file: fw.bin' ]] ||
     fail "vim's list of warnings: $(cat "$folder/warnings")"
 [[ -z $failed ]]

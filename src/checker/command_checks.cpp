@@ -46,12 +46,12 @@ bool isName(std::string_view text) {
            });
 }
 
-/// Reports references to variables without a value, each once; false when there is any.
-bool checkReferences(Inspection& inspection, const CheckedCommand& command) {
+/// The references to variables that have no value here.
+std::vector<std::string> undefinedReferences(const CheckedCommand& command) {
+    std::vector<std::string> references;
     // "@" replaces no variables, and a value can refer to variables that are defined later.
     if (command.prefix == '@' || isCommand(command, "var"))
-        return true;
-    bool isComplete = true;
+        return references;
     const std::string_view text = command.text;
     for (std::size_t open = text.find('['); open != std::string_view::npos; open = text.find('[', open + 1)) {
         const std::size_t close = text.find_first_of("[]", open + 1);
@@ -60,19 +60,47 @@ bool checkReferences(Inspection& inspection, const CheckedCommand& command) {
         // A message may have brackets of its own.
         if (showsText(command) && !isName(text.substr(open + 1, close - open - 1)))
             continue;
-        isComplete = false;
-        const std::string reference(text.substr(open, close - open + 1));
-        if (inspection.missingVariables.insert(reference).second)
-            addFinding(inspection, quoted(reference) + " has no value here and stays as it is");
+        references.emplace_back(text.substr(open, close - open + 1));
     }
-    return isComplete;
+    return references;
+}
+
+/// Reports references without a value, each once; true when there are none.
+bool checkReferences(Inspection& inspection, const CheckedCommand& command) {
+    const std::vector<std::string> references = undefinedReferences(command);
+    for (const std::string& reference : references) {
+        if (!inspection.missingVariables.insert(reference).second)
+            continue;
+        const auto report = showsText(command) ? addWarning : addError;
+        report(inspection, quoted(reference) + " has no value here and stays as it is");
+    }
+    return references.empty();
+}
+
+/// Notes the file that a command names, or that it cannot be known.
+void collectFile(Inspection& inspection, const CheckedCommand& command) {
+    if (command.entry == nullptr)
+        return;
+    const std::vector<std::string> references = undefinedReferences(command);
+    const bool isUnknownCommand = command.words.front().find('[') != std::string::npos;
+    if (!references.empty() && (isUnknownCommand || namesFile(command))) {
+        inspection.unknownFiles.push_back(
+            {inspection.line, Severity::error, quoted(references.front()) + " has no value here"});
+        return;
+    }
+    const std::optional<std::string> file = fileOf(command);
+    if (file && file->find_first_of("\r\n") != std::string::npos)
+        inspection.unknownFiles.push_back(
+            {inspection.line, Severity::error, quoted(*file) + " has a line break and cannot be listed"});
+    else if (file && inspection.knownFiles.insert(*file).second)
+        inspection.files.push_back(*file);
 }
 
 void checkSpelling(Inspection& inspection, const CheckedCommand& command) {
     if (command.entry->name != nullptr)
         return;
     if (const std::optional<std::string_view> similar = similarCommand(command.words.front()))
-        addFinding(inspection, quoted(command.words.front()) +
+        addWarning(inspection, quoted(command.words.front()) +
                                    " is no command of the tool: it goes to the target; did you mean " +
                                    quoted(*similar) + "?");
 }
@@ -88,7 +116,7 @@ void checkWords(Inspection& inspection, const CheckedCommand& command) {
     std::vector<std::string> words = command.words;
     const auto comment = std::find_if(words.begin(), words.end(), beginsLikeComment);
     if (comment != words.end())
-        addFinding(inspection, quoted(*comment) + " begins no comment here: it is a word of the command");
+        addError(inspection, quoted(*comment) + " begins no comment here: it is a word of the command");
     words.erase(comment, words.end());
     const auto* const row = std::find_if(std::begin(wordCounts), std::end(wordCounts),
                                          [&](const WordCount& c) { return isCommand(command, c.command); });
@@ -106,8 +134,8 @@ void checkWords(Inspection& inspection, const CheckedCommand& command) {
         reason = "a length is one word";
     else if (flash && isSplit(flash->addresses, words[next]))
         reason = oneAddressWord;
-    addFinding(inspection, listed(words, next) + (next + 1 == words.size() ? " has" : " have") +
-                               " no effect: " + std::string(reason));
+    addError(inspection, listed(words, next) + (next + 1 == words.size() ? " has" : " have") +
+                             " no effect: " + std::string(reason));
 }
 
 void checkVariable(Inspection& inspection, const CheckedCommand& command) {
@@ -119,13 +147,13 @@ void checkVariable(Inspection& inspection, const CheckedCommand& command) {
     if (!name)
         return;
     if (definition.find('=') == std::string_view::npos)
-        addFinding(inspection, quoted(command.words.front()) + " defines the variable " + quoted(*name) +
-                                   " as empty: it begins with 'var'");
+        addError(inspection, quoted(command.words.front()) + " defines the variable " + quoted(*name) +
+                                 " as empty: it begins with 'var'");
     else if (trimRight(*name) != *name || (value && trimwhitespace(*value) != *value))
-        addFinding(inspection, "blanks beside '=' count: the name is " + quoted(*name) + ", the value " +
+        addWarning(inspection, "blanks beside '=' count: the name is " + quoted(*name) + ", the value " +
                                    quoted(value.value_or("")));
     if (value && value->data() + value->size() != definition.data() + definition.size())
-        addFinding(inspection, "the value ends at the second '=': it is " + quoted(*value));
+        addError(inspection, "the value ends at the second '=': it is " + quoted(*value));
 }
 
 void checkPause(Inspection& inspection, const CheckedCommand& command) {
@@ -134,8 +162,8 @@ void checkPause(Inspection& inspection, const CheckedCommand& command) {
     const std::string_view message = argumentsOf(command.text);
     for (const std::string_view state : {"on", "off"})
         if (startsWithIgnoringCase(message, state) && message.size() > state.size())
-            addFinding(inspection, quoted(message) + " begins with '" + std::string(state) +
-                                       "': it switches confirmation and is not shown");
+            addError(inspection, quoted(message) + " begins with '" + std::string(state) +
+                                     "': it switches confirmation and is not shown");
 }
 
 using CommandCheck = void (*)(Inspection& inspection, const CheckedCommand& command);
@@ -147,7 +175,8 @@ constexpr CommandCheck commandChecks[] = {checkSpelling, checkWords,     checkVa
 
 void checkCommand(Inspection& inspection, const CheckedCommand& command) {
     if (command.prefix == '?' && command.text.empty())
-        addFinding(inspection, "'?' alone shows the help and ends the run with status 0");
+        addError(inspection, "'?' alone shows the help and ends the run with status 0");
+    collectFile(inspection, command);
     if (!checkReferences(inspection, command) || command.entry == nullptr)
         return;
     for (const CommandCheck check : commandChecks)

@@ -43,28 +43,27 @@ std::string keyOf(Inspection& inspection, std::string_view expression) {
 void checkLength(Inspection& inspection, const FlashWords& words) {
     const std::string shown = quoted(words.length);
     if (isSplit(words.addresses, words.length))
-        return addFinding(inspection, shown + " is the length: " + std::string(oneAddressWord));
+        return addError(inspection, shown + " is the length: " + std::string(oneAddressWord));
     std::optional<FlashList> noMemories = FlashList{};
     const std::optional<std::uint64_t> number = valueOf(words.length, noMemories);
     if (!number)
         return;
     const auto length = static_cast<std::uint32_t>(*number);
     if (static_cast<std::int32_t>(length) <= 0)
-        addFinding(inspection, "a length of " + shown + " transfers nothing");
+        addError(inspection, "a length of " + shown + " transfers nothing");
     else if (length % words.width != 0)
-        addFinding(inspection, formatText("%s bytes are no multiple of the width %u: the last %u are zero",
-                                          shown.c_str(), words.width, length % words.width));
+        addError(inspection, formatText("%s bytes are no multiple of the width %u: the last %u are zero",
+                                        shown.c_str(), words.width, length % words.width));
 }
 
 void checkValue(Inspection& inspection, const FlashWords& words) {
     constexpr std::uint32_t bitsPerByte = 8;
     std::uint32_t value = 0;
     if (decode(words.data, value) || openDataFile(words.data))
-        addFinding(inspection,
-                   quoted(words.data) + " is a value, not a file: it has only hexadecimal digits");
+        addError(inspection, quoted(words.data) + " is a value, not a file: it has only hexadecimal digits");
     else if (words.width < sizeof value && value >> (bitsPerByte * words.width) != 0)
-        addFinding(inspection, formatText("only the low %u bits of %s are used", bitsPerByte * words.width,
-                                          quoted(words.data).c_str()));
+        addError(inspection, formatText("only the low %u bits of %s are used", bitsPerByte * words.width,
+                                        quoted(words.data).c_str()));
     if (!words.length.empty())
         checkLength(inspection, words);
 }
@@ -100,6 +99,23 @@ std::optional<FlashWords> readFlashWords(const CheckedCommand& command) {
     return read;
 }
 
+bool namesFile(const CheckedCommand& command) {
+    return isCommand(command, "program") || isCommand(command, "verify") || isCommand(command, "download");
+}
+
+std::optional<std::string> fileOf(const CheckedCommand& command) {
+    if (!namesFile(command))
+        return std::nullopt;
+    // "download" takes one option at most.
+    const bool downloads = isCommand(command, "download");
+    std::size_t at = 1;
+    while (at < command.words.size() && command.words[at].front() == '+' && !(downloads && at > 1))
+        ++at;
+    if (at >= command.words.size() || (!downloads && isNumeric(command.words[at])))
+        return std::nullopt;
+    return command.words[at];
+}
+
 void checkFlashData(Inspection& inspection, const CheckedCommand& command) {
     const std::optional<FlashWords> words = readFlashWords(command);
     if (!words)
@@ -107,7 +123,7 @@ void checkFlashData(Inspection& inspection, const CheckedCommand& command) {
     if (!words->isFile)
         checkValue(inspection, *words);
     else if (!words->widthOption.empty())
-        addFinding(inspection, quoted(words->widthOption) + " has no effect: a file has no width");
+        addWarning(inspection, quoted(words->widthOption) + " has no effect: a file has no width");
 }
 
 void followVerification(Inspection& inspection, const CheckedCommand& command) {
@@ -133,7 +149,7 @@ void followVerification(Inspection& inspection, const CheckedCommand& command) {
 void reportUnverified(Inspection& inspection) {
     for (const ProgrammedData& programmed : inspection.unverified) {
         inspection.line = programmed.line;
-        addFinding(inspection,
+        addWarning(inspection,
                    "no verify of " + quoted(programmed.data) + " at " + quoted(programmed.item) + " follows");
     }
 }

@@ -27,6 +27,12 @@ inline constexpr std::string_view oneAddressWord = "addresses are one word";
 /// None of other commands, or when the address is missing.
 [[nodiscard]] std::optional<FlashWords> readFlashWords(const CheckedCommand& command);
 
+/// Whether the command is one that can name a file.
+[[nodiscard]] bool namesFile(const CheckedCommand& command);
+
+/// The file that the command reads.
+[[nodiscard]] std::optional<std::string> fileOf(const CheckedCommand& command);
+
 /// A file that is read as a value, a width without effect, a value or length that does not suit the width.
 void checkFlashData(Inspection& inspection, const CheckedCommand& command);
 

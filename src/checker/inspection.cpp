@@ -5,8 +5,12 @@
 
 namespace secapp {
 
-void addFinding(Inspection& inspection, std::string text) {
-    inspection.findings.push_back({inspection.line, std::move(text)});
+void addError(Inspection& inspection, std::string text) {
+    inspection.findings.push_back({inspection.line, Severity::error, std::move(text)});
+}
+
+void addWarning(Inspection& inspection, std::string text) {
+    inspection.findings.push_back({inspection.line, Severity::warning, std::move(text)});
 }
 
 std::string quoted(std::string_view text) {

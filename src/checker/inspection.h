@@ -11,10 +11,17 @@
 
 namespace secapp {
 
-/// A place of a script that a run reads otherwise than it looks.
+enum class Severity {
+    /// Probably a mistake.
+    warning,
+    /// The run fails, or does something else than the script says.
+    error,
+};
+
 struct Finding {
     /// From 1.
     int line = 0;
+    Severity severity = Severity::warning;
     std::string text;
 };
 
@@ -45,8 +52,13 @@ struct ProgrammedData {
 struct Inspection {
     int line = 0;
     std::vector<Finding> findings;
-    /// The lines that a comment quietens.
-    std::set<int> quietLines;
+    /// The lines whose warnings a comment suppresses.
+    std::set<int> suppressedLines;
+    /// The files that the commands name, as written, each once and in the order of the script.
+    std::vector<std::string> files;
+    std::set<std::string> knownFiles;
+    /// Commands whose file is unknown, because they refer to variables without a value.
+    std::vector<Finding> unknownFiles;
     /// References without a value; each is reported once.
     std::set<std::string> missingVariables;
     /// In place of the board's: every name that was met, at an address of its own, so that expressions can be
@@ -55,8 +67,9 @@ struct Inspection {
     std::vector<ProgrammedData> unverified;
 };
 
-/// Reports something about the line that is looked at.
-void addFinding(Inspection& inspection, std::string text);
+/// Report something about the current line.
+void addError(Inspection& inspection, std::string text);
+void addWarning(Inspection& inspection, std::string text);
 
 /// The text between apostrophes, cut and without control characters.
 [[nodiscard]] std::string quoted(std::string_view text);

@@ -13,15 +13,15 @@ namespace secapp {
 namespace {
 
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-constexpr std::string_view quietComment = "lint: off";
+constexpr std::string_view suppressComment = "lint: off";
 
 void checkBytes(Inspection& inspection, std::string_view line, bool isFirst) {
     if (isFirst && line.starts_with(byteOrderMark))
-        addFinding(inspection, "the byte-order mark is read as a part of the first word");
+        addError(inspection, "the byte-order mark is read as a part of the first word");
     if (trimRight(line).find('\r') != std::string_view::npos)
-        addFinding(inspection, "a return ends no line: what follows belongs to the same command");
+        addError(inspection, "a return ends no line: what follows belongs to the same command");
     if (line.find('\0') != std::string_view::npos)
-        addFinding(inspection, "a zero byte ends the run");
+        addError(inspection, "a zero byte ends the run");
 }
 
 CheckedCommand readCommand(const PrefixedCommand& piece) {
@@ -55,25 +55,25 @@ void checkLine(Inspection& inspection, std::string_view line) {
         const PrefixedCommand parts = splitPrefix(*piece);
         if (parts.prefix == '#') {
             followsComment = true;
-            if (parts.command.starts_with(quietComment))
-                inspection.quietLines.insert(inspection.line + 1);
+            if (parts.command.starts_with(suppressComment))
+                inspection.suppressedLines.insert(inspection.line + 1);
             continue;
         }
         if (parts.prefix == '\0' && parts.command.empty())
             continue;
         if (std::exchange(followsComment, false))
-            addFinding(inspection, quoted(trimwhitespace(*piece)) + " is run: the comment ends at ';'");
+            addWarning(inspection, quoted(trimwhitespace(*piece)) + " is run: the comment ends at ';'");
         const CheckedCommand command = readCommand(parts);
         checkCommand(inspection, command);
         defineVariable(command);
     }
 }
 
-/// In the order of the lines, without those that a comment quietens.
-std::vector<Finding> settled(Inspection& inspection) {
+/// In the order of the lines, without the warnings that a comment suppresses.
+std::vector<Finding> sortAndFilter(const Inspection& inspection) {
     std::vector<Finding> findings;
     for (const Finding& finding : inspection.findings)
-        if (!inspection.quietLines.contains(finding.line))
+        if (finding.severity == Severity::error || !inspection.suppressedLines.contains(finding.line))
             findings.push_back(finding);
     std::stable_sort(findings.begin(), findings.end(),
                      [](const Finding& a, const Finding& b) { return a.line < b.line; });
@@ -82,7 +82,7 @@ std::vector<Finding> settled(Inspection& inspection) {
 
 } // namespace
 
-std::vector<Finding> checkScript(std::FILE* stream, const Variables& variables) {
+ScriptReport checkScript(std::FILE* stream, const Variables& variables) {
     scriptVariables() = variables;
     Inspection inspection;
     ScriptSource source;
@@ -92,15 +92,17 @@ std::vector<Finding> checkScript(std::FILE* stream, const Variables& variables) 
         if (isWhole)
             ++inspection.line;
         else if (!trimwhitespace(*line).empty())
-            addFinding(inspection, formatText("a line has %zu characters: %s runs as the next one", textLimit,
-                                              quoted(trimRight(*line)).c_str()));
+            addError(inspection, formatText("a line has %zu characters: %s runs as the next one", textLimit,
+                                            quoted(trimRight(*line)).c_str()));
         isWhole = line->ends_with('\n');
         checkBytes(inspection, *line, source.lineCounter == 1);
         if (line->find('\0') == std::string::npos)
             checkLine(inspection, *line);
     }
     reportUnverified(inspection);
-    return settled(inspection);
+    return {.findings = sortAndFilter(inspection),
+            .files = std::move(inspection.files),
+            .unknownFiles = std::move(inspection.unknownFiles)};
 }
 
 } // namespace secapp

@@ -7,8 +7,16 @@
 
 namespace secapp {
 
-/// Reads a script as a run does that begins with these variables, but without a board. Returns what the run
-/// would read otherwise than it looks, by line.
-[[nodiscard]] std::vector<Finding> checkScript(std::FILE* stream, const Variables& variables);
+struct ScriptReport {
+    /// In the order of the lines.
+    std::vector<Finding> findings;
+    /// The files that the script names, as written, each once.
+    std::vector<std::string> files;
+    /// Why `files` may be incomplete: commands with variables that have no value.
+    std::vector<Finding> unknownFiles;
+};
+
+/// Reads a script as a run does that begins with these variables, but without a board.
+[[nodiscard]] ScriptReport checkScript(std::FILE* stream, const Variables& variables);
 
 } // namespace secapp
