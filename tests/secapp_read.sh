@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
 # Usage: secapp_read.sh PROGRAMS SECAPP_READ MAN_PAGE
-# Reads a simulated target's memory back and compares it with the target's own file, byte by byte; whatever goes wrong on
-# the way leaves no file and touches none. Holds the man page's options against the program's.
+# Reads a simulated target's memory and compares it with the target's own file, byte by byte. A failure
+# must leave the file as it was and no other file. Compares the options of man page and program.
 set -euo pipefail
 export LC_ALL=C
 
 export PATH=$1:$PATH
 secapp_read=$2
 man_page=$3
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-cd "$folder"
+directory=$(mktemp -d)
+trap 'rm -rf "$directory"' EXIT
+cd "$directory"
 mkdir memory kept
 failed=
 
@@ -24,7 +24,7 @@ check() {
     }
 }
 
-# "${target[@]}" SIMULATOR_OPTION... -- COMMAND...: a target with 16 KiB of FLASH, an odd place for its memory and one behind it
+# "${target[@]}" SIMULATOR_OPTION... -- COMMAND...: a target with two adjacent memories
 target=(vqxsim --region "FLASH,base=0x10000000,size=16K" --region "BANKB,base=0x10004000,size=1K" --memory memory)
 
 "${target[@]}" -- secapp -d {} queryFlash >output
@@ -43,38 +43,61 @@ FLASH 16K 0 16384
 bankb 0x400 16384 1024
 FLASH+0x100 1 256 1
 FLASH+2*0x100-4 7 508 7
-0x10003ff0 18 16368 18
+0x10003ff0 16 16368 16
 268435456 1026 0 1026
 CASES
 
-# fails WORDS STATUS FAULT ARGUMENT...: the text holds the WORDS; the file of that name stays, and nothing is left behind.
+ln -s read link
+chmod 640 read
+[[ $EUID -ne 0 ]] || chown 1:2 read
+before=$(stat -c '%a %u %g' read)
+"${target[@]}" -- "$secapp_read" {} FLASH 16K link >output 2>&1
+check "the file that a link names" cmp read memory/FLASH.bin
+check "the mode and owner of a file that existed" test "$(stat -c '%a %u %g' read)" = "$before"
+"${target[@]}" -- "$secapp_read" {} FLASH 16K - >copy 2>output
+check "the bytes on standard output" cmp copy memory/FLASH.bin
+
+# fails WORDS STATUS FAULT SECAPP ARGUMENT...: the text holds the WORDS; the file of that name stays, and no other is left
 fails() {
-    local words=$1 wanted=$2 fault=$3 status=0
-    shift 3
+    local words=$1 wanted=$2 fault=$3 secapp=$4 status=0
+    shift 4
     echo kept >kept/file
-    "${target[@]}" ${fault:+--fault "$fault"} -- timeout 30 "$secapp_read" --secapp 'secapp -g 1' {} "$@" >output 2>&1 || status=$?
-    check "status $status of $fault $*" test "$status" -eq "$wanted"
-    check "the text of $fault $*" grep -qF -e "$words" output
-    check "what $fault $* leaves" test "$(cat kept/* kept/.[!.]* 2>/dev/null)" = kept
+    "${target[@]}" ${fault:+--fault "$fault"} -- timeout 30 "$secapp_read" --secapp "$secapp" {} "$@" >output 2>&1 || status=$?
+    check "status $status of $fault $secapp $*" test "$status" -eq "$wanted"
+    check "the text of $fault $secapp $*" grep -qF -e "$words" output
+    check "the files after $fault $secapp $*" test "$(cat kept/* kept/.[!.]* 2>/dev/null)" = kept
 }
 
-fails '0x10004400: Address 0x10004400 is in no flash region' 1 '' BANKB 1025 kept/file
-fails "'FACE' is neither a number nor a memory" 1 '' FACE 4 kept/file
-fails '0x10000102 is not the address of a word' 1 '' FLASH+0x102 4 kept/file
-fails "'FLASH;erase' is no address" 2 '' 'FLASH;erase' 4 kept/file
-fails "'010' is no number of bytes" 2 '' FLASH 010 kept/file
-fails 'kept is no regular file' 1 '' FLASH 4 kept
+fails 'FLASH ends at 0x10003fff: it has 16 bytes' 1 '' secapp 0x10003ff0 17 kept/file
+fails '0x10004400 is in no flash region' 1 '' secapp BANKB+1024 4 kept/file
+fails "'FACE' is neither a number nor a memory" 1 '' secapp FACE 4 kept/file
+fails '0x10000102 is not the address of a word' 1 '' secapp FLASH+0x102 4 kept/file
+fails "'FLASH;erase' is not an address" 2 '' secapp 'FLASH;erase' 4 kept/file
+fails "'010' is not a number of bytes" 2 '' secapp FLASH 010 kept/file
+fails 'kept is not a regular file' 1 '' secapp FLASH 4 kept
+fails 'kept/none: No such file' 1 '' secapp FLASH 4 kept/none/file
+fails '-p cannot be used' 2 '' 'secapp -p' FLASH 4 kept/file
+fails '-e cannot be used' 2 '' 'timeout 9 secapp -g 1 -ze n' FLASH 4 kept/file
 readonly at=command=readWord,at=300
-fails '0x1000049c: worn out' 1 "error,text=worn out,$at" FLASH 4K kept/file
-fails '0x1000049c: no word, but ' 1 "noise,$at" FLASH 4K kept/file
-fails '0x1000049c: no word, but ' 1 "flood,bytes=endless,$at" FLASH 4K kept/file
-fails '0x1000049c: Resource temporarily unavailable' 1 "drop,$at" FLASH 4K kept/file
-fails '0x1000049c: Device ' 1 "unplug,$at" FLASH 4K kept/file
+fails '0x10000498: worn out' 1 "error,text=worn out,$at" secapp FLASH 4K kept/file
+fails '0x10000498: expected a word' 1 "noise,bytes=1,lines=0,$at" secapp FLASH 4K kept/file
+fails '0x10000498: expected a word' 1 "flood,bytes=endless,$at" secapp FLASH 4K kept/file
+fails '0x10000498: Resource temporarily unavailable' 1 "cut,$at" 'secapp -g 1' FLASH 4K kept/file
+fails '0x10000498: Device ' 1 "unplug,$at" secapp FLASH 4K kept/file
+while read -r change words; do
+    printf '#!/bin/bash\nsecapp "$@" | sed -u "%s"\n' "$change" >changed
+    fails "$words" 1 '' 'bash changed' FLASH 4K kept/file
+done <<'CASES'
+302d expected a word, got b''
+302p expected a word, got b'0x
+302s/0x// expected a word, got b'
+302{N;p} the answers are not those of the commands
+CASES
 
 # Interrupted while the target is silent
 "${target[@]}" --fault "hang,s=100,$at" --link board >output 2>&1 &
 simulator=$!
-trap 'kill "$simulator"; rm -rf "$folder"' EXIT
+trap 'kill "$simulator"; rm -rf "$directory"' EXIT
 until [[ -e board ]]; do sleep 0.02; done
 "$secapp_read" board FLASH 4K kept/file >output 2>&1 &
 reader=$!
