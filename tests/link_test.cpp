@@ -322,10 +322,46 @@ TEST_F(Link, EndsTheDrainingOfAPortThatNeverStopsTalking) {
     EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0);
 }
 
+TEST_F(Link, HintsAtASilentTargetOnATerminalOnly) {
+    Board terminal;
+    board.onHandshake = [](int n, auto& t) { return n < 2 ? Answer("") : Answer(t + "\nVQX_OK\n"); };
+    for (const std::string& errors : {std::string(), " 2>" + terminal.port()}) {
+        board.on = [returns = 0](const std::string& line) mutable {
+            return line == "\r" && ++returns < 4 ? std::optional<Answer>("") : std::nullopt;
+        };
+        terminal.begin();
+        const Result r = run("exec secapp -d $PORT hello" + errors);
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(withoutNumbers(terminal.bytes()),
+                  errors.empty()
+                      ? ""
+                      : withoutNumbers("No answer from the target on " + board.port() +
+                                       " for 3 s; trying for up to 87 s more; also open in secapp_tests "
+                                       "(process 1)\n"));
+    }
+}
+
+TEST_F(Link, NamesTheGroupOfAForbiddenPortOnATerminalOnly) {
+    Board terminal;
+    const std::string user = getuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+    if (run(user + "secapp-lint -h").status != 0)
+        GTEST_SKIP() << "the programs are not accessible to another user";
+    const std::string group = run("chmod 0 $PORT; stat -c %G $PORT").out;
+    const std::string denied = board.port() + ": Permission denied\n";
+    terminal.begin();
+    EXPECT_EQ(run(user + "secapp -d $PORT hello").err, denied);
+    EXPECT_EQ(run(user + "secapp -d $PORT hello 2>" + terminal.port()).status, 255);
+    EXPECT_EQ(terminal.bytes(), denied + "The device belongs to the group " +
+                                    group.substr(0, group.find('\n')) +
+                                    ": join it, or run install_udev_rules\n");
+}
+
 TEST_F(Link, NeverTalksToTheTargetOnClosedStandardStreams) {
     board.answers.emplace("hello", "hi\nVQX_OK\n");
-    for (const char* closed : {"<&-", ">&-", "2>&-", "<&- >&- 2>&-"}) {
-        EXPECT_EQ(run(std::string("exec secapp -d $PORT -e s 'echo loud;hello' ") + closed).status, 0)
+    for (const auto& [closed, status] :
+         {std::pair("<&-", 0), {">&-", 255}, {"2>&-", 0}, {"<&- >&- 2>&-", 255}}) {
+        EXPECT_EQ(run(std::string("exec secapp -d $PORT -e s 'echo loud;hello' ") + closed).status, status)
             << closed;
         EXPECT_EQ(withoutNumbers(board.bytes()), "=print #\r=batchmode # \r=hello \r") << closed;
     }

@@ -13,7 +13,7 @@ std::int32_t scriptPause = 0;
 
 std::optional<std::string> ask(std::string_view question) {
     writeText(stdout, question);
-    std::fflush(stdout);
+    flushOutput();
     return readTextLine(stdin);
 }
 

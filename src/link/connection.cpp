@@ -1,5 +1,6 @@
 #include "link/connection.h"
 
+#include "link/port_access.h"
 #include "link/serial.h"
 #include "link/wire.h"
 #include "support/echo.h"
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <utility>
 
 #include <unistd.h>
 
@@ -32,6 +34,9 @@ constexpr auto longestHandshake = std::chrono::seconds(100);
 
 /// For how long stale input is drained; a target that talks on is left to the handshake.
 constexpr auto longestDrain = std::chrono::seconds(1);
+
+/// A target that has not answered for this time gets a hint on the terminal.
+constexpr auto hintTime = std::chrono::seconds(3);
 
 int drawToken() {
     const int token = std::rand();
@@ -58,18 +63,48 @@ struct Handshake {
     ErrorText pending;
     /// Whether the pending error is the link's, and not the target's.
     bool linkFailed = false;
+    /// When the first line went out.
+    std::optional<TimePoint> started = std::nullopt;
+    /// Whether nothing has come from the target, and nobody was told so.
+    bool hintDue = true;
 };
 
 bool isOver(const Handshake& handshake) {
     return Clock::now() >= handshake.until;
 }
 
+/// How long a target that stays silent is still tried, in seconds: each wait for an answer takes one, and
+/// each further test is delayed as any command is.
+int secondsLeft(const Handshake& handshake) {
+    using std::chrono::duration_cast, std::chrono::seconds, std::chrono::microseconds;
+    const auto whole =
+        seconds(1 + (attempts - 1) * returnsPerAttempt) + (attempts - 1) * microseconds(getAutoDelay());
+    return static_cast<int>(duration_cast<seconds>(whole - (Clock::now() - *handshake.started)).count());
+}
+
+/// Tells the user at a terminal, once, that the target is silent.
+void hintAtSilence(Handshake& handshake) {
+    if (!handshake.hintDue || Clock::now() - *handshake.started < hintTime)
+        return;
+    handshake.hintDue = false;
+    if (!errorsGoToTerminal() || handshake.work.deviceName == nullptr)
+        return;
+    std::string hint = formatText("No answer from the target on %s for 3 s; trying for up to %d s more",
+                                  handshake.work.deviceName, secondsLeft(handshake));
+    const char* separator = "; also open in ";
+    for (const std::string& user : deviceUsers(handshake.work.serialHandle))
+        hint.append(std::exchange(separator, ", ")).append(user);
+    writeText(stderr, hint + "\n");
+}
+
 bool send(Handshake& handshake, std::string_view line) {
     const Clock::duration patience =
         std::min<Clock::duration>(handshakePatience, handshake.until - Clock::now());
+    handshake.started = handshake.started.value_or(Clock::now());
     if (sendLine(handshake.work, line, patience) > 0)
         return true;
     handshake.linkFailed = true;
+    hintAtSilence(handshake);
     return false;
 }
 
@@ -77,6 +112,8 @@ bool send(Handshake& handshake, std::string_view line) {
 bool await(Handshake& handshake) {
     Answer answer = collectAnswer(handshake.work, answerTimeout, handshake.until);
     handshake.linkFailed = answer.end == AnswerEnd::lost;
+    handshake.hintDue = handshake.hintDue && handshake.linkFailed && handshake.work.response.empty();
+    hintAtSilence(handshake);
     if (answer.end == AnswerEnd::ok)
         handshake.pending.reset();
     else

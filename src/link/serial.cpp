@@ -1,6 +1,6 @@
 #include "link/serial.h"
 
-#include "link/port_lock.h"
+#include "link/port_access.h"
 #include "support/echo.h"
 #include "support/streams.h"
 
@@ -54,6 +54,12 @@ void restoreOpenPorts() {
 
 [[noreturn]] void refusePort(const char* path, int error) {
     writeText(stderr, formatText("%s: %s\n", path, std::strerror(error)));
+    if (error == EACCES && errorsGoToTerminal()) {
+        if (const std::optional<std::string> group = deviceGroup(path))
+            writeText(stderr, formatText("The device belongs to the group %s: join it, or run "
+                                         "install_udev_rules\n",
+                                         group->c_str()));
+    }
     std::exit(-1);
 }
 

@@ -2,6 +2,7 @@
 
 #include "support/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -14,22 +15,41 @@
 namespace secapp {
 namespace {
 
+/// The error number of the first output that was lost, 0 while none was.
+int outputError = 0;
+
 void openStandardStreams() {
-    // The lowest free descriptor is taken: the loop ends when it is none of the three.
-    int descriptor = 0;
-    while (descriptor >= 0 && descriptor <= STDERR_FILENO)
-        descriptor = ::open("/dev/null", O_RDWR);
-    if (descriptor > STDERR_FILENO)
-        ::close(descriptor);
+    // A closed stream takes the direction in which it is not used, so that its use fails. The lowest free
+    // descriptor is taken, which is the one that was found closed.
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(descriptor, F_GETFD) < 0)
+            (void)::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+}
+
+/// After each call that may have written output. A failed write of a line that fits its buffer shows in the
+/// stream's mark only.
+void keepOutputError() {
+    if (outputError == 0 && std::ferror(stdout) != 0)
+        outputError = errno;
 }
 
 } // namespace
 
 void writeText(std::FILE* stream, std::string_view text) {
     if (stream == stderr)
-        std::fflush(stdout);
+        flushOutput();
     std::fwrite(text.data(), 1, text.size(), stream);
+    keepOutputError();
+}
+
+void flushOutput() {
+    std::fflush(stdout);
+    keepOutputError();
+}
+
+bool errorsGoToTerminal() {
+    return ::isatty(STDERR_FILENO) != 0;
 }
 
 std::optional<std::string> readTextLine(std::FILE* stream) {
@@ -45,9 +65,19 @@ std::optional<std::string> readTextLine(std::FILE* stream) {
     return line;
 }
 
+std::optional<std::string> takeTextLine(std::string_view& rest) {
+    if (rest.empty())
+        return std::nullopt;
+    const std::string_view start = rest.substr(0, textLimit);
+    const std::string_view line = start.substr(0, std::min(start.find('\n'), start.size() - 1) + 1);
+    rest.remove_prefix(line.size());
+    return std::string(line);
+}
+
 void finish(int status) {
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        writeText(stderr, formatText("standard output: %s\n", std::strerror(errno)));
+    flushOutput();
+    if (outputError != 0) {
+        writeText(stderr, formatText("standard output: %s\n", std::strerror(outputError)));
         status = status == 0 ? -1 : status;
     }
     std::exit(status);
