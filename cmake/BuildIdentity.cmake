@@ -1,20 +1,18 @@
-# Sets SECAPP_BUILD_NUMBER (the number of commits, 0 without git) and SECAPP_IDENTITY_DEFINITIONS, the definitions of
-# the source files that show a version. SOURCE_DATE_EPOCH, when set, replaces the compiler's date and time.
+# Defines what the source files that show a version need: the library secapp_identity, which provides build_number.h, and
+# SECAPP_IDENTITY_DEFINITIONS. Each build counts the commits again. SOURCE_DATE_EPOCH, when set, replaces the compiler's
+# date and time.
 
-set(SECAPP_BUILD_NUMBER 0)
-find_package(Git QUIET)
-if(Git_FOUND AND EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/.git")
-  execute_process(
-    COMMAND "${GIT_EXECUTABLE}" rev-list --count HEAD
-    WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}"
-    OUTPUT_VARIABLE commits OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
-  if(commits MATCHES "^[0-9]+$")
-    set(SECAPP_BUILD_NUMBER ${commits})
-  endif()
-endif()
+set(identity_directory "${PROJECT_BINARY_DIR}/identity")
+add_custom_target(build_number
+  COMMAND "${CMAKE_COMMAND}" "-DSOURCE_DIRECTORY=${PROJECT_SOURCE_DIR}" "-DHEADER=${identity_directory}/build_number.h"
+    -P "${CMAKE_CURRENT_LIST_DIR}/WriteBuildNumber.cmake"
+  BYPRODUCTS "${identity_directory}/build_number.h"
+  COMMENT "Counting the commits" VERBATIM)
+add_library(secapp_identity INTERFACE)
+target_include_directories(secapp_identity INTERFACE "${identity_directory}")
+add_dependencies(secapp_identity build_number)
 
-set(SECAPP_IDENTITY_DEFINITIONS
-    "SECAPP_VERSION=\"${PROJECT_VERSION}\"" "SECAPP_BUILD_NUMBER=\"${SECAPP_BUILD_NUMBER}\"")
+set(SECAPP_IDENTITY_DEFINITIONS "SECAPP_VERSION=\"${PROJECT_VERSION}\"")
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
   string(TIMESTAMP build_date "%b %d %Y" UTC)
   string(REGEX REPLACE " 0" "  " build_date "${build_date}")

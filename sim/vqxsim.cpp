@@ -1,3 +1,4 @@
+#include "build_number.h"
 #include "options.h"
 
 #include <cstdio>

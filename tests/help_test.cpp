@@ -1,3 +1,4 @@
+#include "frontend/version.h"
 #include "harness.h"
 #include "support/text.h"
 
@@ -98,6 +99,15 @@ TEST_F(Help, CallsTheProgramByTheNameOfItsFile) {
                   std::string(name) +
                       ": Tavren VQX Scripting tool. v#.#.# (Build #) (Mon # # #:#:#)\nusage: " + name);
     }
+}
+
+TEST(ProgramName, IsTheTextAfterTheLastSlash) {
+    for (const auto& [path, name] :
+         {std::pair("a/b", "b"), {"/b", "b"}, {"b", "b"}, {"x/", ""}, {"a//", ""}, {"", ""}}) {
+        secapp::setProgramName(path);
+        EXPECT_EQ(secapp::getProgramName(), name) << path;
+    }
+    secapp::setProgramName("secapp");
 }
 
 TEST(Basename, IsTheLastPartOfAPath) {

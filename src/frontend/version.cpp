@@ -1,5 +1,6 @@
 #include "frontend/version.h"
 
+#include "build_number.h"
 #include "link/protocol.h"
 #include "support/text.h"
 
@@ -26,7 +27,7 @@ std::string getVersionString(bool longForm) {
 }
 
 void setProgramName(std::string_view path) {
-    programName = getBasename(path);
+    programName = path.substr(path.rfind('/') + 1);
 }
 
 const std::string& getProgramName() {

@@ -9,7 +9,7 @@ namespace secapp {
 /// The program's name, version and build date; the long form also says what the program is.
 [[nodiscard]] std::string getVersionString(bool longForm);
 
-/// The name by which the program was called, without its folder.
+/// The name by which the program was called: the part of the path after its last "/", which may be empty.
 void setProgramName(std::string_view path);
 [[nodiscard]] const std::string& getProgramName();
 

@@ -1,0 +1,14 @@
+# A script for cmake -P: writes HEADER, which defines SECAPP_BUILD_NUMBER, the number of commits in SOURCE_DIRECTORY (0
+# without git). A header that holds the number already is left alone.
+set(number 0)
+find_package(Git QUIET)
+if(Git_FOUND AND EXISTS "${SOURCE_DIRECTORY}/.git")
+  execute_process(
+    COMMAND "${GIT_EXECUTABLE}" rev-list --count HEAD
+    WORKING_DIRECTORY "${SOURCE_DIRECTORY}"
+    OUTPUT_VARIABLE commits OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+  if(commits MATCHES "^[0-9]+$")
+    set(number ${commits})
+  endif()
+endif()
+file(CONFIGURE OUTPUT "${HEADER}" CONTENT "#define SECAPP_BUILD_NUMBER \"${number}\"\n")
