@@ -48,7 +48,11 @@ std::optional<MeasuredFile> openMeasuredFile(const std::string& path) {
     File stream = openDataFile(path);
     if (!stream)
         return std::nullopt;
-    return MeasuredFile{std::move(stream), static_cast<std::int64_t>(opened.size())};
+    return MeasuredFile{std::move(stream), static_cast<std::int64_t>(opened.size()), std::nullopt};
+}
+
+std::optional<FileState> fileState(std::FILE* /*stream*/) {
+    return std::nullopt;
 }
 
 std::optional<std::int64_t> measureFile(std::FILE* /*stream*/) {

@@ -11,6 +11,7 @@
 #include "transfer/encoders.h"
 
 #include <cstdlib>
+#include <utility>
 
 namespace secapp {
 namespace {
@@ -38,13 +39,28 @@ std::string resolveDevice(const Options& options) {
     return device;
 }
 
-File openScript(const Options& options) {
+/// The script of `-s`.
+struct ScriptFile {
+    /// The content of a regular file, read before the first command because the file may change.
+    std::string text;
+    /// A script of another kind, or a regular file that could not be read.
+    File stream;
+};
+
+ScriptFile openScript(const Options& options) {
+    ScriptFile script;
     if (!options.scriptPath)
-        return nullptr;
-    File script = openDataFile(*options.scriptPath);
-    if (!script) {
+        return script;
+    script.stream = openDataFile(*options.scriptPath);
+    if (!script.stream) {
         writeText(stderr, formatText("Unable to open script file %s\n", options.scriptPath->c_str()));
         std::exit(startFailure);
+    }
+    if (fileState(script.stream.get())) {
+        if (std::optional<std::string> text = readToEnd(script.stream.get())) {
+            script.text = std::move(*text);
+            script.stream.reset();
+        }
     }
     return script;
 }
@@ -56,13 +72,14 @@ void checkWordsPerLine() {
     std::exit(startFailure);
 }
 
-ScriptSource chooseSource(const Options& options, const File& script) {
+ScriptSource chooseSource(const Options& options, const ScriptFile& script) {
     ScriptSource source;
     source.batchSwitch = options.batchMode;
     source.immediateLine = options.immediateLine;
     if (options.scriptPath) {
         source.name = *options.scriptPath;
-        source.stream = script.get();
+        source.text = script.text;
+        source.stream = script.stream.get();
     } else if (options.fromTerminal) {
         source.name = "Terminal";
         source.stream = stdin;
@@ -85,16 +102,23 @@ std::optional<FailedPiece> runLine(HandlerData& record, std::string_view line, s
     return std::nullopt;
 }
 
+/// What tells that the script could not be read to its end.
+std::optional<FailedPiece> checkReading(const ScriptSource& source) {
+    if (source.stream == nullptr || std::ferror(source.stream) == 0)
+        return std::nullopt;
+    return FailedPiece{"", "Script could not be read to its end"};
+}
+
 std::optional<FailedPiece> runScript(HandlerData& record, ScriptSource& source, std::uint32_t echoFlags) {
+    if (std::optional<FailedPiece> failure = checkReading(source))
+        return failure;
     while (const std::optional<std::string> line = getScriptLine(source, record.deviceName)) {
         debug_print("line: %d, %s\n", source.lineCounter, line->c_str());
         if (std::optional<FailedPiece> failure = runLine(record, *line, echoFlags))
             return failure;
     }
     setLastTargetCommand("");
-    if (source.stream != nullptr && std::ferror(source.stream) != 0)
-        return FailedPiece{"", "Script could not be read to its end"};
-    return std::nullopt;
+    return checkReading(source);
 }
 
 void reportFailure(const ScriptSource& source, const FailedPiece& failure) {
@@ -116,7 +140,7 @@ void closePort(HandlerData& record) {
     setProgramName(argc > 0 ? argv[0] : "secapp");
     const Options options = parseOptions(argc, argv);
     const std::string device = resolveDevice(options);
-    const File script = openScript(options);
+    const ScriptFile script = openScript(options);
     checkWordsPerLine();
     if (!options.scriptPath && !options.fromTerminal && !options.immediateLine)
         usage(getProgramName().c_str(), false, noScript, device.c_str());

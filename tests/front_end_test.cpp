@@ -287,6 +287,7 @@ TEST_F(FrontEnd, EchoesDelaysPausesAndTimes) {
              {"echo hello   world \nECHO 100% %n%s\n-echo\nEcho\ttab", "", "",
               "hello   world\n100% %n%s\n\ntab\n"},
              {"delay 0x10\ndelay 1 2", "", "", ""},
+             {"echo \v hello\npause \f OFF", "", "", "hello\n"},
              {"pause Insert 50%s\necho on", "\n", "Insert 50%s", "on\n"},
              {"pause\necho on", "\n", "Pause:", "on\n"},
              {"pause of course\necho on", "\n", "of course", "on\n"},
@@ -318,6 +319,7 @@ TEST_F(FrontEnd, ReportsMistakesInScriptAids) {
              {"Timer", "Timer" + usage},
              {"timer print", "Timer not running"},
              {"timer Start", "Unknown timer operation:Start"},
+             {"timer \f start", "Unknown timer operation:\f"},
              {"timer start;timer stop;timer print", "Timer not running"},
              {"hello;timer print", "Timer not running"},
              {"delay " + std::string(1010, 'x'), "Unable to decode value '" + std::string(999, 'x')},
@@ -339,9 +341,42 @@ TEST_F(FrontEnd, SendsNoLineBreak) {
 }
 
 TEST_F(FrontEnd, FailsWhenItsOutputIsLost) {
-    const Result r = run("exec secapp -b -d $PORT -e e echo hi >/dev/full");
-    EXPECT_EQ(r.err, "hi\nstandard output: No space left on device\n");
-    EXPECT_EQ(r.status, 255);
+    board.answers.emplace("hello", "hi\nVQX_OK\n");
+    const std::string full = "standard output: No space left on device\n";
+    struct Case {
+        std::string words, err;
+        int status = 255;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"-e e echo hi >/dev/full", "hi\n" + full},
+             {"'hello;echo hi;hello' >/dev/full", "hi\n" + full},
+             {"hello >&-", "standard output: Bad file descriptor\n"},
+             {"echo hi >&-", "hi\n", 0},
+             {"-t <&-", report("Terminal:0", "Script could not be read to its end", "", "")},
+         }) {
+        SCOPED_TRACE(c.words);
+        const Result r = run("exec secapp -b -d $PORT " + c.words);
+        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(r.status, c.status);
+    }
+}
+
+TEST_F(FrontEnd, RunsTheScriptThatItOpened) {
+    board.on = [&](const std::string& line) {
+        if (line == "cut ")
+            write("script", "");
+        if (line == "add ")
+            write("script", read("script") + "more\n");
+        return std::nullopt;
+    };
+    const std::string filler = std::string(100000, '#') + "\n";
+    for (const std::string& script : {"cut\n" + filler + "hello\n", "add\n" + filler + "hello\n"}) {
+        EXPECT_EQ(runScript(script).status, 0);
+        EXPECT_EQ(board.conversation(), script.substr(0, 3) + " |hello |");
+    }
+    const Result r = run("exec secapp -d $PORT -s /proc/self/mem");
+    EXPECT_EQ(r.err, report("/proc/self/mem:0", "Script could not be read to its end", "", ""));
+    EXPECT_EQ(board.bytes(), "");
 }
 
 } // namespace

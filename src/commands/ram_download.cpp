@@ -33,6 +33,7 @@ ErrorText downloadHandler(HandlerData& record, std::string_view text, std::strin
     const File file = openDataFile(path);
     if (!file)
         return formatError("Cannot open %s file '%s'", command.c_str(), path.c_str());
+    const std::optional<FileState> state = fileState(file.get());
     const std::optional<std::int64_t> fileSize = measureFile(file.get());
     const std::int32_t limit = getMaxTransferBufferSize();
     const std::uint32_t size = limit >= 1 ? static_cast<std::uint32_t>(limit) : defaultDownloadSize;
@@ -43,6 +44,8 @@ ErrorText downloadHandler(HandlerData& record, std::string_view text, std::strin
     TransferSource source;
     source.stream = file.get();
     source.fileSize = fileSize;
+    if (fileSize)
+        source.fileState = state;
     if (descriptor.checksumMode != checksumNone) {
         if (ErrorText error = checkChunkSize(descriptor.bufferSize, fileSize))
             return error;

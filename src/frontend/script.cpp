@@ -63,6 +63,8 @@ std::optional<std::string> getScriptLine(ScriptSource& source, const char* devic
         return "batchmode 1";
     }
     std::optional<std::string> line = std::exchange(source.immediateLine, std::nullopt);
+    if (!line)
+        line = takeTextLine(source.text);
     if (!line && source.stream != nullptr)
         line = readTextLine(source.stream);
     if (line)
@@ -130,7 +132,7 @@ void stdOutputHandler(HandlerData&, std::string_view text, bool addNewline) {
     if (addNewline)
         writeText(stdout, "\n");
     else
-        std::fflush(stdout);
+        flushOutput();
 }
 
 } // namespace secapp

@@ -15,7 +15,9 @@ namespace secapp {
 struct ScriptSource {
     /// Names the source in error reports.
     std::string name;
-    /// Null when there is only the immediate line; not owned.
+    /// The whole of a script that is a regular file, less the lines handed out.
+    std::string_view text;
+    /// A script of another kind, null when there is none; not owned.
     std::FILE* stream = nullptr;
     /// The joined words of the command line, until it is handed out.
     std::optional<std::string> immediateLine;

@@ -1,5 +1,6 @@
 #include "support/file.h"
 
+#include <array>
 #include <cerrno>
 #include <utility>
 
@@ -58,10 +59,18 @@ File openDataFile(const std::string& path) {
 std::optional<MeasuredFile> openMeasuredFile(const std::string& path) {
     struct stat status {};
     File stream = openFile(path, status);
-    const std::optional<std::int64_t> size = stream ? measureFile(stream.get()) : std::nullopt;
-    if (!size)
+    if (!stream)
         return std::nullopt;
-    return MeasuredFile{std::move(stream), *size};
+    const std::optional<FileState> state = fileState(stream.get());
+    const std::optional<std::int64_t> size = measureFile(stream.get());
+    return size ? std::optional(MeasuredFile{std::move(stream), *size, state}) : std::nullopt;
+}
+
+std::optional<FileState> fileState(std::FILE* stream) {
+    struct stat status {};
+    if (::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode))
+        return std::nullopt;
+    return FileState{status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
 std::optional<std::int64_t> measureFile(std::FILE* stream) {
@@ -74,6 +83,14 @@ std::optional<std::int64_t> measureFile(std::FILE* stream) {
     const bool isMeasured = size > 0 || (std::fgetc(stream) == EOF && std::ferror(stream) == 0);
     std::rewind(stream);
     return isMeasured ? std::optional<std::int64_t>(size) : std::nullopt;
+}
+
+std::optional<std::string> readToEnd(std::FILE* stream) {
+    std::string content;
+    std::array<char, BUFSIZ> piece{};
+    while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), stream))
+        content.append(piece.data(), count);
+    return std::ferror(stream) == 0 ? std::optional(std::move(content)) : std::nullopt;
 }
 
 } // namespace secapp

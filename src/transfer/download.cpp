@@ -4,6 +4,7 @@
 #include "transfer/encoders.h"
 #include "transfer/image_checksum.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <span>
 #include <vector>
@@ -26,13 +27,23 @@ void reportTransfer(HandlerData& record, const char* label, std::int64_t total, 
                             static_cast<double>(seconds), static_cast<double>(rate)));
 }
 
+/// Whether a file of known size is read to its end. The end of a pipe may be long in coming, and of a fill
+/// the reader tells.
+bool isReadWhole(const TransferSource& source) {
+    if (source.stream == nullptr || !source.fileSize)
+        return false;
+    const int next = std::fgetc(source.stream);
+    return next == EOF || std::ungetc(next, source.stream) == EOF;
+}
+
 /// An error for a file that gave other data than it held when it was opened: success means that the target
 /// has the whole image. Before the end of the data only too many of them are wrong.
-ErrorText checkAmount(const TransferSource& source, std::int64_t total, bool atEnd) {
+ErrorText checkSource(const TransferSource& source, std::int64_t total, bool atEnd) {
     if (source.stream == nullptr)
         return std::nullopt;
     const std::int64_t expected = source.fileSize.value_or(total);
-    if (total > expected || (atEnd && (total < expected || std::ferror(source.stream) != 0)))
+    const bool isChanged = source.fileState && source.fileState != fileState(source.stream);
+    if (total > expected || (atEnd && (total < expected || isChanged || std::ferror(source.stream) != 0)))
         return formatError("The file changed or could not be read to its end (%" PRId64 " bytes expected)",
                            expected);
     return std::nullopt;
@@ -47,13 +58,15 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
     std::vector<std::uint8_t> chunk;
     std::uint32_t staged = 0;
     std::int64_t total = 0;
-    for (;;) {
+    for (bool atEnd = false; !atEnd;) {
         const std::int64_t count = readBuffer(chunk, descriptor.bufferSize, source);
+        total += std::max(count, std::int64_t{0});
+        // Once a file is read whole it may change.
+        atEnd = count <= 0 || isReadWhole(source);
+        if (ErrorText error = checkSource(source, total, atEnd))
+            return error;
         if (count <= 0)
             break;
-        total += count;
-        if (ErrorText error = checkAmount(source, total, false))
-            return error;
         const std::span data = std::span(chunk).first(static_cast<std::size_t>(count));
         if (staged == 0) {
             if (ErrorText error = patchChecksum(record, descriptor.checksumMode, address, data))
@@ -66,8 +79,6 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
         if (ErrorText error = encoder.encode(record, descriptor, staged, data))
             return error;
     }
-    if (ErrorText error = checkAmount(source, total, true))
-        return error;
     if (ErrorText error = callBack(record, callback, descriptor, staged, address))
         return error;
     reportTransfer(record, label, total, address, elapsedSince(start));

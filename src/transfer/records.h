@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/file.h"
 #include "transfer/regions.h"
 
 #include <cstdint>
@@ -50,6 +51,9 @@ struct TransferSource {
     std::FILE* stream = nullptr;
     /// The bytes that the file must yield, none when that is not known beforehand.
     std::optional<std::int64_t> fileSize = std::nullopt;
+    /// The file's state at its opening, which must last until its data are read; none when there is none to
+    /// compare.
+    std::optional<FileState> fileState = std::nullopt;
     /// The low `fillWidth` bytes are repeated, the lowest first.
     std::uint32_t fillValue = 0;
     /// Bytes of the fill still to be produced.
