@@ -109,6 +109,8 @@ TEST_F(Commands, ChecksFlashArgumentsInOrder) {
              {"verify +c img FLASH+0x200 x", notAtStart},
              {"verify +i img FLASH+0x200", notAtStart},
              {"erase FLASH x", "Unknown memory 'x'"},
+             {"erase \vFLASH", "Unknown memory '\vFLASH'"},
+             {"program \v5 FLASH 4", "Cannot open program file '\v5'", false},
              {"blankCheck FLASH 08", "Unknown memory '08'"},
          }) {
         SCOPED_TRACE(c.command);
@@ -214,6 +216,8 @@ TEST_F(Commands, SetsBootBankAndUsbIdentity) {
              {"SetBoot 2", "", "Unknown boot bank '2'"},
              {"setBoot 0x1", "", "Unknown boot bank '0x1'"},
              {"setBoot 01", "", "Unknown boot bank '01'"},
+             {"setBoot \fBankA", "", "Unknown boot bank '\fBankA'"},
+             {"setVidPid \v1 2", "otp_ProgUSBID 2 \v1|", ""},
              {"setBoot BankA1", "", "Unknown boot bank 'BankA1'"},
              {"setVidPid 0x1234 \t 42 more", "otp_ProgUSBID 42 0x1234|", ""},
              {"setVidPid FLASH 010", "otp_ProgUSBID 010 FLASH|", ""},

@@ -19,7 +19,7 @@ std::optional<int> bankNumber(std::string_view word) {
 
 ErrorText setBootHandler(HandlerData& record, std::string_view text, std::string_view word,
                          const HandlerEntry*) {
-    std::string_view arguments = argumentsOf(text);
+    std::string_view arguments = argumentWords(text);
     const std::optional<std::string_view> name = nextWord(arguments);
     if (!name)
         return formatError("No parameter provided for %s", std::string(word).c_str());
@@ -31,7 +31,7 @@ ErrorText setBootHandler(HandlerData& record, std::string_view text, std::string
 
 ErrorText setVidPidHandler(HandlerData& record, std::string_view text, std::string_view word,
                            const HandlerEntry*) {
-    std::string_view arguments = argumentsOf(text);
+    std::string_view arguments = argumentWords(text);
     const std::optional<std::string_view> vid = nextWord(arguments);
     if (!vid)
         return formatError("No vid or pid provided for %s", std::string(word).c_str());

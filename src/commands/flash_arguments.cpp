@@ -199,7 +199,9 @@ ErrorText setSource(HandlerData& record, TransferDescriptor& descriptor, const F
             return error;
     }
     if (request.image)
-        target.source = {.stream = request.image->stream.get(), .fileSize = request.image->size};
+        target.source = {.stream = request.image->stream.get(),
+                         .fileSize = request.image->size,
+                         .fileState = request.image->state};
     else
         target.source = {.fillValue = request.fillValue,
                          .fillRemaining = static_cast<std::uint32_t>(length),
@@ -234,7 +236,7 @@ ErrorText programVerifyEraseHandler(HandlerData& record, std::string_view text, 
     request.command = word;
     TransferDescriptor descriptor;
     descriptor.operation = operationOf(word);
-    if (ErrorText error = readRequest(record, argumentsOf(text), entry, descriptor, request))
+    if (ErrorText error = readRequest(record, argumentWords(text), entry, descriptor, request))
         return error;
     if (ErrorText error = getFlashInfo(record, descriptor.flashList))
         return error;

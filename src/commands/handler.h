@@ -30,10 +30,16 @@ struct HandlerEntry {
     CommandHandler handler;
 };
 
-/// What follows the command word in the text of a command, trimmed.
-[[nodiscard]] inline std::string_view argumentsOf(std::string_view text) {
+/// The text of a command after its command word, to be cut into words: all white space but spaces and tabs
+/// belongs to the words.
+[[nodiscard]] inline std::string_view argumentWords(std::string_view text) {
     (void)nextWord(text);
-    return trimwhitespace(text);
+    return text;
+}
+
+/// The text of a command after its command word, trimmed, to be taken as a whole.
+[[nodiscard]] inline std::string_view argumentsOf(std::string_view text) {
+    return trimwhitespace(argumentWords(text));
 }
 
 /// The usage line of a command for its "missing" messages; empty without a row.

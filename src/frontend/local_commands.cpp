@@ -28,7 +28,7 @@ ErrorText echoHandler(HandlerData& record, std::string_view text, std::string_vi
 }
 
 ErrorText delayHandler(HandlerData&, std::string_view text, std::string_view word, const HandlerEntry*) {
-    std::string_view arguments = argumentsOf(text);
+    std::string_view arguments = argumentWords(text);
     const std::optional<std::string_view> time = nextWord(arguments);
     if (!time)
         return formatError("No time specified for %s", std::string(word).c_str());
@@ -51,7 +51,7 @@ ErrorText pauseHandler(HandlerData&, std::string_view text, std::string_view, co
 
 ErrorText timerHandler(HandlerData& record, std::string_view text, std::string_view word,
                        const HandlerEntry* entry) {
-    std::string_view arguments = argumentsOf(text);
+    std::string_view arguments = argumentWords(text);
     const std::optional<std::string_view> operation = nextWord(arguments);
     if (!operation)
         return formatError("%s: Missing parameter %s", std::string(word).c_str(),

@@ -54,6 +54,7 @@ std::int64_t readBuffer(std::vector<std::uint8_t>& chunk, std::uint32_t count, T
 
 std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count, TransferSource& source) {
     const std::uint32_t width = source.fillWidth;
+    const bool isTooLong = source.fillRemaining > INT32_MAX;
     if (width != 1 && width != 2 && width != 4)
         return -1;
     const std::uint64_t asked = (std::uint64_t{count} + width - 1) / width * width;
@@ -62,7 +63,7 @@ std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count, Tra
     for (std::size_t at = 0; at < whole; ++at)
         buffer[at] = static_cast<std::uint8_t>(source.fillValue >> (8 * (at % width)));
     source.fillRemaining -= produced;
-    return static_cast<std::int32_t>(source.fillRemaining) < 0 ? -1 : static_cast<std::int64_t>(produced);
+    return isTooLong ? -1 : std::int64_t{produced};
 }
 
 ErrorText downloadBufferOverflowCallback(HandlerData& record, TransferDescriptor& descriptor) {

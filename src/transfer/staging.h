@@ -33,7 +33,7 @@ void setMaxTransferBufferSize(std::uint32_t bytes);
 // What these are made of.
 
 /// Produces the next `count` bytes of a fill, rounded up to a multiple of its width, as far as it reaches;
-/// returns their number, -1 for a bad width or while 2^31 bytes or more still remain after it. Bytes of an
+/// returns their number, -1 for a bad width or while 2^31 bytes or more remained before it. Bytes of an
 /// incomplete last item are left as they are. `buffer` holds that rounded count, or all of a shorter fill.
 [[nodiscard]] std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count,
                                       TransferSource& source);
