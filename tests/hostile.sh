@@ -108,7 +108,7 @@ expect '2,000 regions' 0 'Verified 16 bytes' "$vqxsim" "${many[@]}" -- \
     "$secapp" -d {} 'program image R1999; verify image R1999'
 
 closed 0 'Verified 16 bytes' '<&-'
-closed 0 'ended' '>&-'
+closed 255 'Bad file descriptor' '>&-'
 closed 0 'ended' '2>&-'
 closed 255 'No space left on device' '>/dev/full'
 closed 0 'Verified 16 bytes' '2>/dev/full'
