@@ -1,3 +1,4 @@
+#include "build_number.h"
 #include "checker/script_check.h"
 #include "frontend/variables.h"
 #include "support/file.h"
