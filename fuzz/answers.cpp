@@ -135,7 +135,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     checkRegions(rest);
 
     secapp::HandlerData record;
-    record.serialHandle = portWith(rest);
+    record.port->handle = portWith(rest);
     record.outputHandler = keepShown;
     shown.clear();
     std::string kept;
@@ -146,7 +146,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         require(record.response == kept, "the lines that are kept of an answer");
         require(shown == kept, "the lines that are shown of an answer");
     }
-    ::close(record.serialHandle);
     checkRegions(kept);
     return 0;
 }

@@ -61,6 +61,8 @@ MemoryPort& memoryPort() {
 }
 
 const char* memoryDevice() {
+    // Sleeping would only cost time.
+    secapp::setClockCalls({.now = secapp::systemClockCalls.now, .sleep = [](std::uint32_t) {}});
     secapp::setPortCalls({.read = readPort, .write = writePort, .poll = pollPort, .waiting = waitingBytes});
     // One of this process's own: the tool locks it.
     static const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
@@ -69,8 +71,3 @@ const char* memoryDevice() {
 }
 
 } // namespace fuzzing
-
-/// Sleeping would only cost time.
-extern "C" int usleep(useconds_t /*microseconds*/) {
-    return 0;
-}

@@ -125,7 +125,7 @@ bool runCommand(secapp::HandlerData& record, std::string_view command, std::uint
     require(secapp::DEBUG == 0, "traces end with their command");
     require(secapp::getTimeoutms() == timeout, "a command leaves the time-out alone");
     require(secapp::getReadlineEchoPeriod() == 0, "a command leaves the progress dots alone");
-    require(record.echoFlags == 0 && record.linkError == 0 && record.response.empty(),
+    require(record.echoFlags == 0 && record.port->linkError == 0 && record.response.empty(),
             "a command changes nothing but the port of its run");
     if (!error && quiet && text)
         checkPromise(*text);
@@ -143,7 +143,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     startTarget();
     const std::uint32_t echoFlags = applySettings(data[0]);
     secapp::HandlerData record;
-    record.deviceName = memoryDevice();
+    record.port->deviceName = memoryDevice();
     std::string script(textOf(data + 1, size - 1));
     // A script line with a zero byte is refused before it comes to this.
     std::replace(script.begin(), script.end(), '\0', ' ');
@@ -154,7 +154,5 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         if (!command || stripped(*command) == "?" || !runCommand(record, *command, echoFlags))
             break;
     }
-    if (record.serialHandle != 0)
-        secapp::serial_terminate(record.serialHandle, record.savedSettings);
     return 0;
 }

@@ -112,7 +112,7 @@ std::optional<FailedPiece> checkReading(const ScriptSource& source) {
 std::optional<FailedPiece> runScript(HandlerData& record, ScriptSource& source, std::uint32_t echoFlags) {
     if (std::optional<FailedPiece> failure = checkReading(source))
         return failure;
-    while (const std::optional<std::string> line = getScriptLine(source, record.deviceName)) {
+    while (const std::optional<std::string> line = getScriptLine(source, deviceName(record))) {
         debug_print("line: %d, %s\n", source.lineCounter, line->c_str());
         if (std::optional<FailedPiece> failure = runLine(record, *line, echoFlags))
             return failure;
@@ -129,11 +129,10 @@ void reportFailure(const ScriptSource& source, const FailedPiece& failure) {
 }
 
 void closePort(HandlerData& record) {
-    if (record.serialHandle == 0)
+    if (record.port->handle == 0)
         return;
-    debug_print("Closing %s", record.deviceName);
-    serial_terminate(record.serialHandle, record.savedSettings);
-    record.serialHandle = 0;
+    debug_print("Closing %s", deviceName(record));
+    serial_terminate(*record.port);
 }
 
 [[noreturn]] void run(int argc, char** argv) {
@@ -146,7 +145,7 @@ void closePort(HandlerData& record) {
         usage(getProgramName().c_str(), false, noScript, device.c_str());
 
     HandlerData record;
-    record.deviceName = device.c_str();
+    record.port->deviceName = device;
     record.echoFlags = options.echoFlags;
     ScriptSource source = chooseSource(options, script);
     const std::optional<FailedPiece> failure = runScript(record, source, options.echoFlags);

@@ -79,7 +79,7 @@ protected:
         setPortCalls({playRead, playWrite, playPoll, systemPortCalls.waiting});
         setClockCalls({[] { return played.now; },
                        [](std::uint32_t time) { played.now += std::chrono::microseconds(time); }});
-        record.serialHandle = 1000;
+        record.port->handle = 1000;
     }
     ~Wire() override {
         setPortCalls(systemPortCalls);
@@ -135,10 +135,9 @@ TEST_F(Wire, AwaitsNoAnswerBeyondTheTimeThatItIsGiven) {
 TEST_F(Wire, SaysThatNothingCanBeWrittenWhileItGainsControl) {
     played.room = 0;
     played.writeError = EIO;
-    record.savedSettings = std::make_shared<termios>();
     EXPECT_EQ(getControl(record), "Failed to write synchronization test to target");
-    EXPECT_EQ(serial_getError(), EIO);
-    EXPECT_EQ(record.serialHandle, 0);
+    EXPECT_EQ(serial_getError(*record.port), EIO);
+    EXPECT_EQ(record.port->handle, 0);
 }
 
 TEST_F(Wire, LeavesTheUsersDelaysOutOfTheTimeOfTheHandshake) {
@@ -149,17 +148,16 @@ TEST_F(Wire, LeavesTheUsersDelaysOutOfTheTimeOfTheHandshake) {
 
 TEST_F(Wire, WritesToAPortThatTakesSingleBytes) {
     played.room = 1;
-    EXPECT_EQ(writeAll(record, bytesOf("hello"), seconds(1)), 1);
+    EXPECT_EQ(writeAll(record, bytesOf("hello"), seconds(1)), std::nullopt);
     EXPECT_EQ(played.output, "hello");
 }
 
 TEST_F(Wire, WritesForNoLongerThanItsPatienceInAll) {
     played.room = 0;
-    EXPECT_LT(writeAll(record, bytesOf("hello"), shortPause), 0);
-    EXPECT_TRUE(serial_timedOut());
+    EXPECT_EQ(writeAll(record, bytesOf("hello"), shortPause), "Resource temporarily unavailable");
     played.slow = true;
-    EXPECT_LT(writeAll(record, bytesOf(std::string(1000, 'x')), 10 * shortPause), 0);
-    EXPECT_TRUE(serial_timedOut());
+    EXPECT_EQ(writeAll(record, bytesOf(std::string(1000, 'x')), 10 * shortPause),
+              "Resource temporarily unavailable");
     EXPECT_EQ(played.output, std::string(10, 'x'));
 }
 
@@ -184,30 +182,11 @@ TEST(Timing, SubtractsTimes) {
     }
 }
 
-/// A terminal of one's own, opened as a port.
-struct OpenTerminal {
-    OpenTerminal() {
-        EXPECT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
-        path = ptsname(master);
-        handle = serial_init(path.c_str(), settings, 0, 1);
-    }
-    ~OpenTerminal() {
-        serial_terminate(handle, settings);
-        close(master);
-    }
-
-    int master = posix_openpt(O_RDWR | O_NOCTTY);
-    std::string path;
-    std::shared_ptr<termios> settings;
-    int handle = 0;
-};
-
 TEST_F(Wire, SendsNothingBehindALineThatDidNotGoOut) {
     for (const auto& [error, text] :
          {std::pair(EIO, "Input/output error"), {0, "Resource temporarily unavailable"}}) {
         SCOPED_TRACE(text);
-        const OpenTerminal terminal;
-        record.serialHandle = terminal.handle;
+        record.port->connectionError.reset();
         played.room = 0;
         played.writeError = error;
         EXPECT_EQ(sendCommand(record, "lost"), text);
@@ -218,13 +197,37 @@ TEST_F(Wire, SendsNothingBehindALineThatDidNotGoOut) {
     }
 }
 
-TEST(Port, SaysOnceWhenAWriteFindsItsDeviceGone) {
-    OpenTerminal terminal;
-    close(std::exchange(terminal.master, -1));
+/// An open port on a pseudo-terminal.
+struct OpenPort {
+    OpenPort() {
+        EXPECT_TRUE(grantpt(target) == 0 && unlockpt(target) == 0);
+        record.port->deviceName = ptsname(target);
+        serial_init(*record.port, 0, 1);
+    }
+    ~OpenPort() { unplug(); }
+    void unplug() { close(std::exchange(target, -1)); }
+
+    int target = posix_openpt(O_RDWR | O_NOCTTY);
+    HandlerData record;
+};
+
+TEST(Port, KeepsItsFailureToItself) {
+    OpenPort broken;
+    const OpenPort good;
+    HandlerData other = newHandlerData(good.record, 0);
+    broken.unplug();
     testing::internal::CaptureStderr();
-    for (int i = 0; i < 2; i++)
-        EXPECT_EQ(serial_write(terminal.handle, bytesOf("hello")), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Device " + terminal.path + " is gone\n");
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(sendCommand(broken.record, "lost"), "Input/output error");
+        EXPECT_EQ(serial_write(*broken.record.port, bytesOf("lost")), -1);
+        EXPECT_EQ(write(good.target, "hi\nVQX_OK\n", 10), 10);
+        EXPECT_EQ(sendCommand(other, "hello"), std::nullopt);
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Device " + *broken.record.port->deviceName + " is gone\n");
+    EXPECT_EQ(serial_getError(*broken.record.port), EIO);
+    EXPECT_NE(serial_getError(*good.record.port), EIO);
+    EXPECT_EQ(other.response, "hi\nhi\n");
 }
 
 } // namespace

@@ -132,7 +132,7 @@ void target_usage(const char* deviceName, bool advanced) {
         deviceName = onlyPort.c_str();
     }
     HandlerData record;
-    record.deviceName = deviceName;
+    record.port->deviceName = deviceName;
     say("\nTarget commands (implemented on the device):\n");
     if (const ErrorText error = genericHandler(record, advanced ? "helpadvanced" : "help", "", nullptr)) {
         writeText(stderr, formatText("Cannot display target help: %s\n", error->c_str()));

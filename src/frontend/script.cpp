@@ -86,7 +86,7 @@ ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText,
     if (prefix == '#' || (prefix == '\0' && text.empty()))
         return std::nullopt;
     if (prefix == '?' && text.empty())
-        display_usage(runRecord.deviceName);
+        display_usage(deviceName(runRecord));
 
     const AtScopeEnd restore([prefix, debug = DEBUG, pause = getScriptPause()] {
         DEBUG = debug;
@@ -114,8 +114,6 @@ ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std:
     record.outputHandler = stdOutputHandler;
     const bool immediate = (echoFlags & ECHO_IMMEDIATE) != 0;
     ErrorText error = immediate ? immediateHandler(record, commandText) : callHandler(record, commandText);
-    runRecord.serialHandle = record.serialHandle;
-    runRecord.savedSettings = record.savedSettings;
     response = std::move(record.response);
     return error;
 }

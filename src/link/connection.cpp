@@ -27,10 +27,10 @@ constexpr int returnsPerAttempt = 10;
 constexpr int answerTimeout = 1;
 
 /// How long a port that takes no bytes is waited for during the handshake.
-constexpr auto handshakePatience = std::chrono::seconds(1);
+constexpr auto handshakeWriteTimeout = std::chrono::seconds(1);
 
 /// A silent target is given up after about 91 s; one that never stops talking after this time.
-constexpr auto longestHandshake = std::chrono::seconds(100);
+constexpr auto handshakeTimeLimit = std::chrono::seconds(100);
 
 /// For how long stale input is drained; a target that talks on is left to the handshake.
 constexpr auto longestDrain = std::chrono::seconds(1);
@@ -87,25 +87,24 @@ void hintAtSilence(Handshake& handshake) {
     if (!handshake.hintDue || Clock::now() - *handshake.started < hintTime)
         return;
     handshake.hintDue = false;
-    if (!errorsGoToTerminal() || handshake.work.deviceName == nullptr)
+    if (!errorsGoToTerminal() || deviceName(handshake.work) == nullptr)
         return;
     std::string hint = formatText("No answer from the target on %s for 3 s; trying for up to %d s more",
-                                  handshake.work.deviceName, secondsLeft(handshake));
+                                  deviceName(handshake.work), secondsLeft(handshake));
     const char* separator = "; also open in ";
-    for (const std::string& user : deviceUsers(handshake.work.serialHandle))
+    for (const std::string& user : deviceUsers(handshake.work.port->handle))
         hint.append(std::exchange(separator, ", ")).append(user);
     writeText(stderr, hint + "\n");
 }
 
 bool send(Handshake& handshake, std::string_view line) {
-    const Clock::duration patience =
-        std::min<Clock::duration>(handshakePatience, handshake.until - Clock::now());
+    const Clock::duration timeout =
+        std::min<Clock::duration>(handshakeWriteTimeout, handshake.until - Clock::now());
     handshake.started = handshake.started.value_or(Clock::now());
-    if (sendLine(handshake.work, line, patience) > 0)
-        return true;
-    handshake.linkFailed = true;
-    hintAtSilence(handshake);
-    return false;
+    handshake.linkFailed = sendLine(handshake.work, line, timeout).has_value();
+    if (handshake.linkFailed)
+        hintAtSilence(handshake);
+    return !handshake.linkFailed;
 }
 
 /// Waits for an answer, whose failure becomes the pending error; false when it fails.
@@ -171,22 +170,22 @@ Outcome attemptControl(Handshake& handshake, bool last) {
 } // namespace
 
 int openSerialDevice(HandlerData& record) {
-    if (record.deviceName == nullptr) {
-        serial_noteError(ENODEV);
+    Port& port = *record.port;
+    if (!port.deviceName) {
+        port.error = ENODEV;
         writeText(stderr, "Unable to open target device: No device name provided\n");
         return noDeviceName;
     }
-    if (record.linkError != 0) {
+    if (port.linkError != 0) {
         writeText(stderr, "Previous error(s) stops further processing\n");
-        return record.linkError;
+        return port.linkError;
     }
-    debug_print("Opening %s", record.deviceName);
-    record.serialHandle =
-        serial_init(record.deviceName, record.savedSettings, static_cast<int>(getDefaultSerialReadTimeout()),
-                    static_cast<int>(getDefaultSerialReadMinRead()));
+    debug_print("Opening %s", port.deviceName->c_str());
+    serial_init(port, static_cast<int>(getDefaultSerialReadTimeout()),
+                static_cast<int>(getDefaultSerialReadMinRead()));
     flush(record);
     if (const ErrorText error = getControl(record)) {
-        writeText(stderr, formatText("Error opening %s: %s\n", record.deviceName, error->c_str()));
+        writeText(stderr, formatText("Error opening %s: %s\n", port.deviceName->c_str(), error->c_str()));
         writeText(stderr, "(Sometimes ISP reset, or erasing the flash, can help...)\n");
         return -1;
     }
@@ -195,7 +194,7 @@ int openSerialDevice(HandlerData& record) {
 
 ErrorText getControl(HandlerData& record) {
     Handshake handshake{.work = newHandlerData(record, record.echoFlags),
-                        .until = Clock::now() + longestHandshake,
+                        .until = Clock::now() + handshakeTimeLimit,
                         .pending = std::nullopt};
     // The process counts, too: one that was killed in this second may have left an answer with its token.
     std::srand(static_cast<unsigned>(std::time(nullptr)) ^ static_cast<unsigned>(::getpid()) << 16U);
@@ -208,17 +207,16 @@ ErrorText getControl(HandlerData& record) {
             break;
     }
     if (!handshake.linkFailed)
-        serial_noteError(EPROTO);
-    serial_terminate(record.serialHandle, record.savedSettings);
-    record.serialHandle = 0;
-    record.linkError = synchronisationFailed;
+        record.port->error = EPROTO;
+    serial_terminate(*record.port);
+    record.port->linkError = synchronisationFailed;
     return handshake.pending;
 }
 
 void flush(const HandlerData& record) {
     const TimePoint until = Clock::now() + longestDrain;
     std::uint8_t byte = 0;
-    while (serial_read(record.serialHandle, {&byte, 1}) > 0) {
+    while (serial_read(*record.port, {&byte, 1}) > 0) {
         debug_print("Flush: <%c>, %d, %d", byte, 1, static_cast<signed char>(byte));
         if (Clock::now() >= until)
             return;

@@ -6,14 +6,14 @@
 namespace secapp {
 
 /// Opens the record's device and gains control of the target. Returns 0 on success, -2 without a device name,
-/// -1 when the target does not synchronise, and the record's `linkError` when an earlier attempt on it has
+/// -1 when the target does not synchronise, and the port's `linkError` when an earlier attempt on it has
 /// failed.
 [[nodiscard]] int openSerialDevice(HandlerData& record);
 
 // What these are made of.
 
 /// Asks the target, on the record's open port, to print a number until that number comes back. On failure the
-/// port is restored and closed and the record is marked with `linkError`.
+/// port is restored and closed and is marked with `linkError`.
 [[nodiscard]] ErrorText getControl(HandlerData& record);
 
 /// Reads and drops what waits on the port.

@@ -4,21 +4,21 @@
 #include "link/serial.h"
 #include "link/wire.h"
 
+#include <utility>
+
 namespace secapp {
 namespace {
 
 constexpr int notSent = -1;
 
 int ensureOpen(HandlerData& record) {
-    return record.serialHandle == 0 ? openSerialDevice(record) : 0;
+    return record.port->handle == 0 ? openSerialDevice(record) : 0;
 }
 
 /// Writes a line to the open port. The target waits for the rest of one that does not go out whole.
 int send(const HandlerData& record, std::string_view line) {
-    const int written = sendLine(record, line, writePatience());
-    if (written <= 0)
-        serial_setOutOfStep(record.serialHandle, serial_get_error());
-    return written;
+    record.port->connectionError = sendLine(record, line, writeTimeout());
+    return connectionFailure(record) ? notSent : static_cast<int>(line.size());
 }
 
 } // namespace
@@ -35,7 +35,7 @@ ErrorText getResponse(HandlerData& record) {
 }
 
 ErrorText connectionFailure(const HandlerData& record) {
-    return serial_outOfStep(record.serialHandle);
+    return record.port->connectionError;
 }
 
 ErrorText openPort(HandlerData& record) {
@@ -52,8 +52,8 @@ int writeLineRaw(HandlerData& record, std::string_view text) {
 }
 
 ErrorText writeRawFully(const HandlerData& record, std::span<const std::uint8_t> bytes) {
-    if (writeAll(record, bytes, writePatience()) <= 0)
-        serial_setOutOfStep(record.serialHandle, serial_get_error());
+    if (ErrorText error = writeAll(record, bytes, writeTimeout()))
+        record.port->connectionError = std::move(error);
     return connectionFailure(record);
 }
 
@@ -79,14 +79,14 @@ int writeLineExt(HandlerData& record, std::string_view text, std::string_view pr
 
 ErrorText getTimedResponse(HandlerData& record, int timeout) {
     if (ensureOpen(record) != 0)
-        return serial_get_error();
+        return serial_get_error(*record.port);
     if (ErrorText failure = connectionFailure(record))
         return failure;
     const Answer answer = collectAnswer(record, timeout);
     if (answer.end == AnswerEnd::ok)
         return std::nullopt;
     if (answer.end == AnswerEnd::lost)
-        serial_setOutOfStep(record.serialHandle, answer.text);
+        record.port->connectionError = answer.text;
     return answer.text;
 }
 

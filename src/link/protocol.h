@@ -28,9 +28,8 @@ namespace secapp {
 /// whose port cannot be opened fails with.
 [[nodiscard]] ErrorText openPort(HandlerData& record);
 
-/// Sends the text as it stands, opening the port on first use. Returns the bytes of the last write (> 0), 0
-/// when three writes wrote nothing, or a negative number, that of a failed opening included. The failure is
-/// also that of the next `getResponse`.
+/// Sends the text unchanged, opening the port on first use. Returns the bytes written or a negative number,
+/// that of a failed opening included. The next `getResponse` fails with the same failure.
 int writeLineRaw(HandlerData& record, std::string_view text);
 
 /// Writes all bytes to the open port, waiting while it takes none, for the response time-out at most.

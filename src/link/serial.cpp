@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -21,38 +22,32 @@ namespace {
 
 /// An answer that begins within this time of the write is awaited without sleeping: falling asleep and waking
 /// up would take as long as the answer.
-constexpr auto quickAnswer = std::chrono::microseconds(60);
+constexpr auto busyWaitLimit = std::chrono::microseconds(60);
 
-struct OpenPort {
-    int handle;
-    std::string path;
-    std::shared_ptr<termios> savedSettings;
-    dev_t device;
-    ino_t node;
-    bool lost;
-    ErrorText outOfStep;
-};
-
-struct Serial {
-    PortCalls calls = systemPortCalls;
-    int error = 0;
+struct Settings {
     std::uint32_t readTimeout = 0;
     std::uint32_t minRead = 1;
-    std::vector<OpenPort> ports;
-    /// What the last writes tell of how soon an answer begins: when the last one was, whether no byte has
-    /// come since, and whether the last answer began within `quickAnswer`.
-    TimePoint written;
-    bool pending = false;
-    bool quick = true;
-} serial;
+} settings;
+
+PortCalls calls = systemPortCalls;
+
+/// The ports that get their settings back when the program exits.
+std::vector<Port*> openPorts;
 
 void restoreOpenPorts() {
-    // Backwards: a port opened twice must end with the settings found first.
-    for (auto port = serial.ports.rbegin(); port != serial.ports.rend(); ++port)
-        ::tcsetattr(port->handle, TCSANOW, port->savedSettings.get());
+    // In reverse order: a device opened twice must end with the settings found first.
+    for (auto port = openPorts.rbegin(); port != openPorts.rend(); ++port)
+        ::tcsetattr((*port)->handle, TCSANOW, &(*port)->savedSettings);
 }
 
-[[noreturn]] void refusePort(const char* path, int error) {
+void restoreAtExit(Port& port) {
+    static const bool registered = std::atexit(restoreOpenPorts) == 0;
+    if (registered)
+        openPorts.push_back(&port);
+}
+
+[[noreturn]] void refusePort(const Port& port, int error) {
+    const char* const path = port.deviceName->c_str();
     writeText(stderr, formatText("%s: %s\n", path, std::strerror(error)));
     if (error == EACCES && errorsGoToTerminal()) {
         if (const std::optional<std::string> group = deviceGroup(path))
@@ -63,91 +58,86 @@ void restoreOpenPorts() {
     std::exit(-1);
 }
 
-[[noreturn]] void refuseHeldPort(const char* path, int handle) {
-    writeText(stderr, formatText("%s: %s\n", path, std::strerror(EBUSY)));
-    if (const std::optional<std::string> holder = deviceHolder(handle))
+[[noreturn]] void refuseHeldPort(const Port& port) {
+    writeText(stderr, formatText("%s: %s\n", port.deviceName->c_str(), std::strerror(EBUSY)));
+    if (const std::optional<std::string> holder = deviceHolder(port.handle))
         writeText(stderr, formatText("Held by %s\n", holder->c_str()));
     std::exit(-1);
 }
 
-bool isOpenHere(const struct stat& status) {
+/// Whether this process has opened the device before, and so holds its lock.
+bool isOpenHere(const struct stat& device) {
     return std::any_of(
-        serial.ports.begin(), serial.ports.end(),
-        [&](const OpenPort& port) { return port.device == status.st_dev && port.node == status.st_ino; });
+        openPorts.begin(), openPorts.end(),
+        [&](const Port* port) {
+            struct stat open {};
+            return ::fstat(port->handle, &open) == 0 && open.st_dev == device.st_dev &&
+                   open.st_ino == device.st_ino;
+        });
 }
 
-OpenPort* findPort(int handle) {
-    const auto port = std::find_if(serial.ports.begin(), serial.ports.end(),
-                                   [=](const OpenPort& open) { return open.handle == handle; });
-    return port == serial.ports.end() ? nullptr : &*port;
-}
-
-void rememberPort(int handle, const char* path, const std::shared_ptr<termios>& savedSettings,
-                  const struct stat& status) {
-    static const bool registered = std::atexit(restoreOpenPorts) == 0;
-    if (registered)
-        serial.ports.push_back({handle, path, savedSettings, status.st_dev, status.st_ino, false, {}});
+void closePort(Port& port) {
+    std::erase(openPorts, &port);
+    ::tcsetattr(port.handle, TCSANOW, &port.savedSettings);
+    ::close(std::exchange(port.handle, 0));
 }
 
 termios rawSettings(int vtime, int vmin) {
-    termios settings{};
-    settings.c_iflag = BRKINT | IGNPAR | ICRNL;
-    settings.c_cflag = B38400 | CS8 | CREAD | CLOCAL | CRTSCTS;
-    settings.c_cc[VEOF] = 4;
-    settings.c_cc[VTIME] = static_cast<cc_t>(vtime);
-    settings.c_cc[VMIN] = static_cast<cc_t>(vmin);
-    return settings;
+    termios raw{};
+    raw.c_iflag = BRKINT | IGNPAR | ICRNL;
+    raw.c_cflag = B38400 | CS8 | CREAD | CLOCAL | CRTSCTS;
+    raw.c_cc[VEOF] = 4;
+    raw.c_cc[VTIME] = static_cast<cc_t>(vtime);
+    raw.c_cc[VMIN] = static_cast<cc_t>(vmin);
+    return raw;
 }
 
-/// Says once that the device has vanished, when the last call on the port failed in that way.
-void noticeLoss(int handle) {
-    if (serial.error != EIO && serial.error != ENODEV && serial.error != ENXIO)
+/// Tells the user once that the device is gone, if the last call on the port failed for that reason.
+void reportDeviceGone(Port& port) {
+    if (port.gone || !port.deviceName || (port.error != EIO && port.error != ENODEV && port.error != ENXIO))
         return;
-    OpenPort* const port = findPort(handle);
-    if (port == nullptr || port->lost)
-        return;
-    port->lost = true;
-    writeText(stderr, formatText("Device %s is gone\n", port->path.c_str()));
+    port.gone = true;
+    writeText(stderr, formatText("Device %s is gone\n", port.deviceName->c_str()));
 }
 
 /// The result of a call, whose error is kept; one that a signal interrupted is made again.
 template <typename Call>
-int callPort(Call call) {
+int callPort(Port& port, Call call) {
     ssize_t result = -1;
     do
         result = call();
     while (result < 0 && errno == EINTR);
     if (result < 0)
-        serial.error = errno;
+        port.error = errno;
     return static_cast<int>(result);
 }
 
 /// Waits for the events on the port, at most for the given time; returns those that came.
-short awaitEvents(int handle, short events, Clock::duration time) {
+short awaitEvents(const Port& port, short events, Clock::duration time) {
     using std::chrono::nanoseconds;
     const auto left = std::max(nanoseconds(time), nanoseconds::zero()).count();
     timespec limit{};
     limit.tv_sec = static_cast<decltype(limit.tv_sec)>(left / 1000000000);
     limit.tv_nsec = static_cast<decltype(limit.tv_nsec)>(left % 1000000000);
-    pollfd port{.fd = handle, .events = events, .revents = 0};
-    serial.calls.poll(&port, 1, &limit, nullptr);
-    return port.revents;
+    pollfd wait{.fd = port.handle, .events = events, .revents = 0};
+    calls.poll(&wait, 1, &limit, nullptr);
+    return wait.revents;
 }
 
 /// After a byte of a line; line ends alone may still belong to the answer before.
-void noteAnswer() {
-    if (serial.pending)
-        serial.quick = Clock::now() - serial.written < quickAnswer;
-    serial.pending = false;
+void recordAnswerTime(Port& port) {
+    if (port.answerPending)
+        port.answersQuickly = Clock::now() - port.written < busyWaitLimit;
+    port.answerPending = false;
 }
 
 /// Spends the time after a write in which a quick answer may begin, awake; a slow target pays for it once.
 /// Asks for the number of bytes, because an empty read would sleep until the kernel's own worker has run.
-void awaitQuickAnswer(int handle) {
+void busyWaitForAnswer(Port& port) {
     int waiting = 0;
-    while (serial.pending && serial.quick && waiting == 0) {
-        serial.quick = Clock::now() - serial.written < quickAnswer;
-        if (serial.calls.waiting(handle, waiting) != 0)
+    while (port.answerPending && port.answersQuickly && waiting == 0) {
+        port.answersQuickly = Clock::now() - port.written < busyWaitLimit;
+        if (calls.waiting(port.handle, waiting) != 0)
             return;
     }
 }
@@ -160,12 +150,12 @@ struct ByteWait {
 };
 
 /// Waits after a read that gave no byte; false when the time is over or the port has failed.
-bool awaitByte(int handle, int got, ByteWait& wait) {
+bool awaitByte(Port& port, int got, ByteWait& wait) {
     if (got == 0)
-        serial.error = wait.hungUp ? EIO : EAGAIN;
-    if (!serial_timedOut()) {
-        debug_print("READLINE %d - error %d '%s'", 1, serial.error, std::strerror(serial.error));
-        noticeLoss(handle);
+        port.error = wait.hungUp ? EIO : EAGAIN;
+    if (port.error != EAGAIN) {
+        debug_print("READLINE %d - error %d '%s'", 1, port.error, std::strerror(port.error));
+        reportDeviceGone(port);
         return false;
     }
     const TimePoint now = Clock::now();
@@ -175,7 +165,7 @@ bool awaitByte(int handle, int got, ByteWait& wait) {
         return false;
     // One wait for all the time that is left: each of many short sleeps costs more time than the quickest
     // target takes to answer.
-    const short events = awaitEvents(handle, POLLIN, wait.deadline - now);
+    const short events = awaitEvents(port, POLLIN, wait.deadline - now);
     wait.hungUp = (events & (POLLHUP | POLLERR | POLLNVAL)) != 0;
     return true;
 }
@@ -201,150 +191,133 @@ const PortCalls systemPortCalls = {
     .waiting = [](int handle, int& bytes) { return ::ioctl(handle, FIONREAD, &bytes); },
 };
 
-int serial_init(const char* path, std::shared_ptr<termios>& savedSettings, int vtime, int vmin) {
-    if (!savedSettings)
-        savedSettings = std::make_shared<termios>();
-    debug_print("init: opening %s", path);
-    const int handle = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
+Port::~Port() {
+    if (handle != 0)
+        closePort(*this);
+}
+
+void serial_init(Port& port, int vtime, int vmin) {
+    debug_print("init: opening %s", port.deviceName->c_str());
+    port.handle = ::open(port.deviceName->c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
     struct stat status {};
-    if (handle < 0 || ::fstat(handle, &status) != 0)
-        refusePort(path, errno);
+    if (port.handle < 0 || ::fstat(port.handle, &status) != 0)
+        refusePort(port, errno);
     // Bytes must never go into a file that was named by mistake.
-    const bool isTerminal = ::isatty(handle) != 0 || errno != ENOTTY;
+    const bool isTerminal = ::isatty(port.handle) != 0 || errno != ENOTTY;
     if (!isTerminal || !S_ISCHR(status.st_mode))
-        refusePort(path, ENOTTY);
-    if (!isOpenHere(status) && !lockDevice(handle))
-        refuseHeldPort(path, handle);
-    debug_print("open: handle=%d", handle);
-    // Waits on the port may be of some µs; by default the kernel adds 50 to each.
+        refusePort(port, ENOTTY);
+    if (!isOpenHere(status) && !lockDevice(port.handle))
+        refuseHeldPort(port);
+    debug_print("open: handle=%d", port.handle);
+    // Waits on the port can last a few µs; by default the kernel adds 50 to each.
     ::prctl(PR_SET_TIMERSLACK, 1UL);
 
     debug_print("init: tcgetattr");
-    ::tcgetattr(handle, savedSettings.get());
-    rememberPort(handle, path, savedSettings, status);
-    const termios settings = rawSettings(vtime, vmin);
+    ::tcgetattr(port.handle, &port.savedSettings);
+    restoreAtExit(port);
+    const termios raw = rawSettings(vtime, vmin);
     debug_print("init: tcflush");
-    ::tcflush(handle, TCIFLUSH);
+    ::tcflush(port.handle, TCIFLUSH);
     debug_print("init: tcsetattr");
-    ::tcsetattr(handle, TCSANOW, &settings);
-    return handle;
+    ::tcsetattr(port.handle, TCSANOW, &raw);
 }
 
-void serial_terminate(int handle, const std::shared_ptr<termios>& savedSettings) {
+void serial_terminate(Port& port) {
     debug_print("terminate: tcsetattr+close");
-    ::tcsetattr(handle, TCSANOW, savedSettings.get());
-    ::close(handle);
-    std::erase_if(serial.ports, [=](const OpenPort& port) { return port.handle == handle; });
+    closePort(port);
 }
 
-int serial_read(int handle, std::span<std::uint8_t> buffer) {
-    return callPort([&] { return serial.calls.read(handle, buffer.data(), buffer.size()); });
+int serial_read(Port& port, std::span<std::uint8_t> buffer) {
+    return callPort(
+        port, [&] { return calls.read(port.handle, buffer.data(), buffer.size()); });
 }
 
-int serial_write(int handle, std::span<const std::uint8_t> bytes) {
+int serial_write(Port& port, std::span<const std::uint8_t> bytes) {
     if (DEBUG != 0) {
         const bool endsInReturn = !bytes.empty() && bytes.back() == '\r';
         const int shown = static_cast<int>(bytes.size()) - (endsInReturn ? 1 : 0);
         debug_print("Write [%d] '%.*s%s'", static_cast<int>(bytes.size()), shown,
                     reinterpret_cast<const char*>(bytes.data()), endsInReturn ? "\\r" : "");
     }
-    const int written = callPort([&] { return serial.calls.write(handle, bytes.data(), bytes.size()); });
+    const int written = callPort(port, [&] { return calls.write(port.handle, bytes.data(), bytes.size()); });
     if (written < 0)
-        noticeLoss(handle);
-    serial.written = Clock::now();
-    serial.pending = true;
+        reportDeviceGone(port);
+    port.written = Clock::now();
+    port.answerPending = true;
     return written;
 }
 
-int serial_readLine(int handle, std::string& line, int capacity, int timeout,
+int serial_readLine(Port& port, std::string& line, int capacity, int timeout,
                     const std::optional<TimePoint>& until) {
     if (capacity < 1)
         return 0;
     ByteWait wait{.patience = std::chrono::milliseconds(timeout) + std::chrono::milliseconds(1)};
     for (;;) {
-        awaitQuickAnswer(handle);
+        busyWaitForAnswer(port);
         std::uint8_t byte = 0;
-        const int got = serial_read(handle, {&byte, 1});
+        const int got = serial_read(port, {&byte, 1});
         if (got < 1) {
-            if (!awaitByte(handle, got, wait))
+            if (!awaitByte(port, got, wait))
                 return -1;
             continue;
         }
         traceByte(byte);
         if (byte == '\n' || byte == '\r' || byte == '\0')
             return static_cast<int>(line.size()) + 1;
-        noteAnswer();
+        recordAnswerTime(port);
         line += static_cast<char>(byte);
         if (line.size() >= static_cast<std::size_t>(capacity)) {
             writeText(stderr, "Line exceeded buffer:" + line + "\n");
             return static_cast<int>(line.size());
         }
         if (until && Clock::now() >= *until) {
-            serial.error = EAGAIN;
+            port.error = EAGAIN;
             return -1;
         }
         wait.deadline = TimePoint();
     }
 }
 
-void serial_awaitInput(int handle, Clock::duration time) {
+void serial_awaitInput(const Port& port, Clock::duration time) {
     // With VMIN above 1 the kernel keeps quiet about fewer bytes than that, which a read would hand out.
-    if (static_cast<cc_t>(serial.minRead) > 1)
+    if (static_cast<cc_t>(settings.minRead) > 1)
         time = std::min<Clock::duration>(time, std::chrono::milliseconds(1));
-    awaitEvents(handle, POLLIN, time);
+    awaitEvents(port, POLLIN, time);
 }
 
-bool serial_awaitOutput(int handle, TimePoint deadline) {
+bool serial_awaitOutput(const Port& port, TimePoint deadline) {
     for (TimePoint now = Clock::now(); now < deadline; now = Clock::now())
-        if (awaitEvents(handle, POLLOUT, deadline - now) != 0)
+        if (awaitEvents(port, POLLOUT, deadline - now) != 0)
             return true;
     return false;
 }
 
-int serial_getError() {
-    return serial.error;
+int serial_getError(const Port& port) {
+    return port.error;
 }
 
-std::string serial_get_error() {
-    return std::strerror(serial.error);
-}
-
-bool serial_timedOut() {
-    return serial.error == EAGAIN;
-}
-
-void serial_noteError(int number) {
-    serial.error = number;
-}
-
-ErrorText serial_outOfStep(int handle) {
-    const OpenPort* const port = findPort(handle);
-    return port == nullptr ? std::nullopt : port->outOfStep;
-}
-
-void serial_setOutOfStep(int handle, const std::string& failure) {
-    if (OpenPort* const port = findPort(handle))
-        port->outOfStep = failure;
+std::string serial_get_error(const Port& port) {
+    return std::strerror(port.error);
 }
 
 std::uint32_t getDefaultSerialReadTimeout() {
-    return serial.readTimeout;
+    return settings.readTimeout;
 }
 
 void setDefaultSerialReadTimeout(std::uint32_t tenths) {
-    serial.readTimeout = tenths;
+    settings.readTimeout = tenths;
 }
 
 std::uint32_t getDefaultSerialReadMinRead() {
-    return serial.minRead;
+    return settings.minRead;
 }
 
 void setDefaultSerialReadMinRead(std::uint32_t bytes) {
-    serial.minRead = bytes;
+    settings.minRead = bytes;
 }
 
-void setPortCalls(const PortCalls& calls) {
-    serial.calls = calls;
+void setPortCalls(const PortCalls& replacement) {
+    calls = replacement;
 }
 
 } // namespace secapp

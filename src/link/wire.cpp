@@ -14,13 +14,13 @@ namespace {
 using std::chrono::seconds;
 
 constexpr int emptyWriteLimit = 3;
-constexpr int defaultPatience = 5000;
-constexpr seconds longestPatience = std::chrono::hours(24);
+constexpr int defaultWriteTimeout = 5000;
+constexpr seconds longestWriteTimeout = std::chrono::hours(24);
 constexpr int millisecondsPerSecond = 1000;
 constexpr std::size_t dumpLineLength = 16;
 
 /// For how many time-outs lines that are not kept may go on.
-constexpr int unkeptTimeouts = 10;
+constexpr int ignoredLineTimeouts = 10;
 
 std::string lastTargetCommand;
 
@@ -59,7 +59,7 @@ void sleepBetweenReads(const HandlerData& record, const std::optional<TimePoint>
     auto time = std::chrono::duration_cast<Clock::duration>(rest);
     if (until)
         time = std::min(time, *until - Clock::now());
-    serial_awaitInput(record.serialHandle, time);
+    serial_awaitInput(*record.port, time);
 }
 
 /// Waits for a line until it has come, the port has failed or the time is over; the result is that of the
@@ -70,8 +70,8 @@ int awaitLine(HandlerData& record, std::string& line, int capacity, int timeout,
     std::int64_t lastDot = 0;
     int result = 0;
     for (;;) {
-        result = serial_readLine(record.serialHandle, line, capacity, 1, until);
-        if (result > 0 || !serial_timedOut() || isOver(until))
+        result = serial_readLine(*record.port, line, capacity, 1, until);
+        if (result > 0 || record.port->error != EAGAIN || isOver(until))
             break;
         const auto elapsed = static_cast<std::int64_t>(secondsOn(LINE_WAIT_TIMER));
         if (timeout > 0 && timeout < elapsed * millisecondsPerSecond)
@@ -88,8 +88,8 @@ int awaitLine(HandlerData& record, std::string& line, int capacity, int timeout,
     }
     if (slept)
         debug_print("Wake");
-    if (result < 0 && !serial_timedOut())
-        debug_print("No chars. errno=%d", serial_getError());
+    if (result < 0 && record.port->error != EAGAIN)
+        debug_print("No chars. errno=%d", serial_getError(*record.port));
     return result;
 }
 
@@ -106,13 +106,9 @@ void endCommandTimer(const HandlerData& record) {
     localTimerExt(TIMER_STOP, COMMAND_TIMER);
 }
 
-Answer lost() {
-    return {AnswerEnd::lost, serial_get_error()};
-}
-
-Answer timedOut() {
-    serial_noteError(EAGAIN);
-    return lost();
+Answer timedOut(HandlerData& record) {
+    record.port->error = EAGAIN;
+    return {AnswerEnd::lost, serial_get_error(*record.port)};
 }
 
 } // namespace
@@ -138,33 +134,34 @@ std::string composeLine(const HandlerData& record, std::string_view text, std::s
     return line;
 }
 
-int writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes, Clock::duration patience) {
-    const TimePoint deadline = Clock::now() + patience;
-    int tries = emptyWriteLimit;
-    for (;;) {
+ErrorText writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes, Clock::duration timeout) {
+    Port& port = *record.port;
+    const TimePoint deadline = Clock::now() + timeout;
+    for (int tries = emptyWriteLimit; tries > 0;) {
         const int written = writeRaw(record, bytes);
         if (written < 0) {
-            if (serial_timedOut() && serial_awaitOutput(record.serialHandle, deadline))
+            if (port.error == EAGAIN && serial_awaitOutput(port, deadline))
                 continue;
-            return written;
+            return serial_get_error(port);
         }
         bytes = bytes.subspan(static_cast<std::size_t>(written));
         if (bytes.empty())
-            return written;
-        if (written == 0 && --tries == 0) {
-            serial_noteError(EAGAIN);
-            return 0;
-        }
+            return std::nullopt;
+        if (written == 0)
+            --tries;
     }
+    port.error = EAGAIN;
+    return serial_get_error(port);
 }
 
-int sendLine(const HandlerData& record, std::string_view line, Clock::duration patience) {
+ErrorText sendLine(const HandlerData& record, std::string_view line, Clock::duration timeout) {
     localTimerExt(TIMER_START, COMMAND_TIMER);
-    return writeAll(record, bytesOf(line), patience);
+    return writeAll(record, bytesOf(line), timeout);
 }
 
-Clock::duration writePatience() {
-    return std::min(inWholeSeconds(getTimeoutms() > 0 ? getTimeoutms() : defaultPatience), longestPatience);
+Clock::duration writeTimeout() {
+    return std::min(inWholeSeconds(getTimeoutms() > 0 ? getTimeoutms() : defaultWriteTimeout),
+                    longestWriteTimeout);
 }
 
 Answer collectAnswer(HandlerData& record, int timeout, const std::optional<TimePoint>& until) {
@@ -177,7 +174,7 @@ Answer collectAnswer(HandlerData& record, int timeout, const std::optional<TimeP
     for (;;) {
         const int result = readLine(record, line, answerLineLimit, timeout, until);
         if (result < 1)
-            return lost();
+            return {AnswerEnd::lost, serial_get_error(*record.port)};
         debug_print("Data received: <%.*s>", result, line.c_str());
         const std::string_view text = trimwhitespace(line);
         if (text.starts_with(okStatus)) {
@@ -192,11 +189,11 @@ Answer collectAnswer(HandlerData& record, int timeout, const std::optional<TimeP
             if (startsWithIgnoringCase(text, errorStatus) || startsWithIgnoringCase(text, fatalStatus))
                 return {AnswerEnd::refused, std::string(trimwhitespace(text.substr(errorStatus.size())))};
             lastKept = Clock::now();
-        } else if (timeout > 0 && Clock::now() - lastKept > unkeptTimeouts * inWholeSeconds(timeout)) {
-            return timedOut();
+        } else if (timeout > 0 && Clock::now() - lastKept > ignoredLineTimeouts * inWholeSeconds(timeout)) {
+            return timedOut(record);
         }
         if (isOver(until))
-            return timedOut();
+            return timedOut(record);
     }
 }
 
@@ -213,7 +210,7 @@ void dumpBuffer(std::span<const std::uint8_t> bytes) {
 int writeRaw(const HandlerData& record, std::span<const std::uint8_t> bytes) {
     if ((record.echoFlags & ECHO_BUFFER) != 0)
         dumpBuffer(bytes);
-    return serial_write(record.serialHandle, bytes);
+    return serial_write(*record.port, bytes);
 }
 
 int readLine(HandlerData& record, std::string& line, int capacity, int timeout,

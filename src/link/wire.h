@@ -28,16 +28,16 @@ void setLastTargetCommand(std::string_view text);
 [[nodiscard]] std::string composeLine(const HandlerData& record, std::string_view text,
                                       std::string_view prefix, std::string_view suffix);
 
-/// Writes all bytes, waiting at most `patience` in all while the port takes none. Returns the bytes of the
-/// last write, 0 when three writes wrote nothing, or a negative number.
-[[nodiscard]] int writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes,
-                           Clock::duration patience);
+/// Writes all bytes, waiting at most `timeout` in all while the port takes none. Three writes that write
+/// nothing are a failure.
+[[nodiscard]] ErrorText writeAll(const HandlerData& record, std::span<const std::uint8_t> bytes,
+                                 Clock::duration timeout);
 
 /// Starts the command's stopwatch and writes the composed line.
-[[nodiscard]] int sendLine(const HandlerData& record, std::string_view line, Clock::duration patience);
+[[nodiscard]] ErrorText sendLine(const HandlerData& record, std::string_view line, Clock::duration timeout);
 
-/// For how long a write waits for a port that takes no bytes.
-[[nodiscard]] Clock::duration writePatience();
+/// How long a write waits for a port that takes no bytes.
+[[nodiscard]] Clock::duration writeTimeout();
 
 /// How the wait for an answer ended: with "VQX_OK", with an error status, or without any status.
 enum class AnswerEnd { ok, refused, lost };
