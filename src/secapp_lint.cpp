@@ -1,4 +1,5 @@
 #include "build_number.h"
+#include "checker/command_checks.h"
 #include "checker/script_check.h"
 #include "frontend/variables.h"
 #include "support/file.h"
@@ -9,6 +10,8 @@
 #include <set>
 
 #include <getopt.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace secapp {
 namespace {
@@ -37,6 +40,8 @@ constexpr option longOptions[] = {
 
 struct Options {
     Variables variables;
+    /// What was found in the definitions of variables.
+    Inspection definitions;
     bool listsFiles = false;
 };
 
@@ -50,11 +55,13 @@ int printError(const std::string& text) {
     finish(cleanStatus);
 }
 
-void defineVariable(Variables& variables, const char* argument) {
-    const auto [name, value] = splitDefinition(trimwhitespace(argument));
+void defineVariable(Options& options, const char* argument) {
+    const std::string_view definition = trimwhitespace(argument);
+    const auto [name, value] = splitDefinition(definition);
     if (!value)
         std::exit(printError("variable cannot have a NULL value: " + std::string(name.value_or(""))));
-    addVariable(variables, *name, *value);
+    addVariable(options.variables, *name, *value);
+    checkDefinition(options.definitions, definition);
 }
 
 Options parseOptions(int argc, char** argv) {
@@ -69,7 +76,7 @@ Options parseOptions(int argc, char** argv) {
         if (letter == filesOption)
             options.listsFiles = true;
         else if (letter == 'v')
-            defineVariable(options.variables, optarg);
+            defineVariable(options, optarg);
         else
             std::exit(printError(usageText));
     }
@@ -85,9 +92,18 @@ void printFindings(std::FILE* stream, const char* path, const std::vector<Findin
                                      finding.text.c_str()));
 }
 
+/// Whether opening the file would open a port or a terminal. Standard input is open already.
+bool isDevice(const char* path) {
+    struct stat status {};
+    struct stat input {};
+    if (::stat(path, &status) != 0 || !S_ISCHR(status.st_mode))
+        return false;
+    return ::fstat(STDIN_FILENO, &input) != 0 || input.st_rdev != status.st_rdev;
+}
+
 /// `listed` holds the files that were listed for earlier scripts.
 int checkFile(const char* path, const Options& options, std::set<std::string>& listed) {
-    const File script = openDataFile(path);
+    const File script = isDevice(path) ? nullptr : openDataFile(path);
     if (!script)
         return printError(formatText("Unable to open script file %s", path));
     const ScriptReport report = checkScript(script.get(), options.variables);
@@ -107,7 +123,9 @@ int checkFile(const char* path, const Options& options, std::set<std::string>& l
 
 [[noreturn]] void run(int argc, char** argv) {
     const Options options = parseOptions(argc, argv);
-    int status = cleanStatus;
+    const std::vector<Finding>& definitions = options.definitions.findings;
+    printFindings(options.listsFiles ? stderr : stdout, "<Command line>", definitions);
+    int status = definitions.empty() ? cleanStatus : findingStatus;
     std::set<std::string> listed;
     for (int at = optind; at < argc; ++at)
         status = std::max(status, checkFile(argv[at], options, listed));

@@ -1,34 +1,42 @@
 #include "checker/command_checks.h"
 
 #include "checker/flash_checks.h"
+#include "checker/number_checks.h"
 #include "checker/spelling.h"
+#include "checker/verification.h"
+#include "commands/expressions.h"
 #include "frontend/variables.h"
+#include "support/numbers.h"
 
 #include <algorithm>
 #include <iterator>
 
+#include <sys/stat.h>
+
 namespace secapp {
 namespace {
 
-/// How many words a command looks at behind its own and its options, and why no more.
+/// How many words a command needs and reads after its options, and why no more.
 struct WordCount {
     std::string_view command;
     std::size_t count;
+    /// To follow "needs"; empty when nothing is needed.
+    std::string_view needed;
     std::string_view reason;
 };
 
 constexpr WordCount wordCounts[] = {
-    {"program", 2, "a file is programmed whole"},
-    {"verify", 2, "a file is verified whole"},
-    {"erase", 1, oneAddressWord},
-    {"blankCheck", 1, oneAddressWord},
-    {"setBoot", 1, "one bank is selected"},
-    {"setVidPid", 2, "there are two numbers"},
-    {"delay", 1, "a time is one word"},
-    {"timer", 1, "an operation is one word"},
-    {"targetInfo", 0, "the command takes no words"},
-    {"queryFlash", 0, "the command takes no words"},
-    {"download", 1, "one file is loaded"},
+    {"program", 2, "a file or value and an address", "a file is programmed whole"},
+    {"verify", 2, "a file or value and an address", "a file is verified whole"},
+    {"erase", 1, "an address", oneAddressWord},
+    {"blankCheck", 1, "an address", oneAddressWord},
+    {"setBoot", 1, "a bank", "one bank is selected"},
+    {"setVidPid", 2, "two numbers", "there are two numbers"},
+    {"delay", 1, "a time", "a time is one word"},
+    {"timer", 1, "an operation", "an operation is one word"},
+    {"targetInfo", 0, "", "the command takes no words"},
+    {"queryFlash", 0, "", "the command takes no words"},
+    {"download", 1, "a file", "one file is loaded"},
 };
 
 /// The words from `first` on, as they stand in a sentence.
@@ -72,7 +80,7 @@ bool checkReferences(Inspection& inspection, const CheckedCommand& command) {
         if (!inspection.missingVariables.insert(reference).second)
             continue;
         const auto report = showsText(command) ? addWarning : addError;
-        report(inspection, quoted(reference) + " has no value here and stays as it is");
+        report(inspection, quoted(reference) + " is not defined here and is left as it is");
     }
     return references.empty();
 }
@@ -85,75 +93,118 @@ void collectFile(Inspection& inspection, const CheckedCommand& command) {
     const bool isUnknownCommand = command.words.front().find('[') != std::string::npos;
     if (!references.empty() && (isUnknownCommand || namesFile(command))) {
         inspection.unknownFiles.push_back(
-            {inspection.line, Severity::error, quoted(references.front()) + " has no value here"});
+            {inspection.line, Severity::error, quoted(references.front()) + " is not defined here"});
         return;
     }
     const std::optional<std::string> file = fileOf(command);
     if (file && file->find_first_of("\r\n") != std::string::npos)
         inspection.unknownFiles.push_back(
             {inspection.line, Severity::error, quoted(*file) + " has a line break and cannot be listed"});
-    else if (file && inspection.knownFiles.insert(*file).second)
+    else if (file)
         inspection.files.push_back(*file);
+}
+
+/// Whether a word after the command word is the name of a file.
+bool mentionsFile(const CheckedCommand& command) {
+    struct stat status {};
+    return std::any_of(command.words.begin() + 1, command.words.end(), [&](const std::string& word) {
+        return !isNumeric(word) && ::stat(word.c_str(), &status) == 0;
+    });
 }
 
 void checkSpelling(Inspection& inspection, const CheckedCommand& command) {
     if (command.entry->name != nullptr)
         return;
-    if (const std::optional<std::string_view> similar = similarCommand(command.words.front()))
-        addWarning(inspection, quoted(command.words.front()) +
-                                   " is no command of the tool: it goes to the target; did you mean " +
-                                   quoted(*similar) + "?");
+    const std::optional<std::string_view> similar = similarCommand(command.words.front());
+    if (!similar)
+        return;
+    // A target may have such a command, but it has no files.
+    const auto report = mentionsFile(command) ? addError : addWarning;
+    report(inspection, quoted(command.words.front()) +
+                           " is not a command of secapp: it is sent to the target; did you mean " +
+                           quoted(*similar) + "?");
 }
 
 bool beginsLikeComment(std::string_view word) {
     return word.starts_with('#') || word.starts_with("//") || word.starts_with("/*");
 }
 
-/// The words behind those that a command looks at, and what is no comment.
+const WordCount* findWordCount(const CheckedCommand& command) {
+    const auto* const row = std::find_if(std::begin(wordCounts), std::end(wordCounts),
+                                         [&](const WordCount& c) { return isCommand(command, c.command); });
+    return row == std::end(wordCounts) ? nullptr : row;
+}
+
+/// A word that looks like the start of a comment. Returns its place, or the number of words.
+std::size_t checkComment(Inspection& inspection, const CheckedCommand& command, const WordCount* row) {
+    const std::size_t first = firstArgument(command);
+    for (std::size_t at = 0; at < command.words.size(); ++at) {
+        // A path can begin with "//".
+        if (!beginsLikeComment(command.words[at]) || (at == first && namesFile(command)))
+            continue;
+        // The flash commands evaluate the word after the address; the target gets all words.
+        const std::size_t evaluated = isFlashCommand(command) ? 1 : 0;
+        const bool isRead = row == nullptr || at < first + row->count + evaluated;
+        const auto report = isRead ? addError : addWarning;
+        report(inspection,
+               quoted(command.words[at]) + " does not start a comment here: it is part of the command");
+        return at;
+    }
+    return command.words.size();
+}
+
+/// Why the words from `next` on have no effect.
+std::string_view reasonOf(const CheckedCommand& command, const WordCount& row, std::size_t next) {
+    const std::optional<ProgramArguments> arguments = parseProgramArguments(command);
+    const bool startsWithDigit = command.words[next].front() >= '0' && command.words[next].front() <= '9';
+    if (arguments && !arguments->isFile)
+        return "a length is one word";
+    if (arguments && isSplit(arguments->addresses, command.words[next]))
+        return oneAddressWord;
+    if (isCommand(command, "erase") && startsWithDigit)
+        return "'erase' erases to the end, there is no erase of a range";
+    if (isCommand(command, "blankCheck") && startsWithDigit)
+        return "'blankCheck' checks to the end, there is no check of a range";
+    return row.reason;
+}
+
+/// Words that are missing or have no effect.
 void checkWords(Inspection& inspection, const CheckedCommand& command) {
     if (showsText(command))
         return;
+    const WordCount* row = findWordCount(command);
     std::vector<std::string> words = command.words;
-    const auto comment = std::find_if(words.begin(), words.end(), beginsLikeComment);
-    if (comment != words.end())
-        addError(inspection, quoted(*comment) + " begins no comment here: it is a word of the command");
-    words.erase(comment, words.end());
-    const auto* const row = std::find_if(std::begin(wordCounts), std::end(wordCounts),
-                                         [&](const WordCount& c) { return isCommand(command, c.command); });
-    if (row == std::end(wordCounts))
+    words.resize(checkComment(inspection, command, row));
+    if (row == nullptr)
         return;
-    const std::optional<FlashWords> flash = readFlashWords(command);
-    const bool hasLength = flash && !flash->isFile;
-    std::size_t next = 1 + row->count + (hasLength ? 1 : 0);
-    for (std::size_t at = 1; at < words.size() && words[at].front() == '+'; ++at)
-        ++next;
-    if (next >= words.size())
-        return;
-    std::string_view reason = row->reason;
-    if (hasLength)
-        reason = "a length is one word";
-    else if (flash && isSplit(flash->addresses, words[next]))
-        reason = oneAddressWord;
-    addError(inspection, listed(words, next) + (next + 1 == words.size() ? " has" : " have") +
-                             " no effect: " + std::string(reason));
+    std::size_t next = firstArgument(command) + row->count;
+    if (next > command.words.size())
+        return addError(inspection, quoted(command.words.front()) + " needs " + std::string(row->needed));
+    const std::optional<ProgramArguments> arguments = parseProgramArguments(command);
+    next += arguments && !arguments->isFile ? 1 : 0;
+    if (next < words.size())
+        addError(inspection, listed(words, next) + (next + 1 == words.size() ? " has" : " have") +
+                                 " no effect: " + std::string(reasonOf(command, *row, next)));
 }
 
+/// Reports what a run would read otherwise from a definition "name=value".
 void checkVariable(Inspection& inspection, const CheckedCommand& command) {
     if (!isCommand(command, "var"))
         return;
     const std::string_view definition =
         trimwhitespace(std::string_view(command.text).substr(command.entry->matchLength));
-    const auto [name, value] = splitDefinition(definition);
+    const std::string& word = command.words.front();
+    const std::optional<std::string_view> name = splitDefinition(definition).name;
     if (!name)
-        return;
-    if (definition.find('=') == std::string_view::npos)
-        addError(inspection, quoted(command.words.front()) + " defines the variable " + quoted(*name) +
-                                 " as empty: it begins with 'var'");
-    else if (trimRight(*name) != *name || (value && trimwhitespace(*value) != *value))
-        addWarning(inspection, "blanks beside '=' count: the name is " + quoted(*name) + ", the value " +
-                                   quoted(value.value_or("")));
-    if (value && value->data() + value->size() != definition.data() + definition.size())
-        addError(inspection, "the value ends at the second '=': it is " + quoted(*value));
+        addError(inspection, quoted(word) + " needs a name");
+    else if (definition.find('=') == std::string_view::npos)
+        addError(inspection,
+                 quoted(word) + " defines the variable " + quoted(*name) + " as empty: it begins with 'var'");
+    else if (startsWithIgnoringCase(word, "variable"))
+        addError(inspection,
+                 quoted(word) + " defines the variable " + quoted(*name) + ": it begins with 'var'");
+    else
+        checkDefinition(inspection, definition);
 }
 
 void checkPause(Inspection& inspection, const CheckedCommand& command) {
@@ -166,16 +217,68 @@ void checkPause(Inspection& inspection, const CheckedCommand& command) {
                                      "': it switches confirmation and is not shown");
 }
 
+void checkTimer(Inspection& inspection, const CheckedCommand& command) {
+    if (!isCommand(command, "timer") || command.words.size() < 2)
+        return;
+    const std::string& operation = command.words[1];
+    if (operation == "start" || operation == "on")
+        inspection.isTimerRunning = true;
+    else if (operation == "stop" || operation == "off")
+        inspection.isTimerRunning = false;
+    else if (operation != "print")
+        addError(inspection, quoted(operation) + " is not an operation of 'timer'");
+    else if (!inspection.isTimerRunning)
+        addError(inspection, "the timer does not run here");
+}
+
+void checkBank(Inspection& inspection, const CheckedCommand& command) {
+    constexpr std::string_view banks[] = {"BankA", "BankB", "0", "1"};
+    if (!isCommand(command, "setBoot") || command.words.size() < 2)
+        return;
+    if (std::none_of(std::begin(banks), std::end(banks),
+                     [&](std::string_view bank) { return equalsIgnoringCase(command.words[1], bank); }))
+        addError(inspection, quoted(command.words[1]) + " is not a bank");
+}
+
+/// The numbers of "delay", and those that a command for the target has.
+void checkNumbers(Inspection& inspection, const CheckedCommand& command) {
+    std::uint32_t value = 0;
+    if (isCommand(command, "delay") && command.words.size() > 1 && !beginsLikeComment(command.words[1])) {
+        if (decode(command.words[1], value))
+            addError(inspection, quoted(command.words[1]) + " is not a number");
+        checkNumber(inspection, command.words[1]);
+    } else if (command.entry->name == nullptr) {
+        for (std::size_t at = 1; at < command.words.size(); ++at)
+            checkTargetWord(inspection, command.words[at]);
+    }
+}
+
 using CommandCheck = void (*)(Inspection& inspection, const CheckedCommand& command);
 
-constexpr CommandCheck commandChecks[] = {checkSpelling, checkWords,     checkVariable,
-                                          checkPause,    checkFlashData, followVerification};
+constexpr CommandCheck commandChecks[] = {
+    checkSpelling, checkWords,   checkVariable,     checkPause,        checkTimer,
+    checkBank,     checkNumbers, checkFlashCommand, trackVerification,
+};
 
 } // namespace
 
+void checkDefinition(Inspection& inspection, std::string_view definition) {
+    const auto [name, value] = splitDefinition(definition);
+    const std::string read = std::string(name.value_or("")) + "=" + std::string(value.value_or(""));
+    if (read != definition)
+        addError(inspection, "only one '=' counts: the variable " + quoted(name.value_or("")) + " is " +
+                                 quoted(value.value_or("")));
+    else if (trimRight(*name) != *name)
+        addError(inspection, "the name " + quoted(*name) + " ends with a space");
+    else if (value && trimwhitespace(*value) != *value)
+        addWarning(inspection, "the value " + quoted(*value) + " begins with a space");
+}
+
 void checkCommand(Inspection& inspection, const CheckedCommand& command) {
     if (command.prefix == '?' && command.text.empty())
-        addError(inspection, "'?' alone shows the help and ends the run with status 0");
+        return addError(inspection, "'?' alone shows the help and ends the run with status 0");
+    if (command.words.empty() && (command.prefix != '@' || command.text.empty()))
+        return addError(inspection, "there is no command here");
     collectFile(inspection, command);
     if (!checkReferences(inspection, command) || command.entry == nullptr)
         return;

@@ -4,7 +4,10 @@
 
 namespace secapp {
 
-/// Looks at one command. What the variables of a command are missing makes everything else about it unknown.
+/// Checks one command. If it uses an undefined variable, reports only that.
 void checkCommand(Inspection& inspection, const CheckedCommand& command);
+
+/// Checks a definition "name=value", with both parts.
+void checkDefinition(Inspection& inspection, std::string_view definition);
 
 } // namespace secapp

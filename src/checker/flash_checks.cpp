@@ -1,74 +1,111 @@
 #include "checker/flash_checks.h"
 
+#include "checker/number_checks.h"
 #include "commands/expressions.h"
-#include "support/file.h"
-#include "support/numbers.h"
 
 #include <algorithm>
-#include <cinttypes>
+#include <iterator>
+
+#include <sys/stat.h>
 
 namespace secapp {
 namespace {
 
-/// None when the expression has no value. The memories are given, so that nobody is asked for them.
-std::optional<std::uint64_t> valueOf(std::string_view expression, std::optional<FlashList>& memories) {
-    HandlerData nobody;
-    std::uint64_t value = 0;
-    if (evaluateExpression(nobody, memories, expression, value))
-        return std::nullopt;
-    return value;
+bool takesData(const CheckedCommand& command) {
+    return isCommand(command, "program") || isCommand(command, "verify");
 }
 
-/// Gives every name of a memory in the expression an address of its own.
-void meetMemories(std::vector<FlashRegion>& regions, std::string_view expression) {
-    constexpr std::uint32_t spacing = 0x3A5B7000;
-    while (const std::optional<std::string_view> atom = nextPiece(expression, "+-*/")) {
-        const bool isMet = std::any_of(regions.begin(), regions.end(), [&](const FlashRegion& region) {
-            return equalsIgnoringCase(region.name, *atom);
-        });
-        std::uint32_t number = 0;
-        if (!isMet && decode(*atom, number))
-            regions.push_back({.name = std::string(*atom),
-                               .base = spacing * static_cast<std::uint32_t>(regions.size() + 1)});
+/// Sets what an option sets; false when there is no such option.
+bool readOption(const std::string& option, ProgramArguments& arguments) {
+    for (const auto& [name, width] : {std::pair{"+w1", 1U}, {"+w2", 2U}, {"+w4", 4U}}) {
+        if (!equalsIgnoringCase(option, name))
+            continue;
+        arguments.widthOption = option;
+        arguments.width = width;
+        return true;
     }
+    if (!equalsIgnoringCase(option, "+c") && !equalsIgnoringCase(option, "+i"))
+        return false;
+    arguments.checksumOption = option;
+    return true;
 }
 
-/// The same text for all ways to write one value.
-std::string keyOf(Inspection& inspection, std::string_view expression) {
-    meetMemories(inspection.memories->regions, expression);
-    const std::optional<std::uint64_t> value = valueOf(expression, inspection.memories);
-    return value ? formatText("%" PRIx64, *value) : std::string(expression);
+void checkOptions(Inspection& inspection, const CheckedCommand& command) {
+    const bool downloads = isCommand(command, "download");
+    const std::string& word = command.words.front();
+    ProgramArguments options;
+    for (std::size_t at = 1; at < firstArgument(command); ++at) {
+        const std::string& option = command.words[at];
+        if (!readOption(option, options) || (downloads && !equalsIgnoringCase(option, "+c")))
+            addError(inspection, quoted(option) + " is not an option of " + quoted(word));
+    }
+    const std::optional<ProgramArguments> arguments = parseProgramArguments(command);
+    const bool hasFile = downloads || (arguments && arguments->isFile);
+    if (!options.checksumOption.empty() && !hasFile)
+        addError(inspection, quoted(options.checksumOption) + " is possible with a file only");
+    else if (equalsIgnoringCase(options.checksumOption, "+i") && isCommand(command, "program"))
+        addError(inspection, quoted(options.checksumOption) + " is not possible with " + quoted(word));
+    if (!options.widthOption.empty() && !downloads && (!arguments || arguments->isFile))
+        addWarning(inspection, quoted(options.widthOption) + " has no effect: only a value has a width");
 }
 
-void checkLength(Inspection& inspection, const FlashWords& words) {
-    const std::string shown = quoted(words.length);
-    if (isSplit(words.addresses, words.length))
-        return addError(inspection, shown + " is the length: " + std::string(oneAddressWord));
-    std::optional<FlashList> noMemories = FlashList{};
-    const std::optional<std::uint64_t> number = valueOf(words.length, noMemories);
+void checkLength(Inspection& inspection, const ProgramArguments& arguments) {
+    const std::string shown = quoted(arguments.length);
+    if (isSplit(arguments.addresses, arguments.length))
+        return addError(inspection, shown + " is taken as the length: " + std::string(oneAddressWord));
+    checkExpression(inspection, arguments.length);
+    const std::optional<std::uint64_t> number = numericValue(arguments.length);
     if (!number)
         return;
     const auto length = static_cast<std::uint32_t>(*number);
-    if (static_cast<std::int32_t>(length) <= 0)
+    if (*number == 0)
+        addWarning(inspection, "a length of " + shown + " transfers nothing");
+    else if (static_cast<std::int32_t>(length) <= 0)
         addError(inspection, "a length of " + shown + " transfers nothing");
-    else if (length % words.width != 0)
-        addError(inspection, formatText("%s bytes are no multiple of the width %u: the last %u are zero",
-                                        shown.c_str(), words.width, length % words.width));
+    else if (*number > UINT32_MAX)
+        addError(inspection, "a length of " + shown + formatText(" is read as 0x%x", length));
+    else if (length % arguments.width != 0)
+        addError(
+            inspection,
+            formatText(
+                "the length %s is not a multiple of the width %u: the last %u bytes are filled with zeros",
+                shown.c_str(), arguments.width, length % arguments.width));
 }
 
-void checkValue(Inspection& inspection, const FlashWords& words) {
+void checkValue(Inspection& inspection, const ProgramArguments& arguments) {
     constexpr std::uint32_t bitsPerByte = 8;
-    std::uint32_t value = 0;
-    if (decode(words.data, value) || openDataFile(words.data))
-        addError(inspection, quoted(words.data) + " is a value, not a file: it has only hexadecimal digits");
-    else if (words.width < sizeof value && value >> (bitsPerByte * words.width) != 0)
-        addError(inspection, formatText("only the low %u bits of %s are used", bitsPerByte * words.width,
-                                        quoted(words.data).c_str()));
-    if (!words.length.empty())
-        checkLength(inspection, words);
+    const std::string shown = quoted(arguments.data);
+    const std::optional<std::uint64_t> value = numericValue(arguments.data);
+    struct stat status {};
+    if (!value)
+        addError(inspection, shown + " is a value, not a file: it has only hexadecimal digits");
+    else if (::stat(arguments.data.c_str(), &status) == 0)
+        addError(inspection,
+                 shown + " is a value, not the file of that name: write ./" + arguments.data +
+                     formatText(" for the file or 0x%x for the value", static_cast<std::uint32_t>(*value)));
+    else if (arguments.width < sizeof(std::uint32_t) && *value >> (bitsPerByte * arguments.width) != 0)
+        addError(inspection, formatText("only the low %u bits of %s are used", bitsPerByte * arguments.width,
+                                        shown.c_str()));
+    if (value)
+        checkNumber(inspection, arguments.data);
+    if (!arguments.length.empty())
+        checkLength(inspection, arguments);
+}
+
+void checkAddresses(Inspection& inspection, std::string_view addresses) {
+    if (addresses.find_first_not_of(',') == std::string_view::npos)
+        addError(inspection, quoted(addresses) + " has no address: nothing is done");
+    while (const std::optional<std::string_view> address = nextPiece(addresses, ","))
+        checkAddress(inspection, *address);
 }
 
 } // namespace
+
+bool isFlashCommand(const CheckedCommand& command) {
+    constexpr std::string_view names[] = {"program", "verify", "erase", "blankCheck"};
+    return std::any_of(std::begin(names), std::end(names),
+                       [&](std::string_view name) { return isCommand(command, name); });
+}
 
 bool isSplit(std::string_view addresses, std::string_view nextWord) {
     constexpr std::string_view joints = ",*/-+";
@@ -76,82 +113,73 @@ bool isSplit(std::string_view addresses, std::string_view nextWord) {
            joints.find(nextWord.front()) != std::string_view::npos;
 }
 
-std::optional<FlashWords> readFlashWords(const CheckedCommand& command) {
-    if (!isCommand(command, "program") && !isCommand(command, "verify"))
-        return std::nullopt;
-    FlashWords read;
+std::size_t firstArgument(const CheckedCommand& command) {
+    std::size_t limit = 1;
+    if (isFlashCommand(command))
+        limit = command.words.size();
+    else if (isCommand(command, "download"))
+        limit = std::min<std::size_t>(2, command.words.size());
     std::size_t at = 1;
-    for (; at < command.words.size() && command.words[at].front() == '+'; ++at) {
-        for (const auto& [option, width] : {std::pair{"+w1", 1U}, {"+w2", 2U}, {"+w4", 4U}}) {
-            if (!equalsIgnoringCase(command.words[at], option))
-                continue;
-            read.widthOption = option;
-            read.width = width;
-        }
-    }
-    if (at + 1 >= command.words.size())
+    while (at < limit && command.words[at].front() == '+')
+        ++at;
+    return at;
+}
+
+std::optional<ProgramArguments> parseProgramArguments(const CheckedCommand& command) {
+    const std::size_t at = takesData(command) ? firstArgument(command) : command.words.size();
+    if (at >= command.words.size())
         return std::nullopt;
-    read.data = command.words[at];
-    read.isFile = !isNumeric(read.data);
-    read.addresses = command.words[at + 1];
-    if (!read.isFile && at + 2 < command.words.size())
-        read.length = command.words[at + 2];
-    return read;
+    const auto wordAt = [&](std::size_t place) {
+        return place < command.words.size() ? command.words[place] : std::string();
+    };
+    ProgramArguments arguments;
+    for (std::size_t option = 1; option < at; ++option)
+        (void)readOption(command.words[option], arguments);
+    arguments.data = command.words[at];
+    arguments.isFile = !isNumeric(arguments.data);
+    arguments.addresses = wordAt(at + 1);
+    arguments.length = wordAt(at + 2);
+    return arguments;
 }
 
 bool namesFile(const CheckedCommand& command) {
-    return isCommand(command, "program") || isCommand(command, "verify") || isCommand(command, "download");
+    return takesData(command) || isCommand(command, "download");
 }
 
 std::optional<std::string> fileOf(const CheckedCommand& command) {
-    if (!namesFile(command))
-        return std::nullopt;
-    // "download" takes one option at most.
-    const bool downloads = isCommand(command, "download");
-    std::size_t at = 1;
-    while (at < command.words.size() && command.words[at].front() == '+' && !(downloads && at > 1))
-        ++at;
-    if (at >= command.words.size() || (!downloads && isNumeric(command.words[at])))
+    const std::size_t at = namesFile(command) ? firstArgument(command) : command.words.size();
+    if (at >= command.words.size() || (takesData(command) && isNumeric(command.words[at])))
         return std::nullopt;
     return command.words[at];
 }
 
-void checkFlashData(Inspection& inspection, const CheckedCommand& command) {
-    const std::optional<FlashWords> words = readFlashWords(command);
-    if (!words)
-        return;
-    if (!words->isFile)
-        checkValue(inspection, *words);
-    else if (!words->widthOption.empty())
-        addWarning(inspection, quoted(words->widthOption) + " has no effect: a file has no width");
+const ImageFile& checkImage(Inspection& inspection, const CheckedCommand& command, const std::string& name) {
+    const auto [place, isNew] = inspection.images.try_emplace(name);
+    ImageFile& image = place->second;
+    if (!isNew)
+        return image;
+    image = inspectImage(name);
+    if (image.problem.empty())
+        return image;
+    // Only a download reads a pipe.
+    const bool isPossible = image.isPipe && isCommand(command, "download");
+    const auto report = isPossible ? addWarning : addError;
+    report(inspection, quoted(name) + " " + image.problem);
+    return image;
 }
 
-void followVerification(Inspection& inspection, const CheckedCommand& command) {
-    const std::optional<FlashWords> words = readFlashWords(command);
-    if (!words)
+void checkFlashCommand(Inspection& inspection, const CheckedCommand& command) {
+    if (!isFlashCommand(command) && !namesFile(command))
         return;
-    const bool verifies = isCommand(command, "verify");
-    const bool everywhere = equalsIgnoringCase(words->addresses, "all");
-    const std::string data = words->isFile ? words->data : keyOf(inspection, words->data);
-    std::string_view rest = words->addresses;
-    while (const std::optional<std::string_view> item = nextPiece(rest, ",")) {
-        const std::string address = everywhere ? "all" : keyOf(inspection, *item);
-        if (verifies)
-            std::erase_if(inspection.unverified, [&](const ProgrammedData& programmed) {
-                return programmed.dataKey == data && (everywhere || programmed.addressKey == address);
-            });
-        else
-            inspection.unverified.push_back(
-                {inspection.line, words->data, std::string(*item), data, address});
-    }
-}
-
-void reportUnverified(Inspection& inspection) {
-    for (const ProgrammedData& programmed : inspection.unverified) {
-        inspection.line = programmed.line;
-        addWarning(inspection,
-                   "no verify of " + quoted(programmed.data) + " at " + quoted(programmed.item) + " follows");
-    }
+    checkOptions(inspection, command);
+    if (const std::optional<std::string> file = fileOf(command))
+        (void)checkImage(inspection, command, *file);
+    const std::size_t at = firstArgument(command) + (takesData(command) ? 1 : 0);
+    if (isFlashCommand(command) && at < command.words.size())
+        checkAddresses(inspection, command.words[at]);
+    const std::optional<ProgramArguments> arguments = parseProgramArguments(command);
+    if (arguments && !arguments->isFile)
+        checkValue(inspection, *arguments);
 }
 
 } // namespace secapp

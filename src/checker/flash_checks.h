@@ -7,25 +7,33 @@
 namespace secapp {
 
 /// The words of a "program" or "verify" that have an effect.
-struct FlashWords {
-    /// The option that gives a width; empty without one.
+struct ProgramArguments {
+    /// The options that give the width and the check word; empty without one.
     std::string widthOption;
+    std::string checksumOption;
     /// Bytes.
     std::uint32_t width = 4;
     std::string data;
     bool isFile = false;
+    /// Empty when they are missing.
     std::string addresses;
-    /// Only of a value; empty without one.
+    /// Empty without one.
     std::string length;
 };
 
-inline constexpr std::string_view oneAddressWord = "addresses are one word";
+/// Whether it is one of the commands with addresses.
+[[nodiscard]] bool isFlashCommand(const CheckedCommand& command);
 
-/// Whether a blank stands in the middle of an expression or a list of them.
+inline constexpr std::string_view oneAddressWord = "write the addresses as one word, without spaces";
+
+/// Whether a space was written within an expression or a list of them.
 [[nodiscard]] bool isSplit(std::string_view addresses, std::string_view nextWord);
 
-/// None of other commands, or when the address is missing.
-[[nodiscard]] std::optional<FlashWords> readFlashWords(const CheckedCommand& command);
+/// The place of the first word after the options.
+[[nodiscard]] std::size_t firstArgument(const CheckedCommand& command);
+
+/// None for other commands, and without data.
+[[nodiscard]] std::optional<ProgramArguments> parseProgramArguments(const CheckedCommand& command);
 
 /// Whether the command is one that can name a file.
 [[nodiscard]] bool namesFile(const CheckedCommand& command);
@@ -33,13 +41,12 @@ inline constexpr std::string_view oneAddressWord = "addresses are one word";
 /// The file that the command reads.
 [[nodiscard]] std::optional<std::string> fileOf(const CheckedCommand& command);
 
-/// A file that is read as a value, a width without effect, a value or length that does not suit the width.
-void checkFlashData(Inspection& inspection, const CheckedCommand& command);
+/// What is known of a file; the first time, reports that it cannot be programmed.
+[[nodiscard]] const ImageFile& checkImage(Inspection& inspection, const CheckedCommand& command,
+                                          const std::string& name);
 
-/// Notes what "program" programs, and strikes out what "verify" verifies.
-void followVerification(Inspection& inspection, const CheckedCommand& command);
-
-/// Reports what no "verify" follows, at the end of the script.
-void reportUnverified(Inspection& inspection);
+/// The options, the data, the addresses and the length of "program", "verify", "erase", "blankCheck" and
+/// "download".
+void checkFlashCommand(Inspection& inspection, const CheckedCommand& command);
 
 } // namespace secapp

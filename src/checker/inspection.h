@@ -1,8 +1,10 @@
 #pragma once
 
+#include "checker/images.h"
 #include "commands/handler.h"
-#include "transfer/regions.h"
 
+#include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -42,10 +44,12 @@ struct ProgrammedData {
     int line = 0;
     /// As written.
     std::string data;
-    std::string item;
-    /// Equal for all ways to write the same.
-    std::string dataKey;
-    std::string addressKey;
+    std::string address;
+    /// Bytes of a value with a length; else the largest number.
+    std::uint64_t size = 0;
+    /// Set once less than that was verified.
+    bool isPartlyVerified = false;
+    bool isChecksumCalculated = false;
 };
 
 /// What is known at one place of a script.
@@ -54,17 +58,17 @@ struct Inspection {
     std::vector<Finding> findings;
     /// The lines whose warnings a comment suppresses.
     std::set<int> suppressedLines;
-    /// The files that the commands name, as written, each once and in the order of the script.
+    /// The files that the commands name, as written, in the order of the script.
     std::vector<std::string> files;
-    std::set<std::string> knownFiles;
+    /// What was found in these files.
+    std::map<std::string, ImageFile> images;
     /// Commands whose file is unknown, because they refer to variables without a value.
     std::vector<Finding> unknownFiles;
     /// References without a value; each is reported once.
     std::set<std::string> missingVariables;
-    /// In place of the board's: every name that was met, at an address of its own, so that expressions can be
-    /// compared.
-    std::optional<FlashList> memories = FlashList{};
-    std::vector<ProgrammedData> unverified;
+    bool isTimerRunning = false;
+    /// By what was programmed, then by address. Different texts for the same data or address are equal here.
+    std::map<std::string, std::map<std::string, ProgrammedData>> unverified;
 };
 
 /// Report something about the current line.

@@ -1,7 +1,7 @@
 #include "checker/script_check.h"
 
 #include "checker/command_checks.h"
-#include "checker/flash_checks.h"
+#include "checker/verification.h"
 #include "frontend/command_table.h"
 #include "frontend/script.h"
 #include "frontend/variables.h"
@@ -17,11 +17,22 @@ constexpr std::string_view suppressComment = "lint: off";
 
 void checkBytes(Inspection& inspection, std::string_view line, bool isFirst) {
     if (isFirst && line.starts_with(byteOrderMark))
-        addError(inspection, "the byte-order mark is read as a part of the first word");
+        addError(inspection, "the byte-order mark is read as part of the first word");
     if (trimRight(line).find('\r') != std::string_view::npos)
-        addError(inspection, "a return ends no line: what follows belongs to the same command");
+        addError(inspection,
+                 "a carriage return does not end a line: the text after it belongs to the same command");
     if (line.find('\0') != std::string_view::npos)
         addError(inspection, "a zero byte ends the run");
+}
+
+/// The rest of a line that is too long.
+void checkContinuation(Inspection& inspection, std::string_view line) {
+    const std::string_view text = trimwhitespace(line);
+    if (text.empty())
+        return;
+    const auto report = text.front() == '#' ? addWarning : addError;
+    report(inspection, formatText("a line has more than %zu characters: %s runs as the next one", textLimit,
+                                  quoted(text).c_str()));
 }
 
 CheckedCommand readCommand(const PrefixedCommand& piece) {
@@ -43,10 +54,10 @@ CheckedCommand readCommand(const PrefixedCommand& piece) {
 }
 
 void defineVariable(const CheckedCommand& command) {
-    HandlerData nobody;
+    HandlerData unusedRecord;
     // Without a name it defines nothing, and ends the run.
     if (isCommand(command, "var"))
-        (void)varHandler(nobody, command.text, command.words.front(), command.entry);
+        (void)varHandler(unusedRecord, command.text, command.words.front(), command.entry);
 }
 
 void checkLine(Inspection& inspection, std::string_view line) {
@@ -91,9 +102,8 @@ ScriptReport checkScript(std::FILE* stream, const Variables& variables) {
     while (const std::optional<std::string> line = getScriptLine(source, nullptr)) {
         if (isWhole)
             ++inspection.line;
-        else if (!trimwhitespace(*line).empty())
-            addError(inspection, formatText("a line has %zu characters: %s runs as the next one", textLimit,
-                                            quoted(trimRight(*line)).c_str()));
+        else
+            checkContinuation(inspection, *line);
         isWhole = line->ends_with('\n');
         checkBytes(inspection, *line, source.lineCounter == 1);
         if (line->find('\0') == std::string::npos)

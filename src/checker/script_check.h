@@ -10,7 +10,7 @@ namespace secapp {
 struct ScriptReport {
     /// In the order of the lines.
     std::vector<Finding> findings;
-    /// The files that the script names, as written, each once.
+    /// The files that the commands name, as written.
     std::vector<std::string> files;
     /// Why `files` may be incomplete: commands with variables that have no value.
     std::vector<Finding> unknownFiles;

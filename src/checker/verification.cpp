@@ -1,0 +1,108 @@
+#include "checker/verification.h"
+
+#include "checker/flash_checks.h"
+#include "checker/number_checks.h"
+
+#include <cinttypes>
+#include <iterator>
+
+namespace secapp {
+namespace {
+
+constexpr std::uint64_t toTheEnd = UINT64_MAX;
+
+/// The same text for all ways to write one address.
+std::string keyOf(std::string_view address) {
+    const std::optional<std::uint64_t> value = comparableValue(address);
+    return value ? formatText("%" PRIx64, *value) : std::string(address);
+}
+
+/// The same text for all ways to name one file, or to write values that fill memory alike.
+std::string dataKey(Inspection& inspection, const CheckedCommand& command,
+                    const ProgramArguments& arguments) {
+    if (arguments.isFile)
+        return "file " + checkImage(inspection, command, arguments.data).key;
+    const std::optional<std::uint64_t> value = numericValue(arguments.data);
+    if (!value)
+        return arguments.data;
+    auto fill = static_cast<std::uint32_t>(*value);
+    if (arguments.width == 1)
+        fill = (fill & 0xFF) * 0x01010101;
+    else if (arguments.width == 2)
+        fill = (fill & 0xFFFF) * 0x00010001;
+    return formatText("%" PRIx32, fill);
+}
+
+std::uint64_t sizeOf(const ProgramArguments& arguments) {
+    if (arguments.isFile || arguments.length.empty())
+        return toTheEnd;
+    const std::optional<std::uint64_t> length = comparableValue(arguments.length);
+    return length ? static_cast<std::uint32_t>(*length) : toTheEnd;
+}
+
+/// Reports a verify that fails because of the check word: only one of both commands calculates it, and the
+/// file has another one.
+void compareChecksums(Inspection& inspection, const ImageFile& image, const ProgramArguments& verified,
+                      const ProgrammedData& programmed) {
+    const bool isCalculated = equalsIgnoringCase(verified.checksumOption, "+c");
+    if (equalsIgnoringCase(verified.checksumOption, "+i") || !image.changesWithChecksum ||
+        isCalculated == programmed.isChecksumCalculated)
+        return;
+    addError(inspection, "the check word of " + quoted(verified.data) + " differs: it was programmed " +
+                             (isCalculated ? "without" : "with") + " '+c'");
+}
+
+/// Whether nothing of the programmed data is left to verify.
+bool verify(Inspection& inspection, const CheckedCommand& command, const ProgramArguments& verified,
+            ProgrammedData& programmed) {
+    if (verified.isFile)
+        compareChecksums(inspection, checkImage(inspection, command, verified.data), verified, programmed);
+    programmed.isPartlyVerified = true;
+    return sizeOf(verified) >= programmed.size;
+}
+
+} // namespace
+
+void trackVerification(Inspection& inspection, const CheckedCommand& command) {
+    const std::optional<ProgramArguments> arguments = parseProgramArguments(command);
+    if (!arguments)
+        return;
+    const bool verifies = isCommand(command, "verify");
+    auto& programmed = inspection.unverified[dataKey(inspection, command, *arguments)];
+    const bool isEverywhere = equalsIgnoringCase(arguments->addresses, "all");
+    if (verifies && isEverywhere) {
+        for (auto place = programmed.begin(); place != programmed.end();)
+            place = verify(inspection, command, *arguments, place->second) ? programmed.erase(place)
+                                                                           : std::next(place);
+        return;
+    }
+    std::string_view addresses = arguments->addresses;
+    while (const std::optional<std::string_view> address = nextPiece(addresses, ",")) {
+        const std::string key = isEverywhere ? "all" : keyOf(*address);
+        if (!verifies) {
+            programmed.insert_or_assign(key, ProgrammedData{.line = inspection.line,
+                                                            .data = arguments->data,
+                                                            .address = std::string(*address),
+                                                            .size = sizeOf(*arguments),
+                                                            .isChecksumCalculated = equalsIgnoringCase(
+                                                                arguments->checksumOption, "+c")});
+            continue;
+        }
+        const auto place = programmed.find(key);
+        if (place != programmed.end() && verify(inspection, command, *arguments, place->second))
+            programmed.erase(place);
+    }
+}
+
+void reportUnverified(Inspection& inspection) {
+    for (const auto& [key, programmed] : inspection.unverified) {
+        for (const auto& [address, data] : programmed) {
+            inspection.line = data.line;
+            const std::string shown = quoted(data.data) + " at " + quoted(data.address);
+            addWarning(inspection, data.isPartlyVerified ? "only a part of " + shown + " is verified"
+                                                         : "no verify of " + shown + " follows");
+        }
+    }
+}
+
+} // namespace secapp
