@@ -28,6 +28,8 @@ commit() {
 
 mkdir "$work/source"
 expect 0
+echo 7 >"$work/source/.build-number"
+expect 7
 git init --quiet "$work/source"
 expect 0
 commit

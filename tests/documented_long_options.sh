@@ -1,13 +1,11 @@
 #!/usr/bin/env bash
-# Usage: documented_long_options.sh VQXSIM MAN_PAGE COMPLETION
-# Holds the options, faults and fault settings in the man page, and the options that the bash completion offers, against
-# the program's own help.
+# Usage: documented_long_options.sh VQXSIM MAN_PAGE
+# Compares the options, faults and fault settings in the man page with the program's own help.
 set -euo pipefail
 export LC_ALL=C
 
 program=$1
 man_page=$2
-completion=$3
 failed=
 
 help=$("$program" --help)
@@ -24,15 +22,6 @@ faults_of_man_page() {
         sed -E 's/^([a-z]+)/\1;/; s/Cm ([a-z]+) Ns = Ns (Cm|Ar)? ?[A-Za-z0-9]+/\1/g; s/ , Ns / /g; s/;//'
 }
 
-options_of_completion() {
-    # shellcheck source=completion/vqxsim
-    source "$completion"
-    # shellcheck disable=SC2034 # read by the completion
-    COMP_WORDS=("$program" --) COMP_CWORD=1
-    _vqxsim "$program"
-    printf '%s\n' "${COMPREPLY[@]}" | grep -vx -e --
-}
-
 # compare WHAT EXPECTED FOUND
 compare() {
     if [[ -z $2 ]] || ! diff <(echo "$2") <(sort <<<"$3"); then
@@ -43,5 +32,4 @@ compare() {
 
 compare "the options of $man_page" "$options" "$(options_of_man_page)"
 compare "the faults of $man_page" "$faults" "$(faults_of_man_page)"
-compare "the options of $completion" "$options" "$(options_of_completion)"
 [[ -z $failed ]]
