@@ -7,29 +7,36 @@ export LC_ALL=C
 
 editors=$1
 words=$2
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-failed=
-
-fail() {
-    printf '%s\n' "$@" >&2
-    failed=yes
-}
+# shellcheck source=tests/lib.sh
+source "$(dirname "$0")/lib.sh"
 
 # The rules of command words
-sed -nE 's/^icolor (brightblue|cyan|yellow) "(.*)"$/\2/p' "$editors/nano/secapp.nanorc" >"$folder/nano"
+sed -nE 's/^icolor (brightblue|cyan|yellow) "(.*)"$/\2/p' "$editors/nano/secapp.nanorc" >nano
 while read -r word; do
-    grep -qixEf "$folder/nano" <<<"$word" || fail "nano does not know $word"
+    grep -qixEf nano <<<"$word" || fail "nano does not know $word"
 done <"$words"
 
-vim --version 2>/dev/null | grep -q '+syntax' || {
-    echo "skipped: there is no vim with syntax highlighting"
-    [[ -n $failed ]] || exit 77
-    exit 1
-}
+# Scripts and other files, by their first lines
+cat >first-lines <<'LINES'
+# secapp|secapp
+#!/usr/bin/env -S secapp -d /dev/ttyACM0 -s|secapp
+#!/usr/bin/secapp -s|secapp
+# secapp completion|
+#!/bin/sh|
+secapp|
+LINES
+header=$(sed -nE 's/^header "(.*)"$/\1/p' "$editors/nano/secapp.nanorc")
+number=0
+while IFS='|' read -r line type; do
+    number=$((number + 1))
+    echo "$line" >"line-$number.txt"
+    expect "nano: $line" "$type" "$(! grep -qE "$header" <<<"$line" || echo secapp)"
+done <first-lines
+
+vim --version 2>/dev/null | grep -q '+syntax' || skip "there is no vim with syntax highlighting"
 
 # A line, a part of it, and the group of the part's first character
-cat >"$folder/table" <<'TABLE'
+cat >table <<'TABLE'
 var where=FLASH|var|Tool
 echo erase 12 all|echo|TextWord
 echo erase 12 all|erase|Text
@@ -53,11 +60,11 @@ erase all; bogus|bogus|Other
 # erase all|erase|Comment
 echo x; # erase|erase|Comment
 TABLE
-sed -E 's/.*/& 1|&|(Tool|TextWord|Target)/' "$words" >>"$folder/table"
+sed -E 's/.*/& 1|&|(Tool|TextWord|Target)/' "$words" >>table
 
-cut -d '|' -f 1 "$folder/table" >"$folder/test.secapp"
+cut -d '|' -f 1 table >test.secapp
 
-cat >"$folder/groups.vim" <<'SCRIPT'
+cat >groups.vim <<'SCRIPT'
 set nocompatible
 let &runtimepath = $EDITORS . '/vim,' . &runtimepath
 filetype plugin on
@@ -71,21 +78,28 @@ endfor
 call writefile(groups, 'groups')
 silent make
 call writefile(map(getqflist(), {_, entry -> entry.lnum . ' ' . entry.type . ' ' . entry.text}), 'warnings')
+let types = []
+for number in range(1, len(readfile('first-lines')))
+  execute 'edit line-' . number . '.txt'
+  call add(types, &filetype ==# 'secapp' ? 'secapp' : '')
+endfor
+call writefile(types, 'types')
 qall!
 SCRIPT
-cat >"$folder/secapp-lint" <<'CHECKER'
+cat >secapp-lint <<'CHECKER'
 #!/bin/sh
 echo "$1:1: warning: a slip: all of it"
 echo "$1:2: error: no file: fw.bin"
 exit 1
 CHECKER
-chmod +x "$folder/secapp-lint"
-(cd "$folder" && EDITORS=$editors PATH=$folder:$PATH timeout 30 vim --not-a-term -T dumb -u NONE -S groups.vim </dev/null >vim.log 2>&1) ||
-    fail "vim ends with status $?" "$(cat "$folder/vim.log")"
+chmod +x secapp-lint
+EDITORS=$editors PATH=$directory:$PATH timeout 30 vim --not-a-term -T dumb -u NONE -S groups.vim </dev/null >output 2>&1 ||
+    fail "vim ends with status $?"
+rm -f output
 
 while IFS='|' read -r -u 3 line part expected && read -r -u 4 group; do
     [[ $group =~ ^${expected:+secapp}$expected$ ]] || fail "vim shows '$part' of '$line' as '$group', not '$expected'"
-done 3<"$folder/table" 4<"$folder/groups"
-[[ $(cat "$folder/warnings") == $'1 w a slip: all of it\n2 e no file: fw.bin' ]] ||
-    fail "vim's list of warnings: $(cat "$folder/warnings")"
-[[ -z $failed ]]
+done 3<table 4<groups
+[[ $(cat warnings) == $'1 w a slip: all of it\n2 e no file: fw.bin' ]] ||
+    fail "vim's list of warnings: $(cat warnings)"
+expect "file types in vim" "$(cut -d '|' -f 2 first-lines)" "$(cat types)"
