@@ -1,33 +1,22 @@
 #!/usr/bin/env bash
-# Usage: completion.sh COMPLETIONS
-# What the tabulator key offers, asked as bash asks: with the words that it cuts at = and :.
-# Not -e, which no interactive shell has: what offers nothing fails.
+# Usage: completion.sh COMPLETIONS PROGRAMS SCRIPTS
+# What the Tab key offers. The completion of secapp is called as bash calls it, with words split at = and :, and without -e,
+# which no interactive shell has. In zsh the keys are typed. Status 77 without zsh.
 set -uo pipefail
 export LC_ALL=C
 
 # shellcheck source=completion/secapp
 source "$1/secapp"
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-cd "$folder" || exit
+# shellcheck source=tests/lib.sh
+source "$(dirname "$0")/lib.sh"
 mkdir -p dev/serial/by-id dev/serial/by-path images
 touch firmware.bin images/a images/b dev/ttyACM0 dev/ttyUSB7 dev/tty1 \
     dev/serial/by-id/usb-Board_01-if00 dev/serial/by-path/pci-0000:00:14.0-usb-0:1:1.0
-failed=
-
-# expect WHAT EXPECTED FOUND
-expect() {
-    if [[ $2 != "$3" ]]; then
-        printf "%s: '%s' is offered instead of '%s'\n" "$1" "$3" "$2" >&2
-        failed=yes
-    fi
-}
-
 expect 'the devices of a machine' \
     'dev/serial/by-id/usb-Board_01-if00 dev/serial/by-path/pci-0000:00:14.0-usb-0:1:1.0 dev/ttyACM0 dev/ttyUSB7' \
     "$(_secapp_devices dev | xargs)"
 
-# A line behind secapp and its space, the cursor at the end, and what is offered there
+# What is typed after secapp and its space, and what is offered there
 while IFS='|' read -r line offered; do
     # shellcheck disable=SC2001 # the shell has no such replacement
     read -r -a COMP_WORDS <<<"secapp $(sed 's/[=:]/ & /g' <<<"$line")"
@@ -61,4 +50,39 @@ setBoot Bank|BankA BankB
 program fi|firmware.bin
 program firmware.bin a|all
 CASES
-[[ -z $failed ]]
+command -v zsh >/dev/null || skip "there is no zsh"
+
+# The files where the package has them
+mkdir -p share/zsh/vendor-completions share/bash-completion/completions
+cp "$1/zsh/_secapp" share/zsh/vendor-completions/
+find "$1" -maxdepth 1 -type f -exec cp {} share/bash-completion/completions/ \;
+# What is typed before Tab, and the line then
+cat >typed <<'CASES'
+secapp er|secapp erase
+secapp -s fi|secapp -s firmware.bin
+secapp -v image=fi|secapp -v image=firmware.bin
+secapp -v image=im|secapp -v image=images/
+secapp-lint fi|secapp-lint firmware.bin
+secapp-read --sec|secapp-read --secapp
+secapp-boards --retry|secapp-boards --retry-failed
+vqxsim --mem|vqxsim --memory
+vqxsim --memory im|vqxsim --memory images/
+vqxsim --memory images -- secapp setB|vqxsim --memory images -- secapp setBoot
+CASES
+cat >session <<'ZSH'
+zmodload zsh/zpty
+zpty shell zsh -f -i
+zpty -w shell "PS1= fpath=($PWD/share/zsh/vendor-completions \$fpath)
+autoload -Uz compinit && compinit -D -u
+record() { print -r -- \$BUFFER >>lines; BUFFER= }
+zle -N record; bindkey ^X record"
+number=0
+while IFS='|' read -r keys line; do
+    zpty -w -n shell "$keys"$'\t\030'
+    ((number += 1))
+    until [[ -e lines && $(wc -l <lines) -ge $number ]]; do sleep 0.05; done
+done <typed
+zpty -d shell
+ZSH
+PATH=$2:$3:$PATH timeout 60 zsh -f session >output 2>&1 || fail 'zsh does not offer everything'
+expect 'in zsh' "$(cut -d '|' -f 2 typed)" "$(sed 's/ *$//' lines)"
