@@ -6,7 +6,8 @@ export LC_ALL=C
 
 program=$1
 man_page=$2
-failed=
+# shellcheck source=tests/lib.sh
+source "$(dirname "$0")/lib.sh"
 
 help=$("$program" --help)
 options=$(grep -oE '^  --[a-z-]+' <<<"$help" | tr -d ' ' | sort)
@@ -22,14 +23,6 @@ faults_of_man_page() {
         sed -E 's/^([a-z]+)/\1;/; s/Cm ([a-z]+) Ns = Ns (Cm|Ar)? ?[A-Za-z0-9]+/\1/g; s/ , Ns / /g; s/;//'
 }
 
-# compare WHAT EXPECTED FOUND
-compare() {
-    if [[ -z $2 ]] || ! diff <(echo "$2") <(sort <<<"$3"); then
-        echo "$1 ('>') and the program's help ('<') differ" >&2
-        failed=yes
-    fi
-}
-
-compare "the options of $man_page" "$options" "$(options_of_man_page)"
-compare "the faults of $man_page" "$faults" "$(faults_of_man_page)"
-[[ -z $failed ]]
+check "too few options or faults in the help" test "$(wc -l <<<"$options")" -gt 10 -a "$(wc -l <<<"$faults")" -gt 10
+check "the options of $man_page (>)" diff <(echo "$options") <(options_of_man_page | sort)
+check "the faults of $man_page (>)" diff <(echo "$faults") <(faults_of_man_page | sort)

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Usage: documented_options.sh SECAPP MAN_PAGE COMPLETION
-# Holds the options in the man page and in the bash completion against those that the program itself reads.
+# Compares the options in the man page and in the bash completion with those that the program itself reads.
 set -euo pipefail
 export LC_ALL=C
 
 program=$1
 man_page=$2
 completion=$3
-failed=
+# shellcheck source=tests/lib.sh
+source "$(dirname "$0")/lib.sh"
 
 # One option a line, "a:" when it takes an argument.
 options_of_program() {
@@ -32,7 +33,7 @@ complete_words() {
     _secapp
 }
 
-# An option takes an argument when no option is offered behind it.
+# An option takes an argument if no option is offered after it.
 options_of_completion() {
     # shellcheck source=completion/secapp
     source "$completion"
@@ -51,13 +52,5 @@ options_of_completion() {
 
 expected=$(options_of_program | sort)
 
-compare() {
-    if ! diff <(echo "$expected") <(sort <<<"$2"); then
-        echo "$1 ('>') and the program ('<') differ in their options" >&2
-        failed=yes
-    fi
-}
-
-compare "$man_page" "$(options_of_man_page)"
-compare "$completion" "$(options_of_completion)"
-[[ -z $failed ]]
+check "the options of $man_page (>)" diff <(echo "$expected") <(options_of_man_page | sort)
+check "the options of $completion (>)" diff <(echo "$expected") <(sort <<<"$(options_of_completion)")
