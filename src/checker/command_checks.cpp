@@ -16,12 +16,13 @@
 namespace secapp {
 namespace {
 
-/// How many words a command needs and reads after its options, and why no more.
+/// The number of words that a command needs after its options. It reads no more, except for a length.
 struct WordCount {
     std::string_view command;
     std::size_t count;
-    /// To follow "needs"; empty when nothing is needed.
+    /// Follows "needs"; empty if nothing is needed.
     std::string_view needed;
+    /// Why other words have no effect.
     std::string_view reason;
 };
 
@@ -39,7 +40,7 @@ constexpr WordCount wordCounts[] = {
     {"download", 1, "a file", "one file is loaded"},
 };
 
-/// The words from `first` on, as they stand in a sentence.
+/// The words from `first` on, as a part of a sentence.
 std::string listed(const std::vector<std::string>& words, std::size_t first) {
     std::string list = quoted(words[first]);
     for (std::size_t at = first + 1; at < words.size(); ++at)
@@ -54,7 +55,7 @@ bool isName(std::string_view text) {
            });
 }
 
-/// The references to variables that have no value here.
+/// The references to undefined variables.
 std::vector<std::string> undefinedReferences(const CheckedCommand& command) {
     std::vector<std::string> references;
     // "@" replaces no variables, and a value can refer to variables that are defined later.
@@ -65,15 +66,16 @@ std::vector<std::string> undefinedReferences(const CheckedCommand& command) {
         const std::size_t close = text.find_first_of("[]", open + 1);
         if (close == std::string_view::npos || text[close] == '[' || close == open + 1)
             continue;
-        // A message may have brackets of its own.
-        if (showsText(command) && !isName(text.substr(open + 1, close - open - 1)))
+        // A message and a command for the target can contain brackets.
+        const bool canHaveBrackets = showsText(command) || isForTarget(command);
+        if (canHaveBrackets && !isName(text.substr(open + 1, close - open - 1)))
             continue;
         references.emplace_back(text.substr(open, close - open + 1));
     }
     return references;
 }
 
-/// Reports references without a value, each once; true when there are none.
+/// Reports undefined variables, each once; true if there are none.
 bool checkReferences(Inspection& inspection, const CheckedCommand& command) {
     const std::vector<std::string> references = undefinedReferences(command);
     for (const std::string& reference : references) {
@@ -85,7 +87,7 @@ bool checkReferences(Inspection& inspection, const CheckedCommand& command) {
     return references.empty();
 }
 
-/// Notes the file that a command names, or that it cannot be known.
+/// Adds the file that a command names to the list, or the reason why it is unknown.
 void collectFile(Inspection& inspection, const CheckedCommand& command) {
     if (command.entry == nullptr)
         return;
@@ -104,7 +106,7 @@ void collectFile(Inspection& inspection, const CheckedCommand& command) {
         inspection.files.push_back(*file);
 }
 
-/// Whether a word after the command word is the name of a file.
+/// Whether a word after the command word is the name of an existing file.
 bool mentionsFile(const CheckedCommand& command) {
     struct stat status {};
     return std::any_of(command.words.begin() + 1, command.words.end(), [&](const std::string& word) {
@@ -113,12 +115,12 @@ bool mentionsFile(const CheckedCommand& command) {
 }
 
 void checkSpelling(Inspection& inspection, const CheckedCommand& command) {
-    if (command.entry->name != nullptr)
+    if (!isForTarget(command))
         return;
     const std::optional<std::string_view> similar = similarCommand(command.words.front());
     if (!similar)
         return;
-    // A target may have such a command, but it has no files.
+    // A target can have such a command, but has no files.
     const auto report = mentionsFile(command) ? addError : addWarning;
     report(inspection, quoted(command.words.front()) +
                            " is not a command of secapp: it is sent to the target; did you mean " +
@@ -135,17 +137,24 @@ const WordCount* findWordCount(const CheckedCommand& command) {
     return row == std::end(wordCounts) ? nullptr : row;
 }
 
-/// A word that looks like the start of a comment. Returns its place, or the number of words.
+/// Whether a comment at that place changes what the command does.
+bool isReadByCommand(const CheckedCommand& command, const WordCount* row, std::size_t at) {
+    if (isCommand(command, "var"))
+        return false;
+    if (row == nullptr)
+        return at == 0 || !isForTarget(command) || isTargetCommand(command.words.front());
+    // The flash commands evaluate the word after the address.
+    return at < firstArgument(command) + row->count + (isFlashCommand(command) ? 1 : 0);
+}
+
+/// Reports a word that looks like the start of a comment. Returns its place, or the number of words.
 std::size_t checkComment(Inspection& inspection, const CheckedCommand& command, const WordCount* row) {
-    const std::size_t first = firstArgument(command);
     for (std::size_t at = 0; at < command.words.size(); ++at) {
         // A path can begin with "//".
-        if (!beginsLikeComment(command.words[at]) || (at == first && namesFile(command)))
+        const bool isFile = at == firstArgument(command) && namesFile(command);
+        if (isFile || !beginsLikeComment(command.words[at]))
             continue;
-        // The flash commands evaluate the word after the address; the target gets all words.
-        const std::size_t evaluated = isFlashCommand(command) ? 1 : 0;
-        const bool isRead = row == nullptr || at < first + row->count + evaluated;
-        const auto report = isRead ? addError : addWarning;
+        const auto report = isReadByCommand(command, row, at) ? addError : addWarning;
         report(inspection,
                quoted(command.words[at]) + " does not start a comment here: it is part of the command");
         return at;
@@ -187,7 +196,6 @@ void checkWords(Inspection& inspection, const CheckedCommand& command) {
                                  " no effect: " + std::string(reasonOf(command, *row, next)));
 }
 
-/// Reports what a run would read otherwise from a definition "name=value".
 void checkVariable(Inspection& inspection, const CheckedCommand& command) {
     if (!isCommand(command, "var"))
         return;
@@ -240,14 +248,14 @@ void checkBank(Inspection& inspection, const CheckedCommand& command) {
         addError(inspection, quoted(command.words[1]) + " is not a bank");
 }
 
-/// The numbers of "delay", and those that a command for the target has.
+/// Checks the numbers of "delay" and of a command for the target.
 void checkNumbers(Inspection& inspection, const CheckedCommand& command) {
     std::uint32_t value = 0;
-    if (isCommand(command, "delay") && command.words.size() > 1 && !beginsLikeComment(command.words[1])) {
+    if (isCommand(command, "delay") && command.words.size() > 1) {
         if (decode(command.words[1], value))
             addError(inspection, quoted(command.words[1]) + " is not a number");
         checkNumber(inspection, command.words[1]);
-    } else if (command.entry->name == nullptr) {
+    } else if (isForTarget(command)) {
         for (std::size_t at = 1; at < command.words.size(); ++at)
             checkTargetWord(inspection, command.words[at]);
     }

@@ -15,7 +15,7 @@ bool takesData(const CheckedCommand& command) {
     return isCommand(command, "program") || isCommand(command, "verify");
 }
 
-/// Sets what an option sets; false when there is no such option.
+/// Applies an option; false if there is no such option.
 bool readOption(const std::string& option, ProgramArguments& arguments) {
     for (const auto& [name, width] : {std::pair{"+w1", 1U}, {"+w2", 2U}, {"+w4", 4U}}) {
         if (!equalsIgnoringCase(option, name))
@@ -138,7 +138,8 @@ std::optional<ProgramArguments> parseProgramArguments(const CheckedCommand& comm
     arguments.data = command.words[at];
     arguments.isFile = !isNumeric(arguments.data);
     arguments.addresses = wordAt(at + 1);
-    arguments.length = wordAt(at + 2);
+    if (!arguments.isFile)
+        arguments.length = wordAt(at + 2);
     return arguments;
 }
 
@@ -164,7 +165,8 @@ const ImageFile& checkImage(Inspection& inspection, const CheckedCommand& comman
     // Only a download reads a pipe.
     const bool isPossible = image.isPipe && isCommand(command, "download");
     const auto report = isPossible ? addWarning : addError;
-    report(inspection, quoted(name) + " " + image.problem);
+    constexpr std::size_t longestPath = 4096;
+    report(inspection, quoted(name, longestPath) + " " + image.problem);
     return image;
 }
 

@@ -6,47 +6,46 @@
 
 namespace secapp {
 
-/// The words of a "program" or "verify" that have an effect.
+/// The words that "program" and "verify" use. Missing ones are empty.
 struct ProgramArguments {
-    /// The options that give the width and the check word; empty without one.
+    /// The last option for the width, and the last one for the check word.
     std::string widthOption;
     std::string checksumOption;
-    /// Bytes.
+    /// In bytes.
     std::uint32_t width = 4;
+    /// A file or a value.
     std::string data;
     bool isFile = false;
-    /// Empty when they are missing.
     std::string addresses;
-    /// Empty without one.
+    /// A file has none, whatever follows the addresses.
     std::string length;
 };
 
-/// Whether it is one of the commands with addresses.
+/// Whether the command is "program", "verify", "erase" or "blankCheck".
 [[nodiscard]] bool isFlashCommand(const CheckedCommand& command);
 
 inline constexpr std::string_view oneAddressWord = "write the addresses as one word, without spaces";
 
-/// Whether a space was written within an expression or a list of them.
+/// Whether an expression or a list of them was written with a space.
 [[nodiscard]] bool isSplit(std::string_view addresses, std::string_view nextWord);
 
-/// The place of the first word after the options.
+/// The index of the first word after the options.
 [[nodiscard]] std::size_t firstArgument(const CheckedCommand& command);
 
-/// None for other commands, and without data.
+/// Empty for other commands, and without data.
 [[nodiscard]] std::optional<ProgramArguments> parseProgramArguments(const CheckedCommand& command);
 
-/// Whether the command is one that can name a file.
+/// Whether the command can read a file.
 [[nodiscard]] bool namesFile(const CheckedCommand& command);
 
-/// The file that the command reads.
+/// The file that the command reads, if any.
 [[nodiscard]] std::optional<std::string> fileOf(const CheckedCommand& command);
 
-/// What is known of a file; the first time, reports that it cannot be programmed.
+/// Returns what is known about a file; the first time, reports if it cannot be programmed.
 [[nodiscard]] const ImageFile& checkImage(Inspection& inspection, const CheckedCommand& command,
                                           const std::string& name);
 
-/// The options, the data, the addresses and the length of "program", "verify", "erase", "blankCheck" and
-/// "download".
+/// Checks options, data, addresses and length of the flash commands, and the file of "download".
 void checkFlashCommand(Inspection& inspection, const CheckedCommand& command);
 
 } // namespace secapp

@@ -18,7 +18,7 @@ namespace {
 
 struct RecordFormat {
     std::string_view start;
-    /// Hexadecimal digits besides the data that the record counts.
+    /// Hexadecimal digits in addition to the bytes that the record counts.
     std::size_t overhead;
     const char* name;
     const char* conversion;
@@ -29,7 +29,7 @@ constexpr RecordFormat recordFormats[] = {
     {"S", 3, "a file of S-records", "objcopy -I srec -O binary"},
 };
 
-/// Whether the line is a record that has the length that it names.
+/// Whether the line is a record whose length is the one that it contains.
 bool isRecord(std::string_view line, const RecordFormat& format) {
     constexpr std::string_view digits = "0123456789abcdefABCDEF";
     constexpr std::size_t countLength = 2;
@@ -43,7 +43,7 @@ bool isRecord(std::string_view line, const RecordFormat& format) {
     return line.size() == format.overhead + 2 * count;
 }
 
-/// What the first bytes say against a raw image; empty without a reason.
+/// Why a file that begins like this is not a raw image; empty if it can be one.
 std::string formatProblem(std::string_view start) {
     const std::string raw = ", not a raw image: convert it with ";
     if (start.starts_with("\x7F"

@@ -4,15 +4,15 @@
 
 namespace secapp {
 
-/// What was found under the name of an image.
+/// What is known about the file of an image.
 struct ImageFile {
     /// Equal for all names of one file.
     std::string key;
-    /// Why it is no image that can be programmed, to follow the name; empty without a reason.
+    /// Why it cannot be programmed, to follow the name; empty if it can.
     std::string problem;
     /// A pipe or a character device.
     bool isPipe = false;
-    /// Whether its check word is another one than the calculated one.
+    /// Whether its check word differs from the calculated one.
     bool changesWithChecksum = false;
 };
 

@@ -13,19 +13,22 @@ void addWarning(Inspection& inspection, std::string text) {
     inspection.findings.push_back({inspection.line, Severity::warning, std::move(text)});
 }
 
-std::string quoted(std::string_view text) {
-    constexpr std::size_t shownLength = 40;
+std::string quoted(std::string_view text, std::size_t limit) {
     constexpr unsigned char firstPrintable = ' ';
     constexpr unsigned char deleteCharacter = 0x7F;
-    std::string shown(text.substr(0, shownLength));
+    std::string shown(text.substr(0, limit));
     std::replace_if(
         shown.begin(), shown.end(),
         [](unsigned char c) { return c < firstPrintable || c == deleteCharacter; }, '?');
-    return "'" + shown + (text.size() > shownLength ? "...'" : "'");
+    return "'" + shown + (text.size() > limit ? "...'" : "'");
 }
 
 bool isCommand(const CheckedCommand& command, std::string_view name) {
     return command.entry != nullptr && command.entry->name != nullptr && command.entry->name == name;
+}
+
+bool isForTarget(const CheckedCommand& command) {
+    return command.entry != nullptr && command.entry->name == nullptr;
 }
 
 bool showsText(const CheckedCommand& command) {

@@ -27,47 +27,48 @@ struct Finding {
     std::string text;
 };
 
-/// One command of a script as a run reads it.
+/// One command of a script, as a run interprets it.
 struct CheckedCommand {
     /// 0 without a prefix; never that of a comment.
     char prefix = '\0';
-    /// Behind the prefix, with the variables replaced.
+    /// After the prefix, with the variables replaced.
     std::string text;
-    /// The command word first; none of what "@" sends.
+    /// The command word first; empty after "@".
     std::vector<std::string> words;
-    /// The row of the command table; null without words.
+    /// The row of the command table; null if there are no words.
     const HandlerEntry* entry = nullptr;
 };
 
-/// An image or value that was programmed at one address and not verified since.
+/// An image or value that was programmed at one address and not completely verified since.
 struct ProgrammedData {
     int line = 0;
     /// As written.
     std::string data;
     std::string address;
-    /// Bytes of a value with a length; else the largest number.
+    /// In bytes, for a value with a length; otherwise the largest number.
     std::uint64_t size = 0;
-    /// Set once less than that was verified.
+    /// Whether fewer bytes were verified.
     bool isPartlyVerified = false;
     bool isChecksumCalculated = false;
 };
 
-/// What is known at one place of a script.
+/// The state of the check.
 struct Inspection {
+    /// The current line.
     int line = 0;
     std::vector<Finding> findings;
     /// The lines whose warnings a comment suppresses.
     std::set<int> suppressedLines;
     /// The files that the commands name, as written, in the order of the script.
     std::vector<std::string> files;
-    /// What was found in these files.
+    /// These files by name.
     std::map<std::string, ImageFile> images;
-    /// Commands whose file is unknown, because they refer to variables without a value.
+    /// Why `files` may be incomplete: commands with undefined variables.
     std::vector<Finding> unknownFiles;
-    /// References without a value; each is reported once.
+    /// The undefined variables reported so far.
     std::set<std::string> missingVariables;
     bool isTimerRunning = false;
-    /// By what was programmed, then by address. Different texts for the same data or address are equal here.
+    /// By data, then by address; keys are equal if the data or addresses are, however they are written.
     std::map<std::string, std::map<std::string, ProgrammedData>> unverified;
 };
 
@@ -75,13 +76,16 @@ struct Inspection {
 void addError(Inspection& inspection, std::string text);
 void addWarning(Inspection& inspection, std::string text);
 
-/// The text between apostrophes, cut and without control characters.
-[[nodiscard]] std::string quoted(std::string_view text);
+/// The text in apostrophes, cut after `limit` characters and without control characters.
+[[nodiscard]] std::string quoted(std::string_view text, std::size_t limit = 40);
 
-/// Whether the command is carried out by the row of that name.
+/// Whether the command is the one of that name in the command table.
 [[nodiscard]] bool isCommand(const CheckedCommand& command, std::string_view name);
 
-/// Whether everything behind the command word is a text to be shown.
+/// Whether the command is not one of secapp, so that it is sent to the target.
+[[nodiscard]] bool isForTarget(const CheckedCommand& command);
+
+/// Whether the arguments of the command are a text to be shown.
 [[nodiscard]] bool showsText(const CheckedCommand& command);
 
 } // namespace secapp

@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view operators = "+-*/";
 
 std::optional<std::uint64_t> evaluate(std::string_view expression, std::optional<FlashList>& memories) {
-    // Nothing is asked of a target, because the memories are given.
+    // Sends nothing to a target, because the memories are given.
     HandlerData unusedRecord;
     std::uint64_t value = 0;
     if (evaluateExpression(unusedRecord, memories, expression, value))
@@ -50,7 +50,7 @@ void checkNumber(Inspection& inspection, std::string_view number) {
     std::uint32_t value = 0;
     if (decode(number, value))
         return;
-    // With base 0, strtoll chooses the base as secapp does.
+    // With base 0, strtoll chooses the same base.
     const std::string text(number);
     const long long whole = std::strtoll(text.c_str(), nullptr, 0);
     if (whole < 0 || whole > UINT32_MAX)
@@ -63,6 +63,9 @@ void checkNumber(Inspection& inspection, std::string_view number) {
 }
 
 void checkExpression(Inspection& inspection, std::string_view expression) {
+    // Every name has a value here, so that nothing else can fail.
+    if (!comparableValue(expression))
+        addError(inspection, quoted(expression) + " divides by zero");
     while (const std::optional<std::string_view> atom = nextPiece(expression, operators)) {
         std::uint32_t value = 0;
         const bool isNumber = !decode(*atom, value);

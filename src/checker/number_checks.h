@@ -6,22 +6,22 @@
 
 namespace secapp {
 
-/// Reports a number that has more than 32 bits or is octal.
+/// Reports a number of more than 32 bits and an octal one.
 void checkNumber(Inspection& inspection, std::string_view number);
 
-/// Checks the numbers of an expression for a flash command, in which all other words are names of memories.
+/// Checks the numbers of an expression in a flash command, where every other word is the name of a memory.
 void checkExpression(Inspection& inspection, std::string_view expression);
 
-/// Checks a word for the target, which is an expression only when it has a value.
+/// Checks a word for the target if it is an expression without names.
 void checkTargetWord(Inspection& inspection, std::string_view word);
 
-/// An address that no memory can have.
+/// As `checkExpression`; also reports an address that no memory can have.
 void checkAddress(Inspection& inspection, std::string_view address);
 
-/// The value of an expression without names; none for another one.
+/// The value of an expression without names; empty for others.
 [[nodiscard]] std::optional<std::uint64_t> numericValue(std::string_view expression);
 
-/// A value by which expressions can be compared, also when they name memories; none when it has no value.
+/// A value for comparisons: each name has an arbitrary one. Empty if the expression divides by zero.
 [[nodiscard]] std::optional<std::uint64_t> comparableValue(std::string_view expression);
 
 } // namespace secapp

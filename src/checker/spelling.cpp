@@ -10,7 +10,7 @@
 namespace secapp {
 namespace {
 
-/// The commands of the companion firmware that the tool does not take for itself.
+/// The commands of the companion firmware that are not commands of secapp.
 constexpr std::string_view targetCommands[] = {"batchmode", "bootBank",     "databurst",     "dataPacket",
                                                "dataSet",   "DebugOptions", "eraseFlash",    "help",
                                                "readWord",  "helpadvanced", "otp_ProgUSBID", "programPage",
@@ -23,8 +23,8 @@ std::string lowered(std::string_view word) {
     return lower;
 }
 
-/// How many letters have to be added, left out, replaced or swapped with the next to make one word the other,
-/// without regard to case.
+/// The number of letters to add, leave out, replace or swap with the next one in order to get from one word
+/// to the other, regardless of case.
 std::size_t distance(std::string_view from, std::string_view to) {
     const std::string a = lowered(from);
     const std::string b = lowered(to);
@@ -50,9 +50,13 @@ bool resembles(std::string_view word, std::string_view command, std::size_t limi
 
 } // namespace
 
+bool isTargetCommand(std::string_view word) {
+    return std::find(std::begin(targetCommands), std::end(targetCommands), word) != std::end(targetCommands);
+}
+
 std::optional<std::string_view> similarCommand(std::string_view word) {
     constexpr std::size_t shortName = 5;
-    if (std::find(std::begin(targetCommands), std::end(targetCommands), word) != std::end(targetCommands))
+    if (isTargetCommand(word))
         return std::nullopt;
     for (const HandlerEntry& entry : handlerEntries) {
         if (entry.name == nullptr)
@@ -61,7 +65,7 @@ std::optional<std::string_view> similarCommand(std::string_view word) {
         if (resembles(word, name, name.size() > shortName ? 2 : 1))
             return name;
     }
-    // A target may have commands that differ little from each other.
+    // Commands of the target can differ by few letters.
     for (const std::string_view command : targetCommands)
         if (resembles(word, command, 1))
             return command;

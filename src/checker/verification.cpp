@@ -11,13 +11,13 @@ namespace {
 
 constexpr std::uint64_t toTheEnd = UINT64_MAX;
 
-/// The same text for all ways to write one address.
+/// Equal for all ways to write an address.
 std::string keyOf(std::string_view address) {
     const std::optional<std::uint64_t> value = comparableValue(address);
     return value ? formatText("%" PRIx64, *value) : std::string(address);
 }
 
-/// The same text for all ways to name one file, or to write values that fill memory alike.
+/// Equal for all names of a file, and for all values and widths that fill memory alike.
 std::string dataKey(Inspection& inspection, const CheckedCommand& command,
                     const ProgramArguments& arguments) {
     if (arguments.isFile)
@@ -40,8 +40,7 @@ std::uint64_t sizeOf(const ProgramArguments& arguments) {
     return length ? static_cast<std::uint32_t>(*length) : toTheEnd;
 }
 
-/// Reports a verify that fails because of the check word: only one of both commands calculates it, and the
-/// file has another one.
+/// Reports a verify that fails because only one of both commands calculates the check word.
 void compareChecksums(Inspection& inspection, const ImageFile& image, const ProgramArguments& verified,
                       const ProgrammedData& programmed) {
     const bool isCalculated = equalsIgnoringCase(verified.checksumOption, "+c");
@@ -52,7 +51,7 @@ void compareChecksums(Inspection& inspection, const ImageFile& image, const Prog
                              (isCalculated ? "without" : "with") + " '+c'");
 }
 
-/// Whether nothing of the programmed data is left to verify.
+/// Whether all programmed bytes are verified.
 bool verify(Inspection& inspection, const CheckedCommand& command, const ProgramArguments& verified,
             ProgrammedData& programmed) {
     if (verified.isFile)

@@ -4,10 +4,10 @@
 
 namespace secapp {
 
-/// Records what "program" programs, and removes what "verify" verifies.
+/// Records data that "program" programs, and removes data that "verify" verifies.
 void trackVerification(Inspection& inspection, const CheckedCommand& command);
 
-/// Reports what no "verify" follows, at the end of the script.
+/// At the end of the script, reports data without a later "verify".
 void reportUnverified(Inspection& inspection);
 
 } // namespace secapp
