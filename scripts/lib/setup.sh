@@ -23,9 +23,12 @@ readonly -A emulators=([i386]=qemu-i386 [armhf]=qemu-arm [arm64]=qemu-aarch64)
 readonly package_needs=("${build_needs[@]}" /usr/share/build-essential:build-essential dh:debhelper
     dpkg-buildpackage:dpkg-dev lintian:lintian)
 # shellcheck disable=SC2034
-readonly check_needs=(clang++-14:clang-14 /usr/lib/llvm-14/include/c++:libc++-14-dev
-    /usr/lib/llvm-14/lib/libc++abi.so:libc++abi-14-dev clang-format-14:clang-format-14 clang-tidy-14:clang-tidy-14
-    run-clang-tidy-14:clang-tidy-14 cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc)
+readonly clang_needs=(clang++-14:clang-14 /usr/lib/llvm-14/include/c++:libc++-14-dev
+    /usr/lib/llvm-14/lib/libc++abi.so:libc++abi-14-dev /usr/src/googletest:googletest)
+# shellcheck disable=SC2034
+readonly check_needs=("${clang_needs[@]}" clang-format-14:clang-format-14 clang-tidy-14:clang-tidy-14
+    run-clang-tidy-14:clang-tidy-14 cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc
+    pyflakes3:pyflakes3 mypy:mypy)
 
 # Most tests wait longer than they work.
 # shellcheck disable=SC2034
