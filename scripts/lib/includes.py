@@ -16,7 +16,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 LAYERS = {
     "src": [["support"], ["link"], ["transfer"], ["commands"], ["frontend"], ["checker"],
             ["programs"]],
-    "sim": [["text", "file", "descriptor"], ["flash"], ["firmware"], ["faults"], ["port"], ["program"]],
+    "sim": [["text", "file", "descriptor"], ["flash"], ["firmware"], ["faults"], ["port"],
+            ["program"]],
 }
 
 
