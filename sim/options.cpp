@@ -114,6 +114,11 @@ std::vector<option> longOptions() {
     return rows;
 }
 
+/// Whether `word` is the option "--name", not shortened, perhaps with "=" and its argument.
+bool isWholeName(Text word, Text name) {
+    return word.substr(0, 2) == "--" && word.substr(2, word.find('=') - 2) == name;
+}
+
 ErrorText chooseRegions(const Options& options, std::vector<RegionSpec>& regions) {
     if (options.noFlash && !regions.empty())
         return "--no-flash and --region exclude each other";
@@ -138,8 +143,10 @@ ErrorText readOptions(int argc, char** argv, Options& options) {
         const int result = getopt_long(argc, argv, "+:", rows.data(), &row);
         if (result == -1)
             break;
-        if (result != 0) {
-            const std::string shown = printable(given < argc ? argv[given] : "", 64);
+        const Text word = given < argc ? argv[given] : "";
+        const bool whole = result == 0 && isWholeName(word, optionRows[static_cast<std::size_t>(row)].name);
+        if (!whole) {
+            const std::string shown = printable(word, 64);
             return formatText(result == ':' ? "option '%s' needs an argument" : "bad option '%s'",
                               shown.c_str());
         }
@@ -150,6 +157,8 @@ ErrorText readOptions(int argc, char** argv, Options& options) {
     options.service.command.assign(argv + optind, argv + argc);
     if (ErrorText error = chooseRegions(options, options.service.firmware.regions))
         return error;
+    if (options.service.firmware.nullMemory && !options.service.firmware.folder.empty())
+        return "--memory and --null-memory exclude each other";
     for (const Fault& fault : options.service.faults)
         if (ErrorText error = checkFault(fault, options.service.firmware))
             return error;

@@ -3,25 +3,41 @@
 
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr int usageStatus = 2;
 
+/// Makes the three standard streams exist, so that no file opened later is taken for one of them.
+void openStandardStreams() {
+    int number = 0;
+    while (number >= 0 && number <= STDERR_FILENO)
+        number = open("/dev/null", O_RDWR);
+    if (number > STDERR_FILENO)
+        close(number);
+}
+
+int show(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    if (std::fflush(stdout) == 0)
+        return 0;
+    std::perror("vqxsim: standard output");
+    return 1;
+}
+
 int run(int argc, char** argv) {
+    openStandardStreams();
     vqxsim::Options options;
     if (const auto error = vqxsim::readOptions(argc, argv, options)) {
         std::fprintf(stderr, "vqxsim: %s\nTry 'vqxsim --help'.\n", error->c_str());
         return usageStatus;
     }
-    if (options.action == vqxsim::Action::showHelp) {
-        std::fputs(vqxsim::helpText().c_str(), stdout);
-        return 0;
-    }
-    if (options.action == vqxsim::Action::showVersion) {
-        std::puts("vqxsim " SECAPP_VERSION " (Build " SECAPP_BUILD_NUMBER ")");
-        return 0;
-    }
+    if (options.action == vqxsim::Action::showHelp)
+        return show(vqxsim::helpText());
+    if (options.action == vqxsim::Action::showVersion)
+        return show("vqxsim " SECAPP_VERSION " (Build " SECAPP_BUILD_NUMBER ")\n");
     int status = 0;
     if (const auto error = vqxsim::serve(options.service, status)) {
         std::fprintf(stderr, "vqxsim: %s\n", error->c_str());

@@ -39,7 +39,12 @@ TEST_F(SimRun, DoesWhatTheOptionsSay) {
         {"--fault error,at=3,count=2", "version; version", 255, "Injected error"},
         {"--region A,size=1K,page=256,blank=0", "blankCheck A; readWord A", 0, "0x00000000"},
         {"--fault drop,chance=0.0001 --seed 5", "version", 0, "'drop,chance=0.0001' never struck"},
-        {"--log /dev/full", "queryPart", 0, "vqxsim: log: No space left on device"},
+        {"--log /dev/full", "queryPart", 1, "vqxsim: log: No space left on device"},
+        {"--region F,size=64K,buffer=512", "programPage F 2", 255,
+         "0x400 bytes exceed the buffer of 0x200 bytes"},
+        {"--region F,size=64K,buffer=512", "verifyPage F 2", 255,
+         "0x400 bytes exceed the buffer of 0x200 bytes"},
+        {"--region F,size=64K,buffer=512", "program image F; verify image F; print fits", 0, "fits"},
         {"--memory new/folder", "setBoot 1; queryID", 0, "Boot bank = 1"},
         {"--memory new/folder", "queryID", 0, "Boot bank = 1"},
     };
@@ -67,7 +72,7 @@ TEST_F(SimRun, RefusesWhatItCannotDo) {
         {"--log ''", 2, "option --log: the path is empty"},
         {"--log none/log", 2, "none/log: No such file"},
         {"--memory image/x", 2, "image/x: Not a directory"},
-        {"--link image", 2, "image: exists and is no symbolic link"},
+        {"--link image", 2, "image: exists and is no link of a simulator"},
         {"--link", 2, "option '--link' needs an argument"},
         {"--fault", 2, "Try 'vqxsim --help'."},
         {"-- ./image", 126, "./image: Permission denied"},
@@ -122,6 +127,59 @@ TEST_F(SimRun, TakesTheMemoriesOfABoard) {
         EXPECT_EQ(r.status, 2);
     }
     EXPECT_TRUE(holds(talk("--like /dev/zero", "print").err, "has more than 1048576 bytes"));
+}
+
+TEST_F(SimRun, LeavesAloneWhatIsNotItsOwn) {
+    const std::string inBackground = " >path & until [ -s path ]; do sleep 0.01; done; ";
+    const std::string killed = "kill -9 $!; wait $! 2>/dev/null; ";
+    const struct {
+        std::string script;
+        std::string out; ///< of both outputs, with N for a process
+    } cases[] = {
+        {"vqxsim --memory m --region F,size=1K --fault drop <&- >&- 2>&- & "
+         "until [ -s m/F.bin ]; do sleep 0.01; done; kill $!; wait $!; cat m/* | tr -d '\\377'",
+         ""},
+        {"env --ignore-signal=CHLD vqxsim -- sh -c 'exit 4'; echo $?", "4\n"},
+        {"vqxsim --memory m" + inBackground + "vqxsim --memory m -- true; " + killed +
+             "vqxsim --memory m -- echo free",
+         "vqxsim: m: is in use by process N\nfree\n"},
+        {"vqxsim --link l" + inBackground + "vqxsim --link l -- true; readlink l | cmp path -; " + killed +
+             "vqxsim -- vqxsim --link l -- secapp -d ./l print taken; ls l",
+         "vqxsim: l: is the link of process N\ntaken\nls: cannot access 'l': No such file or directory\n"},
+        {"ln -s /dev/ttyUSB7 port; vqxsim --link port -- true; readlink port",
+         "vqxsim: port: exists and is no link of a simulator\n/dev/ttyUSB7\n"},
+        {"vqxsim --link own -- sh -c 'rm own; ln -s {} own; readlink own >path'; readlink own | cmp path",
+         ""},
+        {"vqxsim --link cut --memory c --region F,size=64K -- sh -c ': >c/F.bin; secapp -d {} \"erase F\" 2>&1 | grep ^Error; "
+         "secapp -d {} print on'; ls cut",
+         "Error: <Command line>:1: Memory F cannot be used: its file was cut\non\n"
+         "ls: cannot access 'cut': No such file or directory\n"},
+        {"mkdir d; vqxsim --link d/l --fault unplug,at=3,replug=0 2>err -- sh -c 'rm -r d; secapp -d {} version 2>&1 | grep -o gone; "
+         "until grep -q No err; do sleep 0.01; done; mkdir d; until secapp -d d/l print back 2>/dev/null; do sleep 0.01; done'; cat err",
+         "gone\nback\nvqxsim: cannot plug in again yet: d/l: No such file or directory\n"},
+        {"vqxsim >/dev/full; echo $?; vqxsim --help >/dev/full; echo $?",
+         "vqxsim: standard output: No space left on device\n2\n"
+         "vqxsim: standard output: No space left on device\n1\n"},
+    };
+    for (const auto& c : cases) {
+        const Result r =
+            run("rm -f path; { " + c.script + "; } 2>&1 | sed -u \"s/process [0-9]*/process N/\"", "", 20);
+        EXPECT_EQ(r.out, c.out) << c.script;
+    }
+}
+
+TEST_F(SimRun, KeepsAHostWaitingWithLinesThatItIgnores) {
+    const Result r =
+        run("for line in empty repeat zero; do "
+            "vqxsim --fault ignored,line=$line,ms=200,at=3 -- secapp -g 1 -d {} version 2>&1 & done; "
+            "vqxsim --fault ignored,ms=200,at=3,times=20 -- secapp -g 1 -d {} print late; wait");
+    EXPECT_TRUE(holds(r.out, "late\n")) << r.out;
+    const std::string error = "<Command line>:1: Resource temporarily unavailable";
+    std::size_t errors = 0;
+    for (std::size_t at = 0; (at = r.out.find(error, at)) != std::string::npos; ++at)
+        ++errors;
+    EXPECT_EQ(errors, 3U) << r.out;
+    EXPECT_GE(r.seconds, 10);
 }
 
 TEST_F(SimRun, TellsItsVersion) {

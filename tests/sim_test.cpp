@@ -1,9 +1,11 @@
 // The simulated target as bytes in and bytes out, without a terminal.
 
+#include "harness.h"
+#include "port/child.h"
 #include "sim_talk.h"
 
-#include <filesystem>
 #include <fstream>
+#include <sys/wait.h>
 
 namespace {
 
@@ -198,46 +200,59 @@ TEST(SimFlash, ClaimsOfGigabytesCostNothing) {
     EXPECT_EQ(talk.lines({"eraseFlash 40000000", "blankCheck 40000000"}), ok + ok);
 }
 
-TEST(SimFlash, KeepsRegionsInFiles) {
-    const std::string folder = testing::TempDir() + "sim_test/memory";
-    std::filesystem::remove_all(folder);
+class SimFiles : public Secapp {};
+
+TEST_F(SimFiles, KeepRegions) {
+    const std::string memory = folder / "memory";
     const auto content = [&] {
-        std::ifstream file(folder + "/FLASH.bin", std::ios::binary);
+        std::ifstream file(memory + "/FLASH.bin", std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(file), {});
     };
     const std::string image = "image" + std::string(507, '\xFF');
-    Talk talk({flashRegion}, folder);
+    Talk talk({flashRegion}, memory);
     ASSERT_EQ(talk.error, std::nullopt);
     EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
     EXPECT_EQ(talk.program(image, "10000000 1"), ok + ok + ok);
     EXPECT_EQ(content().substr(0, 512), image) << "visible while the target runs";
     {
-        Talk eraser({flashRegion}, folder);
+        Talk eraser({flashRegion}, memory);
         EXPECT_EQ(eraser.line("eraseFlash 10000000"), ok);
         EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
         EXPECT_EQ(eraser.program(image, "10000000 1"), ok + ok + ok);
     }
-    EXPECT_EQ(Talk({flashRegion}, folder).line("dump 10000000 5"), "10000000: 69 6d 61 67 65\r\n" + ok);
-    EXPECT_EQ(Talk({flashRegion}, folder).lines({"otp_ProgUSBID 66 77", "bootBank 1"}), ok + ok);
-    EXPECT_EQ(Talk({flashRegion}, folder).line("queryID").substr(46),
+    EXPECT_EQ(Talk({flashRegion}, memory).line("dump 10000000 5"), "10000000: 69 6d 61 67 65\r\n" + ok);
+    EXPECT_EQ(Talk({flashRegion}, memory).lines({"otp_ProgUSBID 66 77", "bootBank 1"}), ok + ok);
+    EXPECT_EQ(Talk({flashRegion}, memory).line("queryID").substr(46),
               "USB vendor = 0x0077\r\nUSB product = 0x0066\r\nBoot bank = 1\r\n" + ok);
-    EXPECT_NE(Talk({flashRegion}, folder).line("otp_ProgUSBID 66 78"), ok);
-    std::filesystem::create_symlink("/dev/full", folder + "/board.txt.new");
-    EXPECT_EQ(Talk({flashRegion}, folder).line("bootBank 0"),
-              "VQX_ERROR " + folder + "/board.txt: No space left on device\r\n");
-    EXPECT_EQ(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, folder).error,
-              folder + "/FLASH.bin: holds 4096 bytes, the region 8192");
+    EXPECT_NE(Talk({flashRegion}, memory).line("otp_ProgUSBID 66 78"), ok);
+    std::filesystem::create_symlink("/dev/full", memory + "/board.txt.new");
+    EXPECT_EQ(Talk({flashRegion}, memory).line("bootBank 0"),
+              "VQX_ERROR " + memory + "/board.txt: No space left on device\r\n");
+    EXPECT_EQ(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, memory).error,
+              memory + "/FLASH.bin: holds 4096 bytes, the region 8192");
     for (const std::string& name : {std::string("../FLASH"), std::string(), std::string(251, 'n')}) {
         const std::string shown = name.size() > 64 ? name.substr(0, 64) + "..." : name;
-        EXPECT_EQ(Talk({{name}}, folder).error, "Region name '" + shown + "' does not serve as a file name");
+        EXPECT_EQ(Talk({{name}}, memory).error, "Region name '" + shown + "' does not serve as a file name");
     }
-    EXPECT_EQ(Talk({flashRegion, flashRegion}, folder).error, "Two regions are named 'FLASH'");
-    std::ofstream(folder + "/board.txt") << "bootBank 2\n";
-    EXPECT_EQ(Talk({flashRegion}, folder).error, folder + "/board.txt: bootBank 2: Boot bank is 0 or 1");
-    std::ofstream(folder + "/board.txt") << "print 2\n";
-    EXPECT_EQ(Talk({flashRegion}, folder).error,
-              folder + "/board.txt: print 2: neither bootBank nor otp_ProgUSBID");
-    std::filesystem::remove_all(folder);
+    std::ofstream(memory + "/board.txt") << "bootBank 2\n";
+    EXPECT_EQ(Talk({flashRegion}, memory).error, memory + "/board.txt: bootBank 2: Boot bank is 0 or 1");
+    std::ofstream(memory + "/board.txt") << "print 2\n";
+    EXPECT_EQ(Talk({flashRegion}, memory).error,
+              memory + "/board.txt: print 2: neither bootBank nor otp_ProgUSBID");
+    std::filesystem::remove(memory + "/board.txt");
+    std::filesystem::create_symlink("/dev/zero", memory + "/board.txt");
+    EXPECT_EQ(Talk({flashRegion}, memory).error, memory + "/board.txt: has more than 4096 bytes");
+}
+
+TEST(SimChild, GetsNoSignalAfterItsEnd) {
+    Child child;
+    ASSERT_EQ(startChild(child, {"sh", "-c", "exit 3"}, "", {}), std::nullopt);
+    const pid_t id = child.id;
+    siginfo_t info{};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(id), &info, WEXITED | WNOWAIT), 0);
+    EXPECT_TRUE(hasEnded(child));
+    EXPECT_EQ(child.exitStatus, 3);
+    EXPECT_FALSE(passOn(child, SIGTERM));
 }
 
 TEST(SimText, FoldsTheRowsOfItsHelp) {

@@ -42,7 +42,7 @@ def in_time(detail, exchange, limit):
 # The kinds of faults: the settings to choose from, and what may have become of an answer that one has struck.
 KINDS = {
     "error": (["text=made up", "text=not VQX_OK", "status=VQX_FATAL", "status=vqx_error"], answered),
-    "hang": (["s=0", "s=0.1", "s={late}.5"], in_time),
+    "hang": (["s=0.1", "s={late}.5"], in_time),
     "unplug": ([""], lambda *_: {"gone"}),
     "stuckprogram": (["bit={bit},silent={silent}"], answered),
     "stuckerase": (["bit={bit},silent={silent}"], answered),
@@ -55,7 +55,7 @@ KINDS = {
     "split": (["us=50", "us=900", "us=3000", "us=12000"], in_time),
     "noise": (["bytes={small}", "bytes=20,lines=0"], kept_status),
     "noend": ([""], lost),
-    "ends": (["with=CR", "with=LF", "with=CRLF", "with=NUL", "with=NUL"], answered),
+    "ends": (["with=CR", "with=LF", "with=NUL", "with=NUL"], answered),
     "flood": (["bytes={flood},lines={lines}"], answered),
 }
 LOSING = ("drop", "cut", "noend", "noise")

@@ -168,6 +168,27 @@ std::string strikeEnds(Fault& fault, Exchange& exchange, Random&) {
     return replaceLineEnds(exchange.answerAfterFlood, ends) || changed ? "ends: " + fault.with : "";
 }
 
+/// Puts the flood, whose text and length the caller sets, before the status.
+void makeRoomForFlood(Exchange& exchange) {
+    const std::size_t status = statusStart(exchange.answer);
+    exchange.answerAfterFlood = "\r\n" + exchange.answer.substr(status); // the flood may end within a line
+    exchange.answer.resize(status);
+}
+
+std::string strikeIgnored(Fault& fault, Exchange& exchange, Random&) {
+    if (exchange.floodBytes > 0)
+        return {};
+    exchange.floodText = fault.line == "repeat" ? "=" + exchange.word + "\r\n"
+                         : fault.line == "zero" ? std::string(1, '\0')
+                                                : "\r\n";
+    exchange.floodBytes = fault.times ? *fault.times * exchange.floodText.size() : endless;
+    exchange.floodPause = fault.time.value_or(milliseconds(500));
+    makeRoomForFlood(exchange);
+    return formatText("ignored: %s lines %.3f s apart, ", fault.line.c_str(),
+                      inSeconds(exchange.floodPause)) +
+           (fault.times ? formatText("%llu of them", shown(*fault.times)) : "endless");
+}
+
 std::string strikeFlood(Fault& fault, Exchange& exchange, Random&) {
     const std::uint64_t bytes = fault.bytes.value_or(defaultFloodBytes);
     if (bytes == 0 || exchange.floodBytes > 0)
@@ -176,9 +197,7 @@ std::string strikeFlood(Fault& fault, Exchange& exchange, Random&) {
     exchange.floodText.clear();
     while (exchange.floodText.size() < 0x1000)
         exchange.floodText.append(floodLineLength, 'f').append(fault.lines ? "\r\n" : "ff");
-    const std::size_t status = statusStart(exchange.answer);
-    exchange.answerAfterFlood = "\r\n" + exchange.answer.substr(status); // the flood may end within a line
-    exchange.answer.resize(status);
+    makeRoomForFlood(exchange);
     return exchange.floodBytes == endless ? "flood: endless"
                                           : formatText("flood: %llu bytes", shown(exchange.floodBytes));
 }
@@ -212,6 +231,9 @@ constexpr auto kinds = std::to_array<FaultKind>({
     {"flood", "bytes lines",
      "so many bytes of lines come before the status; bytes=endless: until the host goes; lines=0: no line ends",
      FaultPhase::answer, "", strikeFlood},
+    {"ignored", "line times ms us",
+     "lines that a host ignores come before the status, times=N of them or until the host goes; line=empty, repeat (of the command) or zero (bytes)",
+     FaultPhase::answer, "", strikeIgnored},
 });
 
 bool isDue(const Fault& fault, const Exchange& exchange, Random& random) {

@@ -23,7 +23,9 @@ struct Fault {
     std::string text = "Injected error";  ///< of an error status
     std::string status = "VQX_ERROR";     ///< first word of an error status
     std::string with = "LF";              ///< line end: CR, LF, CRLF or NUL
-    std::optional<Duration> time;         ///< delay, hang, pause between bytes
+    std::string line = "empty";           ///< an ignored line: empty, repeat or zero
+    std::optional<std::uint64_t> times;   ///< how many ignored lines; none: until the host goes
+    std::optional<Duration> time;         ///< delay, hang, pause between bytes or lines
     std::optional<Duration> replug;       ///< comes back after this time
     std::optional<std::uint64_t> bytes;   ///< of noise, flood or a cut answer; UINT64_MAX: endless
     std::optional<std::uint64_t> offset;  ///< in the burst
@@ -64,6 +66,7 @@ struct Exchange {
     std::optional<Duration> bytePause; ///< the answer comes in single bytes
     std::string floodText;             ///< repeated
     std::uint64_t floodBytes = 0;      ///< UINT64_MAX: endless
+    Duration floodPause{0};            ///< before each repetition of the text
     std::string answerAfterFlood;
 
     std::vector<std::string> notes; ///< what the faults did, for the log

@@ -52,9 +52,14 @@ bool readEnd(std::string_view value, std::string& with) {
     return value == "CR" || value == "LF" || value == "CRLF" || value == "NUL";
 }
 
+bool readLine(std::string_view value, std::string& line) {
+    line = value;
+    return value == "empty" || value == "repeat" || value == "zero";
+}
+
 bool readCommand(std::string_view value, Fault& fault) {
     fault.command = value;
-    return (value == "burst" || isCommand(value)) && (fault.kind->only.empty() || fault.kind->only == value);
+    return fault.kind->only.empty() || fault.kind->only == value;
 }
 
 struct Setting {
@@ -72,11 +77,13 @@ constexpr auto settings = std::to_array<Setting>({
      [](std::string_view v, Fault& f) { return readNumberInto(v, 1, any, f.count); }},
     {"chance", "a percentage from 0.0001 to 100",
      [](std::string_view v, Fault& f) { return readChance(v, f.chance); }},
-    {"command", "a command of the firmware, as it spells it, or burst, at which the fault can strike",
-     readCommand},
+    {"command", "the command at which the fault can strike", readCommand},
     {"text", "a text", [](std::string_view v, Fault& f) { return f.text = v, true; }},
     {"status", "a word", [](std::string_view v, Fault& f) { return !(f.status = v).empty(); }},
     {"with", "CR, LF, CRLF or NUL", [](std::string_view v, Fault& f) { return readEnd(v, f.with); }},
+    {"line", "empty, repeat or zero", [](std::string_view v, Fault& f) { return readLine(v, f.line); }},
+    {"times", "a number from 1 to 1000000",
+     [](std::string_view v, Fault& f) { return readNumberInto(v, 1, 1000000, f.times); }},
     {"s", aTime, [](std::string_view v, Fault& f) { return readTime(v, 0, f.time); }},
     {"ms", aTime, [](std::string_view v, Fault& f) { return readTime(v, 3, f.time); }},
     {"us", aTime, [](std::string_view v, Fault& f) { return readTime(v, 6, f.time); }},
@@ -131,7 +138,7 @@ std::size_t settingEnd(std::string_view text) {
     return std::min(end, text.size());
 }
 
-ErrorText never(const Fault& fault, std::string_view why) {
+ErrorText impossibleFault(const Fault& fault, std::string_view why) {
     return "fault '" + printable(fault.given, 200) + "' can never strike: " + std::string(why);
 }
 
@@ -159,17 +166,28 @@ ErrorText readFault(std::string_view text, Fault& fault) {
 }
 
 ErrorText checkFault(const Fault& fault, const FirmwareConfig& firmware) {
+    const std::string_view kind = fault.kind->name;
+    const auto& accepted = firmware.accepted;
+    if (!fault.command.empty() && fault.command != "burst" && !isCommand(fault.command) &&
+        std::find(accepted.begin(), accepted.end(), fault.command) == accepted.end())
+        return impossibleFault(fault, "the firmware has no such command");
+    if ((kind == "hang" || kind == "delay") && fault.time == Duration::zero())
+        return impossibleFault(fault, "its time is 0");
+    if ((kind == "flood" && fault.bytes == 0) || (kind == "noise" && fault.bytes == 0 && !fault.lines))
+        return impossibleFault(fault, "it has no bytes");
+    if (kind == "ends" && fault.with == "CRLF")
+        return impossibleFault(fault, "lines end with CRLF already");
+    if (!holdsWord(fault.kind->settings, "addr"))
+        return std::nullopt;
+    if (firmware.nullMemory)
+        return impossibleFault(fault, "there is no memory");
     const auto holds = [&](const RegionSpec& region) {
         return !fault.address ||
                (*fault.address >= region.base && *fault.address - region.base < region.size);
     };
-    if (!holdsWord(fault.kind->settings, "addr"))
-        return std::nullopt;
-    if (firmware.nullMemory)
-        return never(fault, "there is no memory");
     return std::any_of(firmware.regions.begin(), firmware.regions.end(), holds)
                ? std::nullopt
-               : never(fault, "no flash region has such a cell");
+               : impossibleFault(fault, "no flash region has such a cell");
 }
 
 std::string faultHelp() {

@@ -175,6 +175,10 @@ ErrorText stagedPages(Firmware& firmware, const Arguments& arguments, std::span<
     ErrorText error = checkPages(firmware.flash, arguments.numbers[0], arguments.numbers[1], length);
     if (!error)
         error = checkBuffer(firmware, 0, length);
+    const Region* const region = findRegion(firmware.flash, arguments.numbers[0]);
+    if (!error && region->spec.buffer != 0 && length > region->spec.buffer)
+        error = formatText("0x%llx bytes exceed the buffer of 0x%llx bytes of this memory", shown(length),
+                           shown(region->spec.buffer));
     if (!error)
         data = touch(firmware.buffer, 0, length);
     return error;

@@ -1,5 +1,6 @@
 #include "firmware/firmware.h"
 
+#include "file.h"
 #include "firmware/commands.h"
 
 #include <algorithm>
@@ -7,12 +8,16 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
 namespace vqxsim {
 
 namespace {
 
 constexpr std::uint64_t smallestBuffer = 0x8000;
+
+/// Bytes of the file that keeps what lasts besides the flash.
+constexpr std::size_t lastingLimit = 4096;
 
 /// Bytes of a burst for which room is made at once; a longer one grows as it arrives.
 constexpr std::uint64_t burstReserve = 1U << 20;
@@ -92,17 +97,17 @@ std::string lastingPath(const Firmware& firmware) {
 
 ErrorText readLasting(Firmware& firmware) {
     const std::string path = lastingPath(firmware);
-    std::ifstream file(path);
-    if (!file && errno != ENOENT)
-        return systemError(path);
-    for (std::string line; std::getline(file, line);) {
-        const std::string_view word = std::string_view(line).substr(0, line.find(' '));
+    std::string text;
+    if (ErrorText error = readFile(path, lastingLimit, text))
+        return errno == ENOENT ? std::nullopt : error;
+    for (std::istringstream lines(text); std::getline(lines, text);) {
+        const std::string_view word = std::string_view(text).substr(0, text.find(' '));
         Reply reply;
         ErrorText error = "neither bootBank nor otp_ProgUSBID";
         if (word == "bootBank" || word == "otp_ProgUSBID")
-            error = runCommand(firmware, line, reply);
+            error = runCommand(firmware, text, reply);
         if (error)
-            return path + ": " + printable(line, 64) + ": " + *error;
+            return path + ": " + printable(text, 64) + ": " + *error;
     }
     return std::nullopt;
 }

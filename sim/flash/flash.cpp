@@ -1,10 +1,12 @@
 #include "flash/flash.h"
 
+#include "file.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
-#include <set>
 
 namespace vqxsim {
 
@@ -70,7 +72,24 @@ std::optional<std::pair<std::size_t, std::uint8_t>> keptBit(WeakCell* weak, std:
 /// The region that holds the address, with its memory at hand.
 ErrorText useRegion(Flash& flash, std::uint64_t address, Region*& region) {
     region = findRegion(flash, address);
-    return region == nullptr ? outside(address) : openRegion(flash, *region);
+    if (region == nullptr)
+        return outside(address);
+    if (ErrorText error = openRegion(flash, *region))
+        return error;
+    // Using what another program has cut off the file would end the process.
+    if (!isWhole(*region->memory))
+        return formatText("Memory %s cannot be used: its file was cut", nameOf(*region).c_str());
+    return std::nullopt;
+}
+
+/// Two simulators on one memory would work on each other's flash.
+ErrorText lockFolder(Flash& flash) {
+    const std::string path = flash.folder + "/lock";
+    flash.lock = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    if (!flash.lock)
+        return systemError(path);
+    const auto holder = lockByte(flash.lock, 0);
+    return holder ? ErrorText(flash.folder + ": is in use by " + *holder) : std::nullopt;
 }
 
 /// The bytes of the flash from the address on, which must lie in one region.
@@ -98,15 +117,14 @@ ErrorText openFolder(Flash& flash) {
     std::filesystem::create_directories(flash.folder, code);
     if (code)
         return flash.folder + ": " + code.message();
-    std::set<std::string_view> names;
+    if (ErrorText error = lockFolder(flash))
+        return error;
     std::uint64_t ready = 0;
     for (Region& region : flash.regions) {
         const std::string& name = region.spec.name;
         if (name.empty() || name.size() > 250 || name.find('/') != std::string::npos ||
             name.find('\0') != std::string::npos)
             return formatText("Region name '%s' does not serve as a file name", printable(name, 64).c_str());
-        if (!names.insert(name).second)
-            return formatText("Two regions are named '%s'", printable(name, 64).c_str());
         ready += region.spec.size;
         if (ready <= readyLimit) {
             if (ErrorText error = openRegion(flash, region))

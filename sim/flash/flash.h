@@ -24,6 +24,7 @@ struct Region {
 struct Flash {
     std::vector<Region> regions;
     std::string folder;      ///< keeps each region in a file NAME.bin; empty: nothing outlives the process
+    Descriptor lock;         ///< of the folder
     bool nullMemory = false; ///< commands succeed without touching memory
 };
 
@@ -37,8 +38,9 @@ struct WeakCell {
     bool struck = false; ///< set when a bit was kept
 };
 
-/// Makes `flash.folder` and opens its files, as far as they are small enough to be held ready. Fails when a
-/// region's name does not serve as a file name, two regions have the same, or a file cannot be used.
+/// Makes and locks `flash.folder` and opens its files, as far as they are small enough to be held ready.
+/// Fails when another process has it locked, a region's name does not serve as a file name, or a file cannot
+/// be used.
 [[nodiscard]] ErrorText openFolder(Flash& flash);
 
 /// The first region that holds the address, none when it lies outside all.

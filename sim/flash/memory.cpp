@@ -104,6 +104,12 @@ ErrorText openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill
     return std::nullopt;
 }
 
+bool isWhole(const SparseMemory& memory) {
+    struct stat status {};
+    return !memory.file || (fstat(memory.file.get(), &status) == 0 &&
+                            static_cast<std::uint64_t>(status.st_size) >= memory.size);
+}
+
 std::span<std::uint8_t> touch(SparseMemory& memory, std::uint64_t offset, std::uint64_t length) {
     if (length == 0)
         return {};

@@ -34,6 +34,10 @@ struct SparseMemory {
 [[nodiscard]] ErrorText openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill,
                                    const std::string& path);
 
+/// Whether the file, if there is one, still has the size of the memory. When it has not, no bytes may be
+/// used.
+[[nodiscard]] bool isWhole(const SparseMemory& memory);
+
 /// Gives the bytes [offset, offset + length), which must lie inside the memory, for reading and writing. An
 /// empty span for a length above 0 means that the file cannot hold them (`errno` tells why).
 [[nodiscard]] std::span<std::uint8_t> touch(SparseMemory& memory, std::uint64_t offset, std::uint64_t length);

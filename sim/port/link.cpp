@@ -12,9 +12,6 @@ using std::chrono::milliseconds;
 constexpr std::size_t portQueue = 4096;
 constexpr Duration readAhead = milliseconds(20);
 
-/// Lateness beyond this is a halt of the whole machine, not to be made up for.
-constexpr Duration longestLateness = milliseconds(50);
-
 constexpr std::size_t fastRead = 0x10000;
 
 /// No time lies beyond it, so that sums never overflow.
@@ -61,12 +58,8 @@ Transmission wholeText(const std::string& text, std::optional<Duration> bytePaus
 
 } // namespace
 
-bool isImitated(const Link& link) {
-    return link.speed.bytesPerSecond > 0 || link.speed.latency > Duration::zero();
-}
-
 TimePoint carryBytes(Link& link, TimePoint now, std::size_t count) {
-    link.free = later(std::max(now - link.wakeUp - link.lateness, link.free), passage(link, count));
+    link.free = later(std::max(now, link.free), passage(link, count));
     return link.free;
 }
 
@@ -94,7 +87,8 @@ void queueAnswer(Link& link, const Outcome& outcome, TimePoint arrived) {
         flood.bytes = exchange.floodText;
         flood.total = exchange.floodBytes;
         flood.step = flood.bytes.size();
-        queueBytes(link, std::move(flood), answered);
+        flood.pause = exchange.floodPause;
+        queueBytes(link, std::move(flood), later(answered, exchange.floodPause));
         queueBytes(link, wholeText(exchange.answerAfterFlood, exchange.bytePause), answered);
     }
 }
@@ -114,13 +108,11 @@ std::string_view dueBytes(const Link& link, TimePoint now) {
         .substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
 }
 
-std::optional<Transmission> noteSent(Link& link, std::size_t count, TimePoint now) {
+std::optional<Transmission> noteSent(Link& link, std::size_t count) {
     Transmission& first = link.queue.front();
     first.sent += count;
-    if (first.sent % first.step == 0 || first.sent == first.total) {
-        link.lateness = isImitated(link) ? std::min(now - first.due, longestLateness) : Duration::zero();
+    if (first.sent % first.step == 0)
         first.due = later(first.due, first.pause);
-    }
     if (first.sent < first.total)
         return std::nullopt;
     std::optional<Transmission> complete = std::move(first);

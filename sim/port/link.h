@@ -25,20 +25,14 @@ struct Transmission {
 };
 
 /// The way between host and firmware: when bytes arrive, when the firmware is ready and when answers come
-/// out. All times are absolute and follow from each other, so that delays of the simulator itself do not add
-/// up: `lateness` is taken off again.
+/// out. All times are absolute and follow from each other.
 struct Link {
     LinkSpeed speed;
-    TimePoint free;       ///< when the bytes so far have passed
-    TimePoint ready;      ///< when the firmware has finished what it was given
-    TimePoint frozen;     ///< the firmware takes no bytes until then
-    Duration wakeUp{0};   ///< from a host's write until the simulator runs
-    Duration lateness{0}; ///< by which the last answer came out too late
+    TimePoint free;   ///< when the bytes so far have passed
+    TimePoint ready;  ///< when the firmware has finished what it was given
+    TimePoint frozen; ///< the firmware takes no bytes until then
     std::deque<Transmission> queue;
 };
-
-/// Whether a speed is to be imitated at all.
-[[nodiscard]] bool isImitated(const Link& link);
 
 /// When `count` bytes that were read at `now` have passed the link.
 [[nodiscard]] TimePoint carryBytes(Link& link, TimePoint now, std::size_t count);
@@ -59,8 +53,8 @@ void queueAnswer(Link& link, const Outcome& outcome, TimePoint arrived);
 /// The bytes to send now; empty when none are due.
 [[nodiscard]] std::string_view dueBytes(const Link& link, TimePoint now);
 
-/// Notes that `count` of the due bytes went out at `now`; returns the transmission when it is complete.
-[[nodiscard]] std::optional<Transmission> noteSent(Link& link, std::size_t count, TimePoint now);
+/// Notes that `count` of the due bytes went out; returns the transmission when it is complete.
+[[nodiscard]] std::optional<Transmission> noteSent(Link& link, std::size_t count);
 
 /// Ends what would be sent for ever.
 void endEndless(Link& link);

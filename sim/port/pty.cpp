@@ -1,19 +1,44 @@
 #include "port/pty.h"
 
-#include <algorithm>
+#include "file.h"
+
 #include <array>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <termios.h>
-#include <thread>
 #include <unistd.h>
 
 namespace vqxsim {
+
+namespace {
+
+Descriptor openLink(const std::string& link) {
+    return Descriptor(open(link.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+}
+
+/// The byte of the device that a simulator locks as long as the link leads to it. It depends on the link,
+/// because the path of a device that is gone is soon that of another.
+off_t linkByte(const Descriptor& link) {
+    struct stat status {};
+    return fstat(link.get(), &status) == 0 ? static_cast<off_t>(status.st_ino & INT64_MAX) : 0;
+}
+
+/// Fails unless `link` is the link of a simulator that has ended.
+ErrorText checkReplaceable(const std::string& link) {
+    std::array<char, PATH_MAX> found{};
+    const ssize_t length = readlink(link.c_str(), found.data(), found.size() - 1);
+    if (length < 0 || !std::string_view(found.data()).starts_with("/dev/pts/"))
+        return link + ": exists and is no link of a simulator";
+    const Descriptor device(open(found.data(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    const auto holder = device ? lockHolder(device, linkByte(openLink(link))) : std::nullopt;
+    return holder ? ErrorText(link + ": is the link of " + *holder) : std::nullopt;
+}
+
+} // namespace
 
 ErrorText openPty(Pty& pty) {
     pty.target = Descriptor(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
@@ -35,33 +60,6 @@ ErrorText openPty(Pty& pty) {
     return std::nullopt;
 }
 
-std::chrono::nanoseconds measureWakeUp(const Pty& pty) {
-    using Clock = std::chrono::steady_clock;
-    constexpr int patienceMs = 10000; // a byte given up would come later, as a RETURN that no host sent
-    constexpr auto longest = std::chrono::microseconds(50); // more is a busy machine
-    constexpr auto untilAsleep = std::chrono::microseconds(200);
-    std::array<Clock::time_point, 64> written{};
-    std::array<Clock::duration, 64> times{};
-    for (std::size_t i = 0; i < times.size(); ++i) {
-        std::thread host([&] {
-            std::this_thread::sleep_for(untilAsleep);
-            written[i] = Clock::now();
-            const ssize_t count = write(pty.host.get(), "\r", 1);
-            static_cast<void>(count); // the poll tells whether it worked
-        });
-        pollfd wait{pty.target.get(), POLLIN, 0};
-        char byte = 0;
-        const bool came = poll(&wait, 1, patienceMs) == 1;
-        const auto now = Clock::now();
-        host.join();
-        if (!came || read(pty.target.get(), &byte, 1) != 1)
-            return Clock::duration::zero();
-        times[i] = now - written[i];
-    }
-    std::sort(times.begin(), times.end());
-    return std::min<Clock::duration>(times[times.size() / 2], longest);
-}
-
 std::vector<HostEvent> takeHostEvents(Pty& pty) {
     std::vector<HostEvent> events;
     alignas(inotify_event) std::array<char, 4096> buffer{};
@@ -77,22 +75,25 @@ std::vector<HostEvent> takeHostEvents(Pty& pty) {
     return events;
 }
 
-ErrorText makeLink(const Pty& pty, const std::string& link) {
-    struct stat status {};
-    if (lstat(link.c_str(), &status) == 0) {
-        if (!S_ISLNK(status.st_mode))
-            return link + ": exists and is no symbolic link";
+ErrorText makeLink(Pty& pty, const std::string& link) {
+    if (openLink(link)) {
+        if (ErrorText error = checkReplaceable(link))
+            return error;
         if (unlink(link.c_str()) != 0)
             return systemError(link);
     }
-    return symlink(pty.path.c_str(), link.c_str()) == 0 ? std::nullopt : systemError(link);
+    if (symlink(pty.path.c_str(), link.c_str()) != 0)
+        return systemError(link);
+    pty.link = openLink(link);
+    const auto holder = lockByte(pty.host, linkByte(pty.link));
+    return holder ? ErrorText(pty.path + ": is locked by " + *holder) : std::nullopt;
 }
 
-void removeLink(const Pty& pty, const std::string& link) {
-    std::array<char, PATH_MAX> found{};
-    const ssize_t length = readlink(link.c_str(), found.data(), found.size());
-    if (length > 0 && std::string_view(found.data(), static_cast<std::size_t>(length)) == pty.path)
+void removeLink(Pty& pty, const std::string& link) {
+    // While it is open, its number is not that of another.
+    if (pty.link && linkByte(openLink(link)) == linkByte(pty.link))
         unlink(link.c_str());
+    pty.link = Descriptor();
 }
 
 } // namespace vqxsim

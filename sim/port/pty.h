@@ -3,7 +3,6 @@
 #include "descriptor.h"
 #include "text.h"
 
-#include <chrono>
 #include <vector>
 
 namespace vqxsim {
@@ -15,6 +14,7 @@ struct Pty {
     Descriptor host;   ///< keeps the line up; never read or written
     Descriptor watch;  ///< readable when hosts have opened or closed the device
     std::string path;  ///< the device that a host opens
+    Descriptor link;   ///< the symbolic link that was made to the device
 };
 
 /// What a host did to the device.
@@ -23,17 +23,14 @@ enum class HostEvent { opened, closed };
 /// Opens a new pseudo-terminal.
 [[nodiscard]] ErrorText openPty(Pty& pty);
 
-/// How long bytes written by a host typically take until a sleeping simulator runs; to be asked before a host
-/// is there.
-[[nodiscard]] std::chrono::nanoseconds measureWakeUp(const Pty& pty);
-
 /// What hosts did since the last call, in that order.
 [[nodiscard]] std::vector<HostEvent> takeHostEvents(Pty& pty);
 
-/// Makes `link` a symbolic link to the device; replaces a symbolic link, but nothing else.
-[[nodiscard]] ErrorText makeLink(const Pty& pty, const std::string& link);
+/// Makes `link` a symbolic link to the device. Replaces the link of a simulator that has ended, but nothing
+/// else.
+[[nodiscard]] ErrorText makeLink(Pty& pty, const std::string& link);
 
-/// Removes `link` if it still leads to the device.
-void removeLink(const Pty& pty, const std::string& link);
+/// Removes `link` if it is the one that was made.
+void removeLink(Pty& pty, const std::string& link);
 
 } // namespace vqxsim

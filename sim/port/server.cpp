@@ -1,19 +1,16 @@
 #include "port/server.h"
 
+#include "port/child.h"
 #include "port/log.h"
 #include "port/pty.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace vqxsim {
@@ -32,15 +29,19 @@ struct Server {
     TimePoint lastInput;
     bool outputBlocked = false; ///< the port takes no bytes
     std::optional<TimePoint> replug;
+    std::string replugError; ///< why the device could not be plugged in again
     int hosts = 0;
-    pid_t child = 0; ///< 0: none
-    bool stopping = false;
+    Child child;
     bool ended = false;
     int status = 0;
+    bool incomplete = false; ///< the log could not be written
 };
 
 /// Writes per turn of the loop, so that endless output leaves room for everything else.
 constexpr int writesPerTurn = 64;
+
+/// A device that could not be plugged in again is tried again after this time.
+constexpr Duration replugPause = std::chrono::milliseconds(100);
 
 /// A log is made readable when nothing has happened for this long.
 constexpr Duration logPatience = std::chrono::milliseconds(50);
@@ -56,44 +57,11 @@ sigset_t handledSignals() {
 ErrorText catchSignals(Server& server, sigset_t& before) {
     const sigset_t set = handledSignals();
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL); // a parent may have it ignored, which would hide the end of the command
     if (sigprocmask(SIG_BLOCK, &set, &before) != 0)
         return systemError("signals");
     server.signals = Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
     return server.signals ? std::nullopt : systemError("signals");
-}
-
-ErrorText startCommand(Server& server, std::vector<std::string> command, const sigset_t& mask) {
-    std::vector<char*> words;
-    for (std::string& word : command) {
-        const std::string& path = server.pty.path;
-        for (std::size_t at = 0; (at = word.find("{}", at)) != std::string::npos; at += path.size())
-            word.replace(at, 2, path);
-        words.push_back(word.data());
-    }
-    words.push_back(nullptr);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t defaults;
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    posix_spawnattr_setsigmask(&attributes, &mask);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    const int error = posix_spawnp(&server.child, words[0], nullptr, &attributes, words.data(), environ);
-    posix_spawnattr_destroy(&attributes);
-    if (error != 0) {
-        server.status = error == ENOENT ? 127 : 126;
-        return printable(words[0], 200) + ": " + std::strerror(error);
-    }
-    return std::nullopt;
-}
-
-void childEnded(Server& server) {
-    int status = 0;
-    if (server.child == 0 || waitpid(server.child, &status, WNOHANG) != server.child)
-        return;
-    server.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    server.ended = true;
 }
 
 /// The first signal is passed on to the command, whose end then ends the run; a second one ends it at once.
@@ -101,19 +69,18 @@ void handleSignals(Server& server) {
     signalfd_siginfo info{};
     while (read(server.signals.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
         const int number = static_cast<int>(info.ssi_signo);
-        if (number == SIGCHLD) {
-            childEnded(server);
-        } else if (server.child != 0 && !server.stopping) {
-            server.stopping = true;
-            kill(server.child, number);
-        } else {
+        if (hasEnded(server.child)) {
             server.ended = true;
-            server.status = server.child != 0 ? 128 + number : 0;
+            server.status = server.child.exitStatus;
         }
+        if (number == SIGCHLD || server.ended || passOn(server.child, number))
+            continue;
+        server.ended = true;
+        server.status = server.child.id != 0 ? 128 + number : 0;
     }
 }
 
-void vanish(Server& server, std::optional<Duration> replug) {
+void unplug(Server& server, std::optional<Duration> replug) {
     removeLink(server.pty, server.linkPath);
     server.pty = Pty{};
     server.link.queue.clear();
@@ -127,20 +94,32 @@ void vanish(Server& server, std::optional<Duration> replug) {
 }
 
 ErrorText plugIn(Server& server) {
-    server.replug.reset();
     if (ErrorText error = openPty(server.pty))
         return error;
-    noteLine(server.log, '#', "plugged in as " + server.pty.path);
-    // Writes to the terminal, so before a link leads a host to it.
-    if (isImitated(server.link))
-        server.link.wakeUp = measureWakeUp(server.pty);
-    return server.linkPath.empty() ? std::nullopt : makeLink(server.pty, server.linkPath);
+    ErrorText error = server.linkPath.empty() ? std::nullopt : makeLink(server.pty, server.linkPath);
+    if (error)
+        server.pty = Pty{};
+    else
+        noteLine(server.log, '#', "plugged in as " + server.pty.path);
+    return error;
+}
+
+/// Plugs the device in again; when that fails, now, it is tried again a little later.
+void replug(Server& server, TimePoint now) {
+    server.replug.reset();
+    const ErrorText error = plugIn(server);
+    if (!error)
+        return;
+    server.replug = now + replugPause;
+    if (*error != server.replugError)
+        std::fprintf(stderr, "vqxsim: cannot plug in again yet: %s\n", error->c_str());
+    server.replugError = *error;
 }
 
 void answer(Server& server, const Outcome& outcome, TimePoint arrived) {
     noteOutcome(server.log, outcome);
     if (outcome.exchange.unplug)
-        vanish(server, outcome.exchange.replug);
+        unplug(server, outcome.exchange.replug);
     else
         queueAnswer(server.link, outcome, arrived);
 }
@@ -171,8 +150,7 @@ void sendOutput(Server& server) {
             server.outputBlocked = true;
             return;
         }
-        if (const auto complete =
-                noteSent(server.link, static_cast<std::size_t>(sent), std::chrono::steady_clock::now()))
+        if (const auto complete = noteSent(server.link, static_cast<std::size_t>(sent)))
             noteTransmission(server.log, *complete);
     }
 }
@@ -200,28 +178,41 @@ void handleTimes(Server& server) {
     const auto silence = silenceDeadline(server);
     if (silence && now >= *silence)
         answer(server, takeSilence(server.target), now);
-    if (server.replug && now >= *server.replug) {
-        if (const ErrorText error = plugIn(server))
-            std::fprintf(stderr, "vqxsim: %s\n", error->c_str());
-    }
+    if (server.replug && now >= *server.replug)
+        replug(server, now);
 }
 
-void soonest(std::optional<TimePoint>& wake, std::optional<TimePoint> other) {
+void setEarlier(std::optional<TimePoint>& wake, std::optional<TimePoint> other) {
     if (other && (!wake || *other < *wake))
         wake = other;
 }
 
-/// Waits until something happens or is due, `now` being the time; returns false when it only waited for the
-/// log.
-bool waitForEvents(Server& server, TimePoint now) {
-    const bool mayRead = readableFrom(server.link) <= now;
-    std::optional<TimePoint> wake = server.replug;
-    soonest(wake, silenceDeadline(server));
-    soonest(wake, server.outputBlocked ? std::nullopt : nextDue(server.link));
-    soonest(wake, mayRead ? std::nullopt : std::optional(readableFrom(server.link)));
-    const bool forLog = server.log.unflushed && (!wake || *wake > now + logPatience);
-    soonest(wake, forLog ? std::optional(now + logPatience) : std::nullopt);
+/// What there is to do.
+struct Events {
+    bool signals = false;  ///< arrived
+    bool hosts = false;    ///< opened or closed the device
+    bool writable = false; ///< the port takes bytes again
+    bool readable = false; ///< the port has bytes
+    bool quiet = false;    ///< nothing happened for so long that the log should be made readable
+};
 
+/// When the loop must go on though nothing happens, none when it need not.
+std::optional<TimePoint> nextTime(const Server& server, TimePoint now) {
+    std::optional<TimePoint> wake = server.replug;
+    setEarlier(wake, silenceDeadline(server));
+    setEarlier(wake, server.outputBlocked ? std::nullopt : nextDue(server.link));
+    setEarlier(wake,
+               readableFrom(server.link) <= now ? std::nullopt : std::optional(readableFrom(server.link)));
+    return wake;
+}
+
+/// Waits until something happens or is due, `now` being the time.
+Events waitForEvents(const Server& server, TimePoint now) {
+    std::optional<TimePoint> wake = nextTime(server, now);
+    const bool forLog = server.log.unflushed && (!wake || *wake > now + logPatience);
+    setEarlier(wake, forLog ? std::optional(now + logPatience) : std::nullopt);
+
+    const bool mayRead = readableFrom(server.link) <= now;
     std::array<pollfd, 3> waits{};
     waits[0] = {server.pty.target.get(),
                 static_cast<short>((mayRead ? POLLIN : 0) | (server.outputBlocked ? POLLOUT : 0)), 0};
@@ -230,39 +221,50 @@ bool waitForEvents(Server& server, TimePoint now) {
     const auto left = wake ? std::max(*wake - now, Duration::zero()).count() : 0;
     const timespec time{static_cast<time_t>(left / 1000000000),
                         static_cast<decltype(timespec::tv_nsec)>(left % 1000000000)};
-    const int events = ppoll(waits.data(), waits.size(), wake ? &time : nullptr, nullptr);
-    if (events <= 0)
-        return !forLog;
-    if (waits[1].revents != 0)
-        handleSignals(server);
-    if (waits[2].revents != 0)
-        noteHosts(server);
-    if ((waits[0].revents & POLLOUT) != 0)
-        server.outputBlocked = false;
-    if ((waits[0].revents & POLLIN) != 0)
-        receiveInput(server);
-    return true;
+    Events events;
+    if (ppoll(waits.data(), waits.size(), wake ? &time : nullptr, nullptr) <= 0) {
+        events.quiet = forLog;
+        return events;
+    }
+    events.signals = waits[1].revents != 0;
+    events.hosts = waits[2].revents != 0;
+    events.writable = (waits[0].revents & POLLOUT) != 0;
+    events.readable = (waits[0].revents & POLLIN) != 0;
+    return events;
 }
 
 void reportLog(Server& server) {
     if (const ErrorText error = flushLog(server.log)) {
         std::fprintf(stderr, "vqxsim: %s\n", error->c_str());
         server.log.file.reset();
+        server.incomplete = true;
     }
+}
+
+void handleEvents(Server& server, const Events& events) {
+    if (events.quiet)
+        reportLog(server);
+    if (events.signals)
+        handleSignals(server);
+    if (events.hosts)
+        noteHosts(server);
+    if (events.writable)
+        server.outputBlocked = false;
+    if (events.readable)
+        receiveInput(server);
 }
 
 void serveLoop(Server& server) {
     while (!server.ended) {
-        if (!waitForEvents(server, std::chrono::steady_clock::now()))
-            reportLog(server);
+        handleEvents(server, waitForEvents(server, std::chrono::steady_clock::now()));
         handleTimes(server);
         sendOutput(server);
     }
     reportLog(server);
 }
 
-/// A run whose faults did not happen shows nothing about them.
-void nameIdleFaults(const Server& server) {
+/// A run does not test the faults that did not happen.
+void reportUnusedFaults(const Server& server) {
     for (const Fault& fault : server.target.faults)
         if (fault.struck == 0)
             std::fprintf(stderr, "vqxsim: fault '%s' never struck\n", printable(fault.given, 200).c_str());
@@ -282,6 +284,11 @@ ErrorText prepare(Server& server, const Service& service) {
     return plugIn(server);
 }
 
+ErrorText showDevice(const std::string& path) {
+    std::puts(path.c_str());
+    return std::fflush(stdout) == 0 ? std::nullopt : systemError("standard output");
+}
+
 } // namespace
 
 ErrorText serve(const Service& service, int& status) {
@@ -290,19 +297,18 @@ ErrorText serve(const Service& service, int& status) {
     if (ErrorText error = catchSignals(server, mask))
         return error;
     ErrorText error = prepare(server, service);
-    if (!error && service.command.empty()) {
-        std::puts(server.pty.path.c_str());
-        std::fflush(stdout);
-    } else if (!error) {
-        error = startCommand(server, service.command, mask);
-    }
+    if (!error)
+        error = service.command.empty() ? showDevice(server.pty.path)
+                                        : startChild(server.child, service.command, server.pty.path, mask);
     if (!error) {
         prctl(PR_SET_TIMERSLACK, 1); // not before the command was started, which would inherit it
         serveLoop(server);
-        nameIdleFaults(server);
+        reportUnusedFaults(server);
+        status = server.status == 0 && server.incomplete ? 1 : server.status;
+    } else {
+        status = server.child.exitStatus;
     }
     removeLink(server.pty, server.linkPath);
-    status = server.status;
     return error;
 }
 
