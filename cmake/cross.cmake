@@ -14,7 +14,8 @@ set(CMAKE_SYSTEM_NAME Linux)
 string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR "${triplet}")
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
-set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
+# A static program that looks up users draws a warning, although it needs the libraries for that only.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -Wl,--no-warnings")
 if(SECAPP_ARCHITECTURE STREQUAL armhf)
   # g++ notes every use of what changed there in its version 7.
   set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
