@@ -18,10 +18,8 @@ constexpr std::string_view operators = "+-*/";
 std::optional<std::uint64_t> evaluate(std::string_view expression, std::optional<FlashList>& memories) {
     // Sends nothing to a target, because the memories are given.
     HandlerData unusedRecord;
-    std::uint64_t value = 0;
-    if (evaluateExpression(unusedRecord, memories, expression, value))
-        return std::nullopt;
-    return value;
+    const Result<std::uint64_t> value = evaluateExpression(unusedRecord, memories, expression);
+    return value ? std::optional(*value) : std::nullopt;
 }
 
 /// The names in the expression, each as a memory at an address that depends on the name alone.

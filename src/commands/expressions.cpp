@@ -7,17 +7,17 @@
 namespace secapp {
 namespace {
 
-bool standsOn(const Expression& expression, std::string_view operators) {
+bool isAtOperator(const Expression& expression, std::string_view operators) {
     return expression.at < expression.text.size() &&
            operators.find(expression.text[expression.at]) != std::string_view::npos;
 }
 
 } // namespace
 
-ErrorText evaluateExpression(HandlerData& record, std::optional<FlashList>& regions, std::string_view text,
-                             std::uint64_t& value) {
+Result<std::uint64_t> evaluateExpression(HandlerData& record, std::optional<FlashList>& regions,
+                                         std::string_view text) {
     Expression expression{.record = record, .regions = regions, .text = text};
-    return parseSummands(expression, value);
+    return parseSummands(expression);
 }
 
 bool isNumeric(std::string_view text) {
@@ -26,61 +26,50 @@ bool isNumeric(std::string_view text) {
     return text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
 }
 
-ErrorText parseSummands(Expression& expression, std::uint64_t& value) {
-    std::uint64_t sum = 0;
-    if (ErrorText error = parseFactors(expression, sum))
-        return error;
-    while (standsOn(expression, "+-")) {
+Result<std::uint64_t> parseSummands(Expression& expression) {
+    Result<std::uint64_t> sum = parseFactors(expression);
+    while (sum && isAtOperator(expression, "+-")) {
         const char operation = expression.text[expression.at++];
-        std::uint64_t product = 0;
-        if (ErrorText error = parseFactors(expression, product))
-            return error;
-        sum = operation == '+' ? sum + product : sum - product;
+        const Result<std::uint64_t> product = parseFactors(expression);
+        if (!product)
+            return product;
+        sum = operation == '+' ? *sum + *product : *sum - *product;
     }
-    value = sum;
-    return std::nullopt;
+    return sum;
 }
 
-ErrorText parseFactors(Expression& expression, std::uint64_t& value) {
-    std::uint64_t product = 0;
-    if (ErrorText error = parseAtom(expression, product))
-        return error;
-    while (standsOn(expression, "*/")) {
+Result<std::uint64_t> parseFactors(Expression& expression) {
+    Result<std::uint64_t> product = parseAtom(expression);
+    while (product && isAtOperator(expression, "*/")) {
         const char operation = expression.text[expression.at++];
-        std::uint64_t factor = 0;
-        if (ErrorText error = parseAtom(expression, factor))
-            return error;
-        if (operation == '/' && factor == 0)
+        const Result<std::uint64_t> factor = parseAtom(expression);
+        if (!factor)
+            return factor;
+        if (operation == '/' && *factor == 0)
             return formatError("Division by zero in '%s'", std::string(expression.text).c_str());
         // An atom has 32 bits, so the quotient cannot overflow.
-        product = operation == '*' ? product * factor
-                                   : static_cast<std::uint64_t>(static_cast<std::int64_t>(product) /
-                                                                static_cast<std::int64_t>(factor));
+        product = operation == '*' ? *product * *factor
+                                   : static_cast<std::uint64_t>(static_cast<std::int64_t>(*product) /
+                                                                static_cast<std::int64_t>(*factor));
     }
-    value = product;
-    return std::nullopt;
+    return product;
 }
 
-ErrorText parseAtom(Expression& expression, std::uint64_t& value) {
+Result<std::uint64_t> parseAtom(Expression& expression) {
     const std::string_view atom = extractField(expression);
-    return getValue(expression.record, expression.regions, atom, value);
+    return getValue(expression.record, expression.regions, atom);
 }
 
-ErrorText getValue(HandlerData& record, std::optional<FlashList>& regions, std::string_view atom,
-                   std::uint64_t& value) {
+Result<std::uint64_t> getValue(HandlerData& record, std::optional<FlashList>& regions,
+                               std::string_view atom) {
     std::uint32_t number = 0;
-    if (!decode(atom, number)) {
-        value = number;
-        return std::nullopt;
-    }
+    if (!decode(atom, number))
+        return number;
     if (ErrorText error = getFlashInfo(record, regions))
         return error;
-    for (const FlashRegion& region : regions->regions) {
-        if (equalsIgnoringCase(region.name, atom)) {
-            value = region.base;
-            return std::nullopt;
-        }
-    }
+    for (const FlashRegion& region : regions->regions)
+        if (equalsIgnoringCase(region.name, atom))
+            return region.base;
     return formatError("Unknown memory '%s'", std::string(atom).c_str());
 }
 

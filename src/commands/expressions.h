@@ -14,9 +14,9 @@ namespace secapp {
 /// before "+" and "-". Numbers have 32 bits, results 64 and wrap; division is signed. The first name fetches
 /// the target's regions into `regions`, where later expressions find them.
 
-/// Evaluates the whole expression. `value` is written only on success.
-[[nodiscard]] ErrorText evaluateExpression(HandlerData& record, std::optional<FlashList>& regions,
-                                           std::string_view text, std::uint64_t& value);
+/// The value of the whole expression.
+[[nodiscard]] Result<std::uint64_t> evaluateExpression(HandlerData& record, std::optional<FlashList>& regions,
+                                                       std::string_view text);
 
 /// Whether the text consists of hexadecimal digits, with or without "0x" in front; so does the empty text.
 [[nodiscard]] bool isNumeric(std::string_view text);
@@ -33,13 +33,13 @@ struct Expression {
 
 /// The levels of the grammar, each from the place reached on: a sum, a product, one number or name. The
 /// expression then stands on the operator that ends the level, or at the end.
-[[nodiscard]] ErrorText parseSummands(Expression& expression, std::uint64_t& value);
-[[nodiscard]] ErrorText parseFactors(Expression& expression, std::uint64_t& value);
-[[nodiscard]] ErrorText parseAtom(Expression& expression, std::uint64_t& value);
+[[nodiscard]] Result<std::uint64_t> parseSummands(Expression& expression);
+[[nodiscard]] Result<std::uint64_t> parseFactors(Expression& expression);
+[[nodiscard]] Result<std::uint64_t> parseAtom(Expression& expression);
 
 /// The value of one number or name.
-[[nodiscard]] ErrorText getValue(HandlerData& record, std::optional<FlashList>& regions,
-                                 std::string_view atom, std::uint64_t& value);
+[[nodiscard]] Result<std::uint64_t> getValue(HandlerData& record, std::optional<FlashList>& regions,
+                                             std::string_view atom);
 
 /// Takes the atom (possibly empty) that starts at the place reached, and moves on to its end.
 [[nodiscard]] std::string_view extractField(Expression& expression);

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t blankCheckLineLimit = 255;
 
 /// Erases with the time-out of an erase, and a progress dot each second.
-ErrorText eraseInPatience(HandlerData& record, std::uint64_t address) {
+ErrorText eraseWithoutTimeout(HandlerData& record, std::uint64_t address) {
     const AtScopeEnd restore([timeout = getTimeoutms(), period = setReadlineEchoPeriod(1)] {
         setReadlineEchoPeriod(period);
         setTimeoutms(timeout);
@@ -27,7 +27,7 @@ ErrorText eraseInPatience(HandlerData& record, std::uint64_t address) {
 ErrorText erase(HandlerData& record, const FlashTarget& target) {
     const timeval start = currentTime();
     show(record, formatText("Erasing %s ", target.item.c_str()));
-    ErrorText error = eraseInPatience(record, target.address);
+    ErrorText error = eraseWithoutTimeout(record, target.address);
     show(record, formatText("... completed in %.3fs\n", secondsOf(elapsedSince(start))));
     return error;
 }
@@ -43,7 +43,7 @@ ErrorText blankCheck(HandlerData& record, const FlashTarget& target) {
 ErrorText transfer(HandlerData& record, TransferDescriptor& descriptor, FlashTarget& target) {
     if (target.source.stream != nullptr)
         std::rewind(target.source.stream);
-    const char* label = descriptor.operation == operationVerify ? "Verified" : "Programmed";
+    const char* label = descriptor.operation == Operation::verify ? "Verified" : "Programmed";
     return download(record, target.source, static_cast<std::uint32_t>(target.address),
                     commonBufferOverflowCallback, descriptor, label);
 }
@@ -52,9 +52,9 @@ ErrorText transfer(HandlerData& record, TransferDescriptor& descriptor, FlashTar
 
 ErrorText runFlashOperation(HandlerData& record, TransferDescriptor& descriptor, FlashTarget& target) {
     switch (descriptor.operation) {
-    case operationErase:
+    case Operation::erase:
         return erase(record, target);
-    case operationBlankCheck:
+    case Operation::blankCheck:
         return blankCheck(record, target);
     default:
         return transfer(record, descriptor, target);

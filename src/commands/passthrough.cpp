@@ -6,6 +6,17 @@
 #include <cinttypes>
 
 namespace secapp {
+namespace {
+
+/// The word as it goes out. One that does not evaluate is left to the target.
+std::string evaluated(HandlerData& record, std::optional<FlashList>& regions, std::string_view word) {
+    if (word.front() == '+')
+        return std::string(word);
+    const Result<std::uint64_t> value = evaluateExpression(record, regions, word);
+    return value ? formatText("%" PRIx64, *value) : std::string(word);
+}
+
+} // namespace
 
 ErrorText genericHandler(HandlerData& record, std::string_view text, std::string_view, const HandlerEntry*) {
     return sendCommand(record, text);
@@ -18,15 +29,8 @@ ErrorText genericHandlerWithAddressParser(HandlerData& record, std::string_view 
         return std::nullopt;
     std::string line = std::string(*command) + " ";
     std::optional<FlashList> regions;
-    while (const std::optional<std::string_view> word = nextWord(text)) {
-        std::uint64_t value = 0;
-        // A word that does not evaluate is the target's own business.
-        if (word->front() == '+' || evaluateExpression(record, regions, *word, value))
-            line.append(*word);
-        else
-            line.append(formatText("%" PRIx64, value));
-        line += ' ';
-    }
+    while (const std::optional<std::string_view> word = nextWord(text))
+        line.append(evaluated(record, regions, *word)).append(" ");
     return sendCommand(record, line);
 }
 

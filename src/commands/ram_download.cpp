@@ -23,7 +23,7 @@ ErrorText downloadHandler(HandlerData& record, std::string_view text, std::strin
         if (!equalsIgnoringCase(*name, "+c"))
             return formatError("Unknown option '%s' for command %s", std::string(*name).c_str(),
                                command.c_str());
-        descriptor.checksumMode = checksumCalculate;
+        descriptor.checksumMode = ChecksumMode::calculate;
         name = nextWord(text);
     }
     if (!name)
@@ -46,7 +46,7 @@ ErrorText downloadHandler(HandlerData& record, std::string_view text, std::strin
     source.fileSize = fileSize;
     if (fileSize)
         source.fileState = state;
-    if (descriptor.checksumMode != checksumNone) {
+    if (descriptor.checksumMode != ChecksumMode::none) {
         if (ErrorText error = checkChunkSize(descriptor.bufferSize, fileSize))
             return error;
     }

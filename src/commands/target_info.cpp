@@ -9,19 +9,16 @@ namespace {
 constexpr const char* externalFlash = "MORVI";
 constexpr const char* noIdentification = "Not available (no internal flash)";
 
-/// Sends a query whose answer is not shown and copies the answer's text.
-ErrorText query(HandlerData& record, const char* command, std::string& answer) {
-    if (ErrorText error = openPort(record))
-        return error;
-    HandlerData context = newHandlerData(record, record.echoFlags);
-    if (ErrorText error = sendCommand(context, command))
-        return error;
-    answer = std::move(context.response);
-    return std::nullopt;
+/// Asks the target without showing the answer, and returns it.
+Result<std::string> askQuietly(HandlerData& record, const char* command) {
+    Result<HandlerData> quiet = quietRecord(record);
+    if (!quiet)
+        return quiet.error();
+    return ask(*quiet, command);
 }
 
 /// The value of the last line of the answer with that key.
-std::optional<std::string> valueOf(std::string_view answer, std::string_view key) {
+std::optional<std::string> valueOfKey(std::string_view answer, std::string_view key) {
     std::optional<std::string> found;
     while (const std::optional<std::string_view> line = nextPiece(answer, "\r\n")) {
         const KeyValue pair = splitKeyValue(*line);
@@ -62,22 +59,19 @@ ErrorText infoHandler(HandlerData& record, std::string_view, std::string_view, c
         return error;
     const FlashRegion* external = findExternal(*list);
 
-    std::string identification = noIdentification;
     const bool hasInternal = list->regions.size() > (external != nullptr ? 1U : 0U);
-    if (hasInternal) {
-        if (ErrorText error = getIDInfo(record, identification))
-            return error;
-    }
-    std::string family;
-    if (external != nullptr) {
-        if (ErrorText error = getMorviInfo(record, family))
-            return error;
-    }
+    const Result<std::string> identification =
+        hasInternal ? getIDInfo(record) : std::string(noIdentification);
+    if (!identification)
+        return identification.error();
+    const Result<std::string> family = external != nullptr ? getMorviInfo(record) : std::string();
+    if (!family)
+        return family.error();
     for (const FlashRegion& region : list->regions) {
         const bool isExternal = &region == external;
-        show(record, regionLine(region, isExternal ? std::optional(family) : std::nullopt));
+        show(record, regionLine(region, isExternal ? std::optional(*family) : std::nullopt));
     }
-    show(record, formatText("ID: %s\n", identification.c_str()));
+    show(record, formatText("ID: %s\n", identification->c_str()));
     return std::nullopt;
 }
 
@@ -86,26 +80,23 @@ ErrorText queryFlashHandler(HandlerData& record, std::string_view, std::string_v
 }
 
 ErrorText getPartInfo(HandlerData& record) {
-    std::string answer;
-    if (ErrorText error = query(record, "queryPart", answer))
-        return error;
-    const std::optional<std::string> part = valueOf(answer, "Partid");
-    if (part)
-        show(record, formatText("%s PartID: %s Clock: %sHz\n", valueOf(answer, "Decode").value_or("").c_str(),
-                                part->c_str(), valueOf(answer, "Core clock").value_or("").c_str()));
+    const Result<std::string> answer = askQuietly(record, "queryPart");
+    if (!answer)
+        return answer.error();
+    if (const std::optional<std::string> part = valueOfKey(*answer, "Partid"))
+        show(record,
+             formatText("%s PartID: %s Clock: %sHz\n", valueOfKey(*answer, "Decode").value_or("").c_str(),
+                        part->c_str(), valueOfKey(*answer, "Core clock").value_or("").c_str()));
     return std::nullopt;
 }
 
-ErrorText getMorviInfo(HandlerData& record, std::string& family) {
-    std::string answer;
-    if (ErrorText error = query(record, "queryMORVI", answer))
-        return error;
-    family = valueOf(answer, "Device family").value_or(family);
-    return std::nullopt;
+Result<std::string> getMorviInfo(HandlerData& record) {
+    const Result<std::string> answer = askQuietly(record, "queryMORVI");
+    return answer ? valueOfKey(*answer, "Device family").value_or("") : answer;
 }
 
-ErrorText getIDInfo(HandlerData& record, std::string& identification) {
-    return query(record, "queryID", identification);
+Result<std::string> getIDInfo(HandlerData& record) {
+    return askQuietly(record, "queryID");
 }
 
 std::string toKString(std::int32_t size) {

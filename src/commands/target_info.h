@@ -20,12 +20,11 @@ namespace secapp {
 /// Shows the part line; nothing when the target does not name its part.
 [[nodiscard]] ErrorText getPartInfo(HandlerData& record);
 
-/// Copies the external flash's device family to `family`, which stays as it is when the target does not name
-/// one.
-[[nodiscard]] ErrorText getMorviInfo(HandlerData& record, std::string& family);
+/// The external flash's device family, empty when the target does not name one.
+[[nodiscard]] Result<std::string> getMorviInfo(HandlerData& record);
 
-/// Copies the target's whole identification to `identification`.
-[[nodiscard]] ErrorText getIDInfo(HandlerData& record, std::string& identification);
+/// The target's whole identification.
+[[nodiscard]] Result<std::string> getIDInfo(HandlerData& record);
 
 /// A size in bytes as "512K bytes", or as "1000 bytes" when it is no multiple of 1024.
 [[nodiscard]] std::string toKString(std::int32_t size);

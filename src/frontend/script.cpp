@@ -99,12 +99,10 @@ ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText,
         setScriptPause(1);
     const std::uint32_t flags = flagsWithPrefix(prefix, echoFlags);
     print(flags, "%s", std::string(trimRight(commandText)).c_str());
-    std::string response;
-    return processLine(runRecord, text, response, flags);
+    return processLine(runRecord, text, flags);
 }
 
-ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std::string& response,
-                      std::uint32_t echoFlags) {
+ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std::uint32_t echoFlags) {
     if (commandText.empty())
         return unrecognised(commandText);
     if (getScriptPause() != 0 && !confirmCommand(commandText))
@@ -113,9 +111,7 @@ ErrorText processLine(HandlerData& runRecord, std::string_view commandText, std:
     HandlerData record = newHandlerData(runRecord, echoFlags);
     record.outputHandler = stdOutputHandler;
     const bool immediate = (echoFlags & ECHO_IMMEDIATE) != 0;
-    ErrorText error = immediate ? immediateHandler(record, commandText) : callHandler(record, commandText);
-    response = std::move(record.response);
-    return error;
+    return immediate ? immediateHandler(record, commandText) : callHandler(record, commandText);
 }
 
 ErrorText immediateHandler(HandlerData& record, std::string_view text) {

@@ -46,9 +46,9 @@ struct PrefixedCommand {
 // What these are made of.
 
 /// Confirms the command when pausing is on, substitutes the variables, finds the command's handler and runs
-/// it on a record of its own. `response` receives the answer lines that the target gave.
+/// it on a record of its own.
 [[nodiscard]] ErrorText processLine(HandlerData& runRecord, std::string_view commandText,
-                                    std::string& response, std::uint32_t echoFlags);
+                                    std::uint32_t echoFlags);
 
 /// Sends the text to the target unchanged and waits for the answer.
 [[nodiscard]] ErrorText immediateHandler(HandlerData& record, std::string_view text);

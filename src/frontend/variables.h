@@ -6,26 +6,23 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace secapp {
 
-/// Script variables in the order of their definition, and where the reference to each, "[name]", stands in
-/// it.
-struct Variables {
-    struct Variable {
-        std::string pattern;
-        std::string value;
-    };
-    std::vector<Variable> inOrder;
-    std::unordered_map<std::string, std::size_t> places;
+/// A script variable: its reference "[name]" and its value.
+struct Variable {
+    std::string reference;
+    std::string value;
 };
+
+/// Script variables in the order of their definition.
+using Variables = std::vector<Variable>;
 
 /// The variables of the run.
 [[nodiscard]] Variables& scriptVariables();
 
-/// Defines a variable; one that is defined already keeps its place in the order of substitution.
+/// Defines a variable; one that is already defined keeps its place in the order of substitution.
 void addVariable(Variables& variables, std::string_view name, std::string_view value);
 
 /// The text with every [name] of a variable replaced by its value, one variable after the other in the order

@@ -30,6 +30,19 @@ ErrorText sendCommand(HandlerData& record, std::string_view text) {
     return getResponse(record);
 }
 
+Result<std::string> ask(HandlerData& record, std::string_view text) {
+    const std::size_t start = record.response.size();
+    if (ErrorText error = sendCommand(record, text))
+        return error;
+    return record.response.substr(start);
+}
+
+Result<HandlerData> quietRecord(HandlerData& record) {
+    if (ErrorText error = openPort(record))
+        return error;
+    return newHandlerData(record, record.echoFlags);
+}
+
 ErrorText getResponse(HandlerData& record) {
     return getTimedResponse(record, getTimeoutms());
 }

@@ -17,6 +17,12 @@ namespace secapp {
 /// or that of the link.
 [[nodiscard]] ErrorText sendCommand(HandlerData& record, std::string_view text);
 
+/// As `sendCommand`; on success the lines of the answer, each followed by a newline.
+[[nodiscard]] Result<std::string> ask(HandlerData& record, std::string_view text);
+
+/// A record for commands whose answers are not shown. It shares the port of `record`, which is opened first.
+[[nodiscard]] Result<HandlerData> quietRecord(HandlerData& record);
+
 /// Waits for an answer up to its status line, with the time-out that is set for all answers. Results as for
 /// `sendCommand`.
 [[nodiscard]] ErrorText getResponse(HandlerData& record);

@@ -183,7 +183,7 @@ Answer collectAnswer(HandlerData& record, int timeout, const std::optional<TimeP
         }
         collected += static_cast<std::size_t>(result);
         if (collected > responseLimit)
-            return {AnswerEnd::lost, formatError("Answer too long (over %zu bytes)", responseLimit)};
+            return {AnswerEnd::lost, formatText("Answer too long (over %zu bytes)", responseLimit)};
         if (!text.empty() && text.front() != '=') {
             keepLine(record, text);
             if (startsWithIgnoringCase(text, errorStatus) || startsWithIgnoringCase(text, fatalStatus))

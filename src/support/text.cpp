@@ -34,7 +34,7 @@ std::string formatText(const char* format, ...) {
     return text;
 }
 
-std::string formatError(const char* format, ...) {
+ErrorText formatError(const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
     std::string text = formatArguments(format, arguments);

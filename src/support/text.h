@@ -7,12 +7,34 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace secapp {
 
 /// What an operation that can fail returns: nothing on success, else the text that the user reads. Callers
 /// pass it upward unchanged.
 using ErrorText = std::optional<std::string>;
+
+/// What an operation returns that has a value to give: the value, else the error text.
+template <typename T>
+class [[nodiscard]] Result {
+public:
+    Result(T value) : value_(std::move(value)) {}
+    /// Takes an error, which must hold a text.
+    Result(ErrorText error) : error_(std::move(error)) {}
+    Result(std::nullopt_t) = delete;
+
+    explicit operator bool() const { return value_.has_value(); }
+    T& operator*() { return *value_; }
+    const T& operator*() const { return *value_; }
+    T* operator->() { return &*value_; }
+    const T* operator->() const { return &*value_; }
+    [[nodiscard]] const ErrorText& error() const { return error_; }
+
+private:
+    std::optional<T> value_;
+    ErrorText error_;
+};
 
 /// The number of characters of an error text or of a piece of a script line; longer ones are cut.
 inline constexpr std::size_t textLimit = 1023;
@@ -25,7 +47,7 @@ inline constexpr std::size_t textLimit = 1023;
                                                                      std::va_list arguments);
 
 /// Makes an error text, cut at 1023 characters.
-[[nodiscard, gnu::format(printf, 1, 2)]] std::string formatError(const char* format, ...);
+[[nodiscard, gnu::format(printf, 1, 2)]] ErrorText formatError(const char* format, ...);
 
 /// The part of the text without white space (blank, tab, newline, vertical tab, form feed, return) at its
 /// ends.

@@ -24,16 +24,15 @@ std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image) {
     return 0 - sum;
 }
 
-ErrorText readWord(HandlerData& record, std::uint32_t address, std::uint32_t& value) {
-    if (ErrorText error = sendCommand(record, formatText("readWord 0x%x", address)))
-        return error;
-    const char* text = record.response.c_str();
+Result<std::uint32_t> readWord(HandlerData& record, std::uint32_t address) {
+    const Result<std::string> answer = ask(record, formatText("readWord 0x%x", address));
+    if (!answer)
+        return answer.error();
     char* end = nullptr;
-    const unsigned long long number = std::strtoull(text, &end, 16);
-    if (end == text)
+    const unsigned long long number = std::strtoull(answer->c_str(), &end, 16);
+    if (end == answer->c_str())
         return formatError("No value in the answer to readWord at 0x%x", address);
-    value = static_cast<std::uint32_t>(number);
-    return std::nullopt;
+    return static_cast<std::uint32_t>(number);
 }
 
 ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64_t>& imageSize) {
@@ -44,18 +43,20 @@ ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64
                        chunkSize);
 }
 
-ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::uint32_t address,
+ErrorText patchChecksum(HandlerData& record, ChecksumMode checksumMode, std::uint32_t address,
                         std::span<std::uint8_t> chunk) {
     std::array<std::uint8_t, checkedImageSize> image{};
     std::copy_n(chunk.begin(), std::min(chunk.size(), image.size()), image.begin());
     std::uint32_t word = 0;
-    if (checksumMode == checksumCalculate) {
+    if (checksumMode == ChecksumMode::calculate) {
         word = calcTargetChecksum(image);
         debug_print("Calculated checksum as 0x%x (was 0x%x)\n", word, wordAt(image, checkWord));
-    } else if (checksumMode == checksumFromTarget) {
+    } else if (checksumMode == ChecksumMode::fromTarget) {
         const auto wordAddress = static_cast<std::uint32_t>(address + checkWord * wordSize);
-        if (ErrorText error = readWord(record, wordAddress, word))
-            return error;
+        const Result<std::uint32_t> found = readWord(record, wordAddress);
+        if (!found)
+            return found.error();
+        word = *found;
         debug_print("Read checksum from 0x%x as 0x%x\n", wordAddress, word);
     } else {
         return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include "link/handler_data.h"
 #include "support/text.h"
+#include "transfer/records.h"
 
 #include <cstdint>
 #include <span>
@@ -18,7 +19,7 @@ inline constexpr std::size_t checkedImageSize = 32;
 
 /// Replaces the check word in the first chunk of an image that goes to `address`, as `checksumMode` asks. An
 /// image too short for a check word stays as it is; what it lacks counts as zeros.
-[[nodiscard]] ErrorText patchChecksum(HandlerData& record, std::uint32_t checksumMode, std::uint32_t address,
+[[nodiscard]] ErrorText patchChecksum(HandlerData& record, ChecksumMode checksumMode, std::uint32_t address,
                                       std::span<std::uint8_t> chunk);
 
 // What these are made of.
@@ -26,8 +27,7 @@ inline constexpr std::size_t checkedImageSize = 32;
 /// The check word for the first seven words of the data.
 [[nodiscard]] std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image);
 
-/// Reads a word of the target's memory; the exchange must be the first on this record. An error when the
-/// answer does not begin with a hexadecimal number.
-[[nodiscard]] ErrorText readWord(HandlerData& record, std::uint32_t address, std::uint32_t& value);
+/// A word of the target's memory. An error when the answer does not begin with a hexadecimal number.
+[[nodiscard]] Result<std::uint32_t> readWord(HandlerData& record, std::uint32_t address);
 
 } // namespace secapp

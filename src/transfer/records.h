@@ -9,17 +9,10 @@
 
 namespace secapp {
 
-/// The values of `TransferDescriptor::operation`.
-inline constexpr std::uint32_t operationProgram = 0;
-inline constexpr std::uint32_t operationVerify = 1;
-inline constexpr std::uint32_t operationErase = 2;
-inline constexpr std::uint32_t operationBlankCheck = 3;
+enum class Operation : std::uint32_t { program, verify, erase, blankCheck };
 
-/// The values of `TransferDescriptor::checksumMode`: leave the image's check word, calculate it, or take it
-/// from the target.
-inline constexpr std::uint32_t checksumNone = 0;
-inline constexpr std::uint32_t checksumCalculate = 1;
-inline constexpr std::uint32_t checksumFromTarget = 2;
+/// What becomes of an image's check word: it is left alone, calculated, or taken from the target.
+enum class ChecksumMode : std::uint32_t { none, calculate, fromTarget };
 
 /// The state of one command's transfers. All sizes are in bytes.
 struct TransferDescriptor {
@@ -39,8 +32,8 @@ struct TransferDescriptor {
     std::uint32_t burstSize = 0;
     /// What the target's buffer is reset to.
     std::uint8_t fillByte = 0;
-    std::uint32_t operation = operationProgram;
-    std::uint32_t checksumMode = checksumNone;
+    Operation operation = Operation::program;
+    ChecksumMode checksumMode = ChecksumMode::none;
     /// The target's regions, none until the command needs them.
     std::optional<FlashList> flashList;
 };

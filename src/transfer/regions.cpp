@@ -67,13 +67,13 @@ ErrorText parseFlashList(std::string_view answer, FlashList& list) {
 }
 
 ErrorText queryFlash(HandlerData& record, std::optional<FlashList>& list) {
-    if (ErrorText error = openPort(record))
-        return error;
-    HandlerData query = newHandlerData(record, record.echoFlags);
-    if (ErrorText error = exchangeFlashQuery(query))
+    Result<HandlerData> quiet = quietRecord(record);
+    if (!quiet)
+        return quiet.error();
+    if (ErrorText error = exchangeFlashQuery(*quiet))
         return error;
     list.emplace();
-    return parseFlashList(query.response, *list);
+    return parseFlashList(quiet->response, *list);
 }
 
 ErrorText getFlashInfo(HandlerData& record, std::optional<FlashList>& list) {

@@ -16,7 +16,7 @@ constexpr std::size_t readPiece = std::size_t{1} << 16;
 std::int32_t maxTransferBufferSize = -1;
 
 ErrorText commitPages(HandlerData& record, TransferDescriptor& descriptor) {
-    const char* command = descriptor.operation == operationVerify ? "verifyPage" : "programPage";
+    const char* command = descriptor.operation == Operation::verify ? "verifyPage" : "programPage";
     const std::uint32_t address = descriptor.baseAddress + descriptor.bytesCommitted;
     const std::uint32_t staged = descriptor.bytesStaged - descriptor.bytesCommitted;
     const std::uint32_t pages = (staged + descriptor.pageSize - 1) / descriptor.pageSize;
