@@ -177,7 +177,7 @@ int openSerialDevice(HandlerData& record) {
         return noDeviceName;
     }
     if (port.linkError != 0) {
-        writeText(stderr, "Previous error(s) stops further processing\n");
+        reportEarlierFailure();
         return port.linkError;
     }
     debug_print("Opening %s", port.deviceName->c_str());
@@ -190,6 +190,10 @@ int openSerialDevice(HandlerData& record) {
         return -1;
     }
     return 0;
+}
+
+void reportEarlierFailure() {
+    writeText(stderr, "Previous error(s) stops further processing\n");
 }
 
 ErrorText getControl(HandlerData& record) {

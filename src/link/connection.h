@@ -10,6 +10,9 @@ namespace secapp {
 /// failed.
 [[nodiscard]] int openSerialDevice(HandlerData& record);
 
+/// Says on standard error that nothing more is done on a port whose opening has failed.
+void reportEarlierFailure();
+
 // What these are made of.
 
 /// Asks the target, on the record's open port, to print a number until that number comes back. On failure the

@@ -52,8 +52,10 @@ ErrorText connectionFailure(const HandlerData& record) {
 }
 
 ErrorText openPort(HandlerData& record) {
-    // A second try is refused at once and gives the text.
-    return ensureOpen(record) == 0 ? std::nullopt : getResponse(record);
+    if (ensureOpen(record) == 0)
+        return std::nullopt;
+    reportEarlierFailure();
+    return serial_get_error(*record.port);
 }
 
 int writeLineRaw(HandlerData& record, std::string_view text) {
