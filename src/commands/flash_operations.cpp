@@ -25,10 +25,10 @@ ErrorText eraseWithoutTimeout(HandlerData& record, std::uint64_t address) {
 }
 
 ErrorText erase(HandlerData& record, const FlashTarget& target) {
-    const timeval start = currentTime();
+    const TimePoint start = Clock::now();
     show(record, formatText("Erasing %s ", target.item.c_str()));
     ErrorText error = eraseWithoutTimeout(record, target.address);
-    show(record, formatText("... completed in %.3fs\n", secondsOf(elapsedSince(start))));
+    show(record, formatText("... completed in %.3fs\n", secondsOf(Clock::now() - start)));
     return error;
 }
 

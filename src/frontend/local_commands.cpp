@@ -9,14 +9,14 @@ namespace secapp {
 namespace {
 
 /// When the script's stopwatch was started, none while it is stopped.
-std::optional<timeval> timer;
+std::optional<TimePoint> timer;
 
 ErrorText printElapsed(HandlerData& record) {
     if (!timer)
         return formatError("Timer not running");
-    const timeval elapsed = elapsedSince(*timer);
-    show(record, formatText("Elapsed time %lld.%03ds\n", static_cast<long long>(elapsed.tv_sec),
-                            static_cast<int>(elapsed.tv_usec / 1000)));
+    const auto elapsed = std::chrono::floor<std::chrono::milliseconds>(Clock::now() - *timer).count();
+    show(record, formatText("Elapsed time %lld.%03ds\n", static_cast<long long>(elapsed / 1000),
+                            static_cast<int>(elapsed % 1000)));
     return std::nullopt;
 }
 
@@ -59,7 +59,7 @@ ErrorText timerHandler(HandlerData& record, std::string_view text, std::string_v
     if (*operation == "print")
         return printElapsed(record);
     if (*operation == "start" || *operation == "on")
-        timer = currentTime();
+        timer = Clock::now();
     else if (*operation == "stop" || *operation == "off")
         timer.reset();
     else

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -23,6 +24,9 @@ namespace {
 /// An answer that begins within this time of the write is awaited without sleeping: falling asleep and waking
 /// up would take as long as the answer.
 constexpr auto busyWaitLimit = std::chrono::microseconds(60);
+
+/// A longer pause within a line ends a wait whose deadline has passed.
+constexpr auto longestPause = std::chrono::milliseconds(2);
 
 struct Settings {
     std::uint32_t readTimeout = 0;
@@ -115,6 +119,9 @@ int callPort(Port& port, Call call) {
 /// Waits for the events on the port, at most for the given time; returns those that came.
 short awaitEvents(const Port& port, short events, Clock::duration time) {
     using std::chrono::nanoseconds;
+    // `poll` does not report fewer bytes than VMIN, which a read would return.
+    if (port.minRead > 1)
+        time = std::min<Clock::duration>(time, std::chrono::milliseconds(1));
     const auto left = std::max(nanoseconds(time), nanoseconds::zero()).count();
     timespec limit{};
     limit.tv_sec = static_cast<decltype(limit.tv_sec)>(left / 1000000000);
@@ -124,50 +131,17 @@ short awaitEvents(const Port& port, short events, Clock::duration time) {
     return wait.revents;
 }
 
-/// After a byte of a line; line ends alone may still belong to the answer before.
-void recordAnswerTime(Port& port) {
-    if (port.answerPending)
-        port.answersQuickly = Clock::now() - port.written < busyWaitLimit;
-    port.answerPending = false;
-}
-
-/// Spends the time after a write in which a quick answer may begin, awake; a slow target pays for it once.
-/// Asks for the number of bytes, because an empty read would sleep until the kernel's own worker has run.
+/// Waits awake for the answer to the last write, as long as it may begin soon; a slow target costs this time
+/// only once. Asks for the number of bytes, because an empty read would sleep until the kernel's worker has
+/// run. The worker carries the bytes on this processor, so it gets the processor between two looks.
 void busyWaitForAnswer(Port& port) {
     int waiting = 0;
-    while (port.answerPending && port.answersQuickly && waiting == 0) {
-        port.answersQuickly = Clock::now() - port.written < busyWaitLimit;
-        if (calls.waiting(port.handle, waiting) != 0)
+    while (port.answerPending && port.answersQuickly) {
+        if (calls.waiting(port.handle, waiting) != 0 || waiting > 0)
             return;
+        port.answersQuickly = Clock::now() - port.written < busyWaitLimit;
+        ::sched_yield();
     }
-}
-
-/// The wait of the line reader for a byte.
-struct ByteWait {
-    Clock::duration patience;
-    TimePoint deadline = {}; ///< of the byte that is awaited, 0 while none is
-    bool hungUp = false;
-};
-
-/// Waits after a read that gave no byte; false when the time is over or the port has failed.
-bool awaitByte(Port& port, int got, ByteWait& wait) {
-    if (got == 0)
-        port.error = wait.hungUp ? EIO : EAGAIN;
-    if (port.error != EAGAIN) {
-        debug_print("READLINE %d - error %d '%s'", 1, port.error, std::strerror(port.error));
-        reportDeviceGone(port);
-        return false;
-    }
-    const TimePoint now = Clock::now();
-    if (wait.deadline == TimePoint())
-        wait.deadline = now + wait.patience;
-    if (now >= wait.deadline)
-        return false;
-    // One wait for all the time that is left: each of many short sleeps costs more time than the quickest
-    // target takes to answer.
-    const short events = awaitEvents(port, POLLIN, wait.deadline - now);
-    wait.hungUp = (events & (POLLHUP | POLLERR | POLLNVAL)) != 0;
-    return true;
 }
 
 void traceByte(std::uint8_t byte) {
@@ -180,6 +154,22 @@ void traceByte(std::uint8_t byte) {
         debug_print("Read [%d] '\\%c%s' %d", 1, c == '\r' ? 'r' : 'n', "", byte);
     else
         debug_print("Read [%d] '\\%02X%s' %d", 1, static_cast<unsigned>(byte), "", byte);
+}
+
+/// Adds a byte to the line; true when the line has ended.
+bool endsLine(Port& port, std::string& line, std::size_t capacity, std::uint8_t byte) {
+    traceByte(byte);
+    if (byte == '\n' || byte == '\r' || byte == '\0')
+        return true;
+    // Line ends alone can still belong to the answer before.
+    if (port.answerPending)
+        port.answersQuickly = Clock::now() - port.written < busyWaitLimit;
+    port.answerPending = false;
+    line += static_cast<char>(byte);
+    if (line.size() < capacity)
+        return false;
+    writeText(stderr, "Line exceeded buffer:" + line + "\n");
+    return true;
 }
 
 } // namespace
@@ -216,6 +206,7 @@ void serial_init(Port& port, int vtime, int vmin) {
     ::tcgetattr(port.handle, &port.savedSettings);
     restoreAtExit(port);
     const termios raw = rawSettings(vtime, vmin);
+    port.minRead = raw.c_cc[VMIN];
     debug_print("init: tcflush");
     ::tcflush(port.handle, TCIFLUSH);
     debug_print("init: tcsetattr");
@@ -247,42 +238,38 @@ int serial_write(Port& port, std::span<const std::uint8_t> bytes) {
     return written;
 }
 
-int serial_readLine(Port& port, std::string& line, int capacity, int timeout,
-                    const std::optional<TimePoint>& until) {
-    if (capacity < 1)
-        return 0;
-    ByteWait wait{.patience = std::chrono::milliseconds(timeout) + std::chrono::milliseconds(1)};
+LineEnd serial_readLine(Port& port, std::string& line, std::size_t capacity, TimePoint deadline,
+                        TimePoint limit) {
+    TimePoint pauseEnd; // none before the first empty read after a byte
+    bool hungUp = false;
     for (;;) {
         busyWaitForAnswer(port);
         std::uint8_t byte = 0;
         const int got = serial_read(port, {&byte, 1});
-        if (got < 1) {
-            if (!awaitByte(port, got, wait))
-                return -1;
-            continue;
-        }
-        traceByte(byte);
-        if (byte == '\n' || byte == '\r' || byte == '\0')
-            return static_cast<int>(line.size()) + 1;
-        recordAnswerTime(port);
-        line += static_cast<char>(byte);
-        if (line.size() >= static_cast<std::size_t>(capacity)) {
-            writeText(stderr, "Line exceeded buffer:" + line + "\n");
-            return static_cast<int>(line.size());
-        }
-        if (until && Clock::now() >= *until) {
+        if (got > 0) {
+            if (endsLine(port, line, capacity, byte))
+                return LineEnd::line;
+            pauseEnd = {};
+            if (limit == TimePoint::max() || Clock::now() < limit)
+                continue;
             port.error = EAGAIN;
-            return -1;
+            return LineEnd::timedOut;
         }
-        wait.deadline = TimePoint();
+        if (got == 0)
+            port.error = hungUp ? EIO : EAGAIN;
+        if (port.error != EAGAIN) {
+            debug_print("READLINE %d - error %d '%s'", 1, port.error, std::strerror(port.error));
+            reportDeviceGone(port);
+            return LineEnd::failed;
+        }
+        const TimePoint now = Clock::now();
+        if (pauseEnd == TimePoint())
+            pauseEnd = now + longestPause;
+        const TimePoint end = std::min(limit, std::max(deadline, pauseEnd));
+        if (now >= end)
+            return LineEnd::timedOut;
+        hungUp = (awaitEvents(port, POLLIN, end - now) & (POLLHUP | POLLERR | POLLNVAL)) != 0;
     }
-}
-
-void serial_awaitInput(const Port& port, Clock::duration time) {
-    // With VMIN above 1 the kernel keeps quiet about fewer bytes than that, which a read would hand out.
-    if (static_cast<cc_t>(settings.minRead) > 1)
-        time = std::min<Clock::duration>(time, std::chrono::milliseconds(1));
-    awaitEvents(port, POLLIN, time);
 }
 
 bool serial_awaitOutput(const Port& port, TimePoint deadline) {

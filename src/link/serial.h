@@ -41,6 +41,8 @@ struct Port {
     TimePoint written = {};
     bool answerPending = false;
     bool answersQuickly = true;
+    /// VMIN: for fewer bytes `poll` does not wake up.
+    cc_t minRead = 1;
 };
 
 /// Opens the port's device raw (38400 baud, 8N1, RTS/CTS, non-blocking) with `vtime` and `vmin` as the VTIME
@@ -58,15 +60,15 @@ void serial_terminate(Port& port);
 /// One `write` of all bytes; returns the bytes written (possibly fewer), 0, or -1.
 [[nodiscard]] int serial_write(Port& port, std::span<const std::uint8_t> bytes);
 
-/// Reads up to the end of a line (CR, LF or a zero byte) and appends to `line`, so that a line that arrives
-/// in parts is collected over several calls. Returns the characters of the line plus one for its end. A line
-/// that fills `capacity` characters is reported and returned as it is. Returns -1 when no byte came for more
-/// than `timeout` ms, when `until` has passed and when the port fails, and 0 when `capacity` is below 1.
-[[nodiscard]] int serial_readLine(Port& port, std::string& line, int capacity, int timeout,
-                                  const std::optional<TimePoint>& until = {});
+/// How the wait for a line ended: with a line, without one in time, or because the port failed.
+enum class LineEnd { line, timedOut, failed };
 
-/// Waits until the port has input or fails, at most for the given time.
-void serial_awaitInput(const Port& port, Clock::duration time);
+/// Reads up to the end of a line (CR, LF or a zero byte) and appends to `line`, so that a line that arrives
+/// in parts is collected over several calls. A line that fills `capacity` characters is reported and counts
+/// as ended. Waits until `deadline`, then as long as bytes follow each other within 2 ms, but not after
+/// `limit`.
+[[nodiscard]] LineEnd serial_readLine(Port& port, std::string& line, std::size_t capacity, TimePoint deadline,
+                                      TimePoint limit);
 
 /// Waits until the port takes bytes or fails. False when `deadline` came first.
 [[nodiscard]] bool serial_awaitOutput(const Port& port, TimePoint deadline);

@@ -24,12 +24,20 @@ struct Timing {
     std::array<std::optional<timeval>, 10> slots;
 } timing;
 
+timeval currentTime() {
+    const auto now = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch());
+    timeval time{};
+    time.tv_sec = static_cast<decltype(time.tv_sec)>(now.count() / microsecondsPerSecond);
+    time.tv_usec = static_cast<decltype(time.tv_usec)>(now.count() % microsecondsPerSecond);
+    return time;
+}
+
 void printTimer(int slot, const std::string& elapsed, std::string_view format) {
     const std::string standard = formatText("Timer %d: %%s\n", slot);
     if (format.empty())
         format = standard;
     std::string line(format);
-    // The last one: a label in front of it may hold a "%s" of its own.
+    // The last one: a label before it may contain "%s", too.
     if (const std::size_t at = line.rfind("%s"); at != std::string::npos)
         line.replace(at, 2, elapsed);
     writeText(stderr, line);
@@ -50,12 +58,8 @@ TimePoint Clock::now() {
     return timing.calls.now();
 }
 
-timeval currentTime() {
-    const auto now = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch());
-    timeval time{};
-    time.tv_sec = static_cast<decltype(time.tv_sec)>(now.count() / microsecondsPerSecond);
-    time.tv_usec = static_cast<decltype(time.tv_usec)>(now.count() % microsecondsPerSecond);
-    return time;
+double secondsOf(Clock::duration time) {
+    return std::chrono::duration<double>(time).count();
 }
 
 int timeval_subtract(timeval& result, const timeval& x, timeval& y) {
@@ -72,16 +76,6 @@ int timeval_subtract(timeval& result, const timeval& x, timeval& y) {
     result.tv_sec = x.tv_sec - y.tv_sec;
     result.tv_usec = x.tv_usec - y.tv_usec;
     return x.tv_sec < y.tv_sec ? 1 : 0;
-}
-
-timeval elapsedSince(timeval start) {
-    timeval elapsed{};
-    timeval_subtract(elapsed, currentTime(), start);
-    return elapsed;
-}
-
-double secondsOf(const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / microsecondsPerSecond;
 }
 
 TimerResult localTimerExt(int operation, int slot, std::string_view format) {
@@ -101,9 +95,12 @@ TimerResult localTimerExt(int operation, int slot, std::string_view format) {
     if (!timer || operation < TIMER_START || operation > TIMER_SECONDS)
         return {};
 
-    const timeval elapsed = elapsedSince(*timer);
+    timeval elapsed{};
+    timeval start = *timer;
+    timeval_subtract(elapsed, currentTime(), start);
     if (operation == TIMER_SECONDS)
-        return static_cast<float>(secondsOf(elapsed));
+        return static_cast<float>(static_cast<double>(elapsed.tv_sec) +
+                                  static_cast<double>(elapsed.tv_usec) / microsecondsPerSecond);
     std::string text =
         formatText("%lld.%06d", static_cast<long long>(elapsed.tv_sec), static_cast<int>(elapsed.tv_usec));
     if (operation == TIMER_TEXT)

@@ -20,7 +20,6 @@ inline constexpr int TIMER_SECONDS = 4;
 /// The stopwatch slots in use, of ten (0 to 9).
 inline constexpr int READ_TIMER = 0;
 inline constexpr int COMMAND_TIMER = 1;
-inline constexpr int LINE_WAIT_TIMER = 2;
 inline constexpr int SLEEP_TIMER = 9;
 
 /// The elapsed time as text ("seconds.microseconds", six places) or as seconds; nothing from the other
@@ -46,14 +45,8 @@ struct ClockCalls {
 extern const ClockCalls systemClockCalls;
 void setClockCalls(const ClockCalls& calls);
 
-/// The clock's current time, for differences.
-[[nodiscard]] timeval currentTime();
-
-/// The time since `start`.
-[[nodiscard]] timeval elapsedSince(timeval start);
-
 /// A time in seconds.
-[[nodiscard]] double secondsOf(const timeval& time);
+[[nodiscard]] double secondsOf(Clock::duration time);
 
 /// Sleeps for the given number of microseconds.
 void localSleep(std::uint32_t microseconds);
@@ -78,7 +71,7 @@ std::int32_t setReadlineEchoPeriod(std::int32_t seconds);
 [[nodiscard]] std::uint32_t getAutoDelay();
 void setAutoDelay(std::uint32_t microseconds);
 
-// What these are made of.
+// Lower-level functions.
 
 /// result = x - y, normalised; `y` may be modified. Returns 1 when x is earlier than y, else 0.
 int timeval_subtract(timeval& result, const timeval& x, timeval& y);

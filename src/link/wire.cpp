@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 namespace secapp {
 namespace {
@@ -33,62 +34,49 @@ void printTimerWithLabel(int timer, const char* name) {
     localTimerExt(TIMER_PRINT, timer, std::string(name) + " timer (" + lastTargetCommand + "): %s\n");
 }
 
-float secondsOn(int timer) {
-    const TimerResult elapsed = localTimerExt(TIMER_SECONDS, timer);
-    return std::holds_alternative<float>(elapsed) ? std::get<float>(elapsed) : 0.0F;
-}
-
-bool isOver(const std::optional<TimePoint>& until) {
-    return until && Clock::now() >= *until;
-}
-
-void sleepBetweenReads(const HandlerData& record, const std::optional<TimePoint>& until) {
+/// Shows the pause between two reads.
+void showSleep() {
     localTimerExt(TIMER_START, SLEEP_TIMER);
     localSleep(1);
-    const bool shown = (record.echoFlags & ECHO_SLEEP_TIMER) != 0;
-    if (shown)
-        localTimerExt(TIMER_PRINT, SLEEP_TIMER, "Time elapsed during sleep: %ss\n");
+    localTimerExt(TIMER_PRINT, SLEEP_TIMER, "Time elapsed during sleep: %ss\n");
     localTimerExt(TIMER_STOP, SLEEP_TIMER);
-    if (shown)
-        return;
-    // Nothing but a byte can change anything before the next whole second, at which dots and time-outs are
-    // due: one wait stands for all the reads and sleeps up to it.
-    const float elapsed = secondsOn(LINE_WAIT_TIMER);
-    const float wholeSeconds = static_cast<float>(static_cast<std::int64_t>(elapsed));
-    const std::chrono::duration<float> rest(wholeSeconds + 1.0F - elapsed);
-    auto time = std::chrono::duration_cast<Clock::duration>(rest);
-    if (until)
-        time = std::min(time, *until - Clock::now());
-    serial_awaitInput(*record.port, time);
 }
 
-/// Waits for a line until it has come, the port has failed or the time is over; the result is that of the
-/// last read.
-int awaitLine(HandlerData& record, std::string& line, int capacity, int timeout,
-              const std::optional<TimePoint>& until) {
+/// Shows a progress dot when one is due after `elapsed` of waiting.
+void showProgress(HandlerData& record, seconds elapsed, seconds& lastDot) {
+    const seconds period(getReadlineEchoPeriod());
+    if (period <= seconds(0) || record.outputHandler == nullptr || elapsed - lastDot < period)
+        return;
+    record.outputHandler(record, ".", false);
+    lastDot = elapsed;
+}
+
+/// Waits for a line until it has ended, the port has failed or the time is over.
+LineEnd awaitLine(HandlerData& record, std::string& line, std::size_t capacity, int timeout,
+                  TimePoint limit) {
+    const TimePoint start = Clock::now();
+    const TimePoint end = timeout > 0 ? std::min(limit, start + inWholeSeconds(timeout)) : limit;
+    const bool showsSleeps = (record.echoFlags & ECHO_SLEEP_TIMER) != 0;
     bool slept = false;
-    std::int64_t lastDot = 0;
-    int result = 0;
-    for (;;) {
-        result = serial_readLine(*record.port, line, capacity, 1, until);
-        if (result > 0 || record.port->error != EAGAIN || isOver(until))
+    seconds lastDot(0);
+    TimePoint deadline = start;
+    LineEnd result = LineEnd::failed;
+    while ((result = serial_readLine(*record.port, line, capacity, deadline, limit)) == LineEnd::timedOut) {
+        const TimePoint now = Clock::now();
+        if (now >= end)
             break;
-        const auto elapsed = static_cast<std::int64_t>(secondsOn(LINE_WAIT_TIMER));
-        if (timeout > 0 && timeout < elapsed * millisecondsPerSecond)
-            break;
-        if (getReadlineEchoPeriod() > 0 && record.outputHandler != nullptr &&
-            elapsed - lastDot >= getReadlineEchoPeriod()) {
-            record.outputHandler(record, ".", false);
-            lastDot = elapsed;
-        }
-        if (!slept)
+        const auto elapsed = std::chrono::floor<seconds>(now - start);
+        showProgress(record, elapsed, lastDot);
+        if (!std::exchange(slept, true))
             debug_print("Sleeping");
-        slept = true;
-        sleepBetweenReads(record, until);
+        if (showsSleeps)
+            showSleep();
+        // Dots and time-outs are due at whole seconds: until the next one only a received byte matters.
+        deadline = showsSleeps ? now : start + elapsed + seconds(1);
     }
     if (slept)
         debug_print("Wake");
-    if (result < 0 && record.port->error != EAGAIN)
+    if (result == LineEnd::failed)
         debug_print("No chars. errno=%d", serial_getError(*record.port));
     return result;
 }
@@ -164,7 +152,7 @@ Clock::duration writeTimeout() {
                     longestWriteTimeout);
 }
 
-Answer collectAnswer(HandlerData& record, int timeout, const std::optional<TimePoint>& until) {
+Answer collectAnswer(HandlerData& record, int timeout, TimePoint limit) {
     constexpr std::string_view okStatus = "VQX_OK";
     constexpr std::string_view errorStatus = "VQX_ERROR";
     constexpr std::string_view fatalStatus = "VQX_FATAL";
@@ -172,27 +160,27 @@ Answer collectAnswer(HandlerData& record, int timeout, const std::optional<TimeP
     TimePoint lastKept = Clock::now();
     std::string line;
     for (;;) {
-        const int result = readLine(record, line, answerLineLimit, timeout, until);
-        if (result < 1)
+        if (readLine(record, line, answerLineLimit, timeout, limit) != LineEnd::line)
             return {AnswerEnd::lost, serial_get_error(*record.port)};
-        debug_print("Data received: <%.*s>", result, line.c_str());
+        debug_print("Data received: <%s>", line.c_str());
         const std::string_view text = trimwhitespace(line);
         if (text.starts_with(okStatus)) {
             endCommandTimer(record);
             return {AnswerEnd::ok, {}};
         }
-        collected += static_cast<std::size_t>(result);
+        collected += line.size() + 1;
         if (collected > responseLimit)
             return {AnswerEnd::lost, formatText("Answer too long (over %zu bytes)", responseLimit)};
-        if (!text.empty() && text.front() != '=') {
+        const bool kept = !text.empty() && text.front() != '=';
+        if (kept) {
             keepLine(record, text);
             if (startsWithIgnoringCase(text, errorStatus) || startsWithIgnoringCase(text, fatalStatus))
                 return {AnswerEnd::refused, std::string(trimwhitespace(text.substr(errorStatus.size())))};
-            lastKept = Clock::now();
-        } else if (timeout > 0 && Clock::now() - lastKept > ignoredLineTimeouts * inWholeSeconds(timeout)) {
-            return timedOut(record);
         }
-        if (isOver(until))
+        const TimePoint now = Clock::now();
+        if (kept)
+            lastKept = now;
+        if (now >= limit || (timeout > 0 && now - lastKept > ignoredLineTimeouts * inWholeSeconds(timeout)))
             return timedOut(record);
     }
 }
@@ -213,21 +201,18 @@ int writeRaw(const HandlerData& record, std::span<const std::uint8_t> bytes) {
     return serial_write(*record.port, bytes);
 }
 
-int readLine(HandlerData& record, std::string& line, int capacity, int timeout,
-             const std::optional<TimePoint>& until) {
-    localTimerExt(TIMER_START, LINE_WAIT_TIMER);
+LineEnd readLine(HandlerData& record, std::string& line, std::size_t capacity, int timeout, TimePoint limit) {
     localTimerExt(TIMER_START, READ_TIMER);
     std::string received;
-    const int result = awaitLine(record, received, capacity, timeout, until);
-    if (result > 0 || !received.empty())
+    const LineEnd end = awaitLine(record, received, capacity, timeout, limit);
+    if (end == LineEnd::line || !received.empty())
         line = std::move(received);
     if ((record.echoFlags & echoReadMask) != 0)
         writeText(stdout, line + "\n");
     if ((record.echoFlags & ECHO_READ_TIMER) != 0)
         printTimerWithLabel(READ_TIMER, "Read");
     localTimerExt(TIMER_STOP, READ_TIMER);
-    localTimerExt(TIMER_STOP, LINE_WAIT_TIMER);
-    return result;
+    return end;
 }
 
 } // namespace secapp

@@ -14,7 +14,7 @@ namespace secapp {
 /// The conversation on a port that is open already. `link/protocol.h` opens it on first use.
 
 /// The longest line of an answer; a longer one arrives in pieces.
-inline constexpr int answerLineLimit = 16384;
+inline constexpr std::size_t answerLineLimit = 16384;
 
 /// How much one script command may collect from the target, in bytes; those of an answer's lines that are not
 /// kept count, too.
@@ -50,11 +50,10 @@ struct Answer {
 
 /// Collects the lines of one answer up to its status line into `response`, and shows them. `timeout` in ms
 /// applies to each line, 0 or less for no limit; lines that are not kept (empty ones, repeated commands) may
-/// go on for ten time-outs. An answer that has not ended at `until` is lost like one that did not come.
-[[nodiscard]] Answer collectAnswer(HandlerData& record, int timeout,
-                                   const std::optional<TimePoint>& until = {});
+/// go on for ten time-outs. An answer that has not ended at `limit` is lost like one that did not come.
+[[nodiscard]] Answer collectAnswer(HandlerData& record, int timeout, TimePoint limit = TimePoint::max());
 
-// What these are made of.
+// Lower-level functions.
 
 /// Writes a hex dump of the bytes to standard error, 16 to a line.
 void dumpBuffer(std::span<const std::uint8_t> bytes);
@@ -63,10 +62,10 @@ void dumpBuffer(std::span<const std::uint8_t> bytes);
 [[nodiscard]] int writeRaw(const HandlerData& record, std::span<const std::uint8_t> bytes);
 
 /// Reads one line of at most `capacity` characters; `timeout` in ms counts in whole seconds, 0 or less means
-/// no limit. While it waits, progress dots go to the output handler when a period is set. Results as for
-/// `serial_readLine`. What was received, on failure the part of a line, replaces `line`, which stays as it is
-/// when nothing was. Shows `line` after every read when the record's flags ask for it.
-[[nodiscard]] int readLine(HandlerData& record, std::string& line, int capacity, int timeout,
-                           const std::optional<TimePoint>& until = {});
+/// no limit, but never after `limit`. While it waits, progress dots go to the output handler when a period is
+/// set. What was received, including an incomplete line, replaces `line`; otherwise `line` is unchanged.
+/// Shows `line` after every read when the record's flags ask for it.
+[[nodiscard]] LineEnd readLine(HandlerData& record, std::string& line, std::size_t capacity, int timeout,
+                               TimePoint limit = TimePoint::max());
 
 } // namespace secapp

@@ -20,7 +20,7 @@ ErrorText callBack(HandlerData& record, BufferFullCallback callback, TransferDes
 }
 
 void reportTransfer(HandlerData& record, const char* label, std::int64_t total, std::uint32_t address,
-                    const timeval& elapsed) {
+                    Clock::duration elapsed) {
     const auto seconds = static_cast<float>(secondsOf(elapsed));
     const float rate = static_cast<float>(total) / seconds / 1024.0F;
     show(record, formatText("\n%s %" PRId64 " bytes to 0x%x in %.3fs (%.3fKB/sec)\n", label, total, address,
@@ -53,7 +53,7 @@ ErrorText checkSource(const TransferSource& source, std::int64_t total, bool atE
 
 ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t address,
                    BufferFullCallback callback, TransferDescriptor& descriptor, const char* label) {
-    const timeval start = currentTime();
+    const TimePoint start = Clock::now();
     const BufferEncoder& encoder = getBufferEncoder();
     std::vector<std::uint8_t> chunk;
     std::uint32_t staged = 0;
@@ -81,7 +81,7 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
     }
     if (ErrorText error = callBack(record, callback, descriptor, staged, address))
         return error;
-    reportTransfer(record, label, total, address, elapsedSince(start));
+    reportTransfer(record, label, total, address, Clock::now() - start);
     record.response = std::string();
     return std::nullopt;
 }
