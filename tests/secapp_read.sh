@@ -8,21 +8,9 @@ export LC_ALL=C
 export PATH=$1:$PATH
 secapp_read=$2
 man_page=$3
-directory=$(mktemp -d)
-trap 'rm -rf "$directory"' EXIT
-cd "$directory"
+# shellcheck source=tests/lib.sh
+source "$(dirname "$0")/lib.sh"
 mkdir memory kept
-failed=
-
-check() {
-    local what=$1
-    shift
-    "$@" || {
-        echo "wrong: $what" >&2
-        cat output >&2
-        failed=yes
-    }
-}
 
 # "${target[@]}" SIMULATOR_OPTION... -- COMMAND...: a target with two adjacent memories
 target=(vqxsim --region "FLASH,base=0x10000000,size=16K" --region "BANKB,base=0x10004000,size=1K" --memory memory)
@@ -97,7 +85,7 @@ CASES
 # Interrupted while the target is silent
 "${target[@]}" --fault "hang,s=100,$at" --link board >output 2>&1 &
 simulator=$!
-trap 'kill "$simulator"; rm -rf "$directory"' EXIT
+at_exit="kill $simulator"
 until [[ -e board ]]; do sleep 0.02; done
 "$secapp_read" board FLASH 4K kept/file >output 2>&1 &
 reader=$!
@@ -110,4 +98,3 @@ check 'what an interrupted run leaves' test "$(cat kept/* kept/.[!.]* 2>/dev/nul
 
 check "the options of $man_page" diff <("$secapp_read" --help | grep -oE -e '--[a-z]+' | sort -u) \
     <(sed -nE 's/^\.It Fl Fl ([a-z]+).*/--\1/p' "$man_page" | sort)
-[[ -z $failed ]]
