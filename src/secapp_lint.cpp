@@ -40,7 +40,7 @@ constexpr option longOptions[] = {
 
 struct Options {
     Variables variables;
-    /// What was found in the definitions of variables.
+    /// The findings about the definitions of variables.
     Inspection definitions;
     bool listsFiles = false;
 };
@@ -101,7 +101,7 @@ bool isDevice(const char* path) {
     return ::fstat(STDIN_FILENO, &input) != 0 || input.st_rdev != status.st_rdev;
 }
 
-/// `listed` holds the files that were listed for earlier scripts.
+/// `listed`: the files listed for earlier scripts.
 int checkFile(const char* path, const Options& options, std::set<std::string>& listed) {
     const File script = isDevice(path) ? nullptr : openDataFile(path);
     if (!script)

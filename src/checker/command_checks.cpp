@@ -171,9 +171,9 @@ std::string_view reasonOf(const CheckedCommand& command, const WordCount& row, s
     if (arguments && isSplit(arguments->addresses, command.words[next]))
         return oneAddressWord;
     if (isCommand(command, "erase") && startsWithDigit)
-        return "'erase' erases to the end, there is no erase of a range";
+        return "'erase' erases to the end: there is no erase of a range";
     if (isCommand(command, "blankCheck") && startsWithDigit)
-        return "'blankCheck' checks to the end, there is no check of a range";
+        return "'blankCheck' checks to the end: there is no check of a range";
     return row.reason;
 }
 
@@ -286,7 +286,7 @@ void checkCommand(Inspection& inspection, const CheckedCommand& command) {
     if (command.prefix == '?' && command.text.empty())
         return addError(inspection, "'?' alone shows the help and ends the run with status 0");
     if (command.words.empty() && (command.prefix != '@' || command.text.empty()))
-        return addError(inspection, "there is no command here");
+        return addError(inspection, "a command is missing here");
     collectFile(inspection, command);
     if (!checkReferences(inspection, command) || command.entry == nullptr)
         return;

@@ -12,11 +12,11 @@ struct ScriptReport {
     std::vector<Finding> findings;
     /// The files that the commands name, as written.
     std::vector<std::string> files;
-    /// Why `files` may be incomplete: commands with variables that have no value.
+    /// Why `files` may be incomplete: commands with undefined variables.
     std::vector<Finding> unknownFiles;
 };
 
-/// Reads a script as a run does that begins with these variables, but without a board.
+/// Checks a script that starts with these variables. Needs no board and opens no port.
 [[nodiscard]] ScriptReport checkScript(std::FILE* stream, const Variables& variables);
 
 } // namespace secapp

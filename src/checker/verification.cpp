@@ -5,6 +5,7 @@
 
 #include <cinttypes>
 #include <iterator>
+#include <utility>
 
 namespace secapp {
 namespace {
@@ -60,37 +61,47 @@ bool verify(Inspection& inspection, const CheckedCommand& command, const Program
     return sizeOf(verified) >= programmed.size;
 }
 
+void recordProgrammed(const Inspection& inspection, const ProgramArguments& arguments,
+                      std::map<std::string, ProgrammedData>& programmed) {
+    std::string_view rest = arguments.addresses;
+    while (const std::optional<std::string_view> address = nextPiece(rest, ",")) {
+        ProgrammedData data;
+        data.line = inspection.line;
+        data.data = arguments.data;
+        data.address = *address;
+        data.size = sizeOf(arguments);
+        data.isChecksumCalculated = equalsIgnoringCase(arguments.checksumOption, "+c");
+        programmed.insert_or_assign(keyOf(*address), std::move(data));
+    }
+}
+
+void removeVerified(Inspection& inspection, const CheckedCommand& command, const ProgramArguments& arguments,
+                    std::map<std::string, ProgrammedData>& programmed) {
+    if (equalsIgnoringCase(arguments.addresses, "all")) {
+        for (auto place = programmed.begin(); place != programmed.end();)
+            place = verify(inspection, command, arguments, place->second) ? programmed.erase(place)
+                                                                          : std::next(place);
+        return;
+    }
+    std::string_view rest = arguments.addresses;
+    while (const std::optional<std::string_view> address = nextPiece(rest, ",")) {
+        const auto place = programmed.find(keyOf(*address));
+        if (place != programmed.end() && verify(inspection, command, arguments, place->second))
+            programmed.erase(place);
+    }
+}
+
 } // namespace
 
 void trackVerification(Inspection& inspection, const CheckedCommand& command) {
     const std::optional<ProgramArguments> arguments = parseProgramArguments(command);
     if (!arguments)
         return;
-    const bool verifies = isCommand(command, "verify");
     auto& programmed = inspection.unverified[dataKey(inspection, command, *arguments)];
-    const bool isEverywhere = equalsIgnoringCase(arguments->addresses, "all");
-    if (verifies && isEverywhere) {
-        for (auto place = programmed.begin(); place != programmed.end();)
-            place = verify(inspection, command, *arguments, place->second) ? programmed.erase(place)
-                                                                           : std::next(place);
-        return;
-    }
-    std::string_view addresses = arguments->addresses;
-    while (const std::optional<std::string_view> address = nextPiece(addresses, ",")) {
-        const std::string key = isEverywhere ? "all" : keyOf(*address);
-        if (!verifies) {
-            programmed.insert_or_assign(key, ProgrammedData{.line = inspection.line,
-                                                            .data = arguments->data,
-                                                            .address = std::string(*address),
-                                                            .size = sizeOf(*arguments),
-                                                            .isChecksumCalculated = equalsIgnoringCase(
-                                                                arguments->checksumOption, "+c")});
-            continue;
-        }
-        const auto place = programmed.find(key);
-        if (place != programmed.end() && verify(inspection, command, *arguments, place->second))
-            programmed.erase(place);
-    }
+    if (isCommand(command, "program"))
+        recordProgrammed(inspection, *arguments, programmed);
+    else
+        removeVerified(inspection, command, *arguments, programmed);
 }
 
 void reportUnverified(Inspection& inspection) {
