@@ -20,8 +20,8 @@ constexpr int startFailure = 1;
 constexpr int commandFailure = -1;
 constexpr int noScript = -2;
 
-/// The failing piece of a script and what was wrong with it.
-struct FailedPiece {
+/// The failing piece of a script line and its error.
+struct FailedCommand {
     std::string piece;
     std::string error;
 };
@@ -72,7 +72,7 @@ void checkWordsPerLine() {
     std::exit(startFailure);
 }
 
-ScriptSource chooseSource(const Options& options, const ScriptFile& script) {
+ScriptSource makeSource(const Options& options, const ScriptFile& script) {
     ScriptSource source;
     source.batchSwitch = options.batchMode;
     source.immediateLine = options.immediateLine;
@@ -90,38 +90,38 @@ ScriptSource chooseSource(const Options& options, const ScriptFile& script) {
 }
 
 /// Runs the commands of one line until one fails.
-std::optional<FailedPiece> runLine(HandlerData& record, std::string_view line, std::uint32_t echoFlags) {
+std::optional<FailedCommand> runLine(HandlerData& record, std::string_view line, std::uint32_t echoFlags) {
     setLastTargetCommand("");
     if (line.find('\0') != std::string_view::npos)
-        return FailedPiece{std::string(line.substr(0, line.find('\0'))), "Script line holds a zero byte"};
+        return FailedCommand{std::string(line.substr(0, line.find('\0'))), "Script line holds a zero byte"};
     while (const std::optional<std::string_view> piece = nextPiece(line, ";")) {
         setLastTargetCommand("");
         if (ErrorText error = runScriptCommand(record, *piece, echoFlags))
-            return FailedPiece{std::string(trimRight(*piece)), *error};
+            return FailedCommand{std::string(trimRight(*piece)), *error};
     }
     return std::nullopt;
 }
 
-/// What tells that the script could not be read to its end.
-std::optional<FailedPiece> checkReading(const ScriptSource& source) {
+/// An error if the script could not be read to its end.
+std::optional<FailedCommand> checkReading(const ScriptSource& source) {
     if (source.stream == nullptr || std::ferror(source.stream) == 0)
         return std::nullopt;
-    return FailedPiece{"", "Script could not be read to its end"};
+    return FailedCommand{"", "Script could not be read to its end"};
 }
 
-std::optional<FailedPiece> runScript(HandlerData& record, ScriptSource& source, std::uint32_t echoFlags) {
-    if (std::optional<FailedPiece> failure = checkReading(source))
+std::optional<FailedCommand> runScript(HandlerData& record, ScriptSource& source, std::uint32_t echoFlags) {
+    if (std::optional<FailedCommand> failure = checkReading(source))
         return failure;
     while (const std::optional<std::string> line = getScriptLine(source, deviceName(record))) {
         debug_print("line: %d, %s\n", source.lineCounter, line->c_str());
-        if (std::optional<FailedPiece> failure = runLine(record, *line, echoFlags))
+        if (std::optional<FailedCommand> failure = runLine(record, *line, echoFlags))
             return failure;
     }
     setLastTargetCommand("");
     return checkReading(source);
 }
 
-void reportFailure(const ScriptSource& source, const FailedPiece& failure) {
+void reportFailure(const ScriptSource& source, const FailedCommand& failure) {
     writeText(stderr, formatText("Error: %s:%d: %s\n", source.name.c_str(), source.lineCounter,
                                  failure.error.c_str()));
     writeText(stderr, formatText("   Script cmd:      %s\n", failure.piece.c_str()));
@@ -147,8 +147,8 @@ void closePort(HandlerData& record) {
     HandlerData record;
     record.port->deviceName = device;
     record.echoFlags = options.echoFlags;
-    ScriptSource source = chooseSource(options, script);
-    const std::optional<FailedPiece> failure = runScript(record, source, options.echoFlags);
+    ScriptSource source = makeSource(options, script);
+    const std::optional<FailedCommand> failure = runScript(record, source, options.echoFlags);
     if (failure)
         reportFailure(source, *failure);
     closePort(record);
@@ -156,7 +156,7 @@ void closePort(HandlerData& record) {
         writeText(stderr, "Terminated with errors\n");
     if ((options.echoFlags & echoExitMask) != 0)
         writeText(stdout, formatText("Processed %d lines\n", source.lineCounter));
-    finish(failure ? commandFailure : 0);
+    exitProgram(failure ? commandFailure : 0);
 }
 
 } // namespace

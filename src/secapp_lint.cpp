@@ -52,7 +52,7 @@ int printError(const std::string& text) {
 
 [[noreturn]] void show(std::string_view text) {
     writeText(stdout, std::string(text) + "\n");
-    finish(cleanStatus);
+    exitProgram(cleanStatus);
 }
 
 void defineVariable(Options& options, const char* argument) {
@@ -129,7 +129,7 @@ int checkFile(const char* path, const Options& options, std::set<std::string>& l
     std::set<std::string> listed;
     for (int at = optind; at < argc; ++at)
         status = std::max(status, checkFile(argv[at], options, listed));
-    finish(status);
+    exitProgram(status);
 }
 
 } // namespace

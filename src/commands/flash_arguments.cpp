@@ -20,7 +20,7 @@ struct FlashArguments {
     std::uint32_t fillValue = 0;
     std::optional<MeasuredFile> image;
     /// The file or the fill value as typed; without data, the address.
-    std::string dataWord;
+    std::string dataArgument;
     std::optional<std::string> addresses;
     std::optional<std::string> length;
 };
@@ -56,7 +56,7 @@ bool applyFlashOption(std::string_view option, FlashArguments& arguments, Checks
     return true;
 }
 
-/// Takes the option words off the line, and the first word after them, which it returns.
+/// Removes the option words from the line, and the first word after them, which it returns.
 Result<std::optional<std::string_view>> takeOptions(std::string_view& line, FlashArguments& arguments,
                                                     ChecksumMode& checksumMode) {
     std::optional<std::string_view> word = nextWord(line);
@@ -69,8 +69,8 @@ Result<std::optional<std::string_view>> takeOptions(std::string_view& line, Flas
 }
 
 ErrorText openImage(FlashArguments& arguments) {
-    const char* name = arguments.dataWord.c_str();
-    arguments.image = openMeasuredFile(arguments.dataWord);
+    const char* name = arguments.dataArgument.c_str();
+    arguments.image = openMeasuredFile(arguments.dataArgument);
     if (!arguments.image)
         return formatError("Cannot open %s file '%s'", arguments.command.c_str(), name);
     debug_print("File %s has size 0x%" PRIx64, name, static_cast<std::uint64_t>(arguments.image->size));
@@ -79,9 +79,10 @@ ErrorText openImage(FlashArguments& arguments) {
 
 /// Opens the file or evaluates the fill value.
 ErrorText readData(HandlerData& record, TransferDescriptor& descriptor, FlashArguments& arguments) {
-    if (!isNumeric(arguments.dataWord))
+    if (!isNumeric(arguments.dataArgument))
         return openImage(arguments);
-    const Result<std::uint64_t> value = evaluateExpression(record, descriptor.flashList, arguments.dataWord);
+    const Result<std::uint64_t> value =
+        evaluateExpression(record, descriptor.flashList, arguments.dataArgument);
     if (!value)
         return value.error();
     arguments.fillValue = static_cast<std::uint32_t>(*value);
@@ -100,7 +101,7 @@ ErrorText readArguments(HandlerData& record, std::string_view line, const Handle
         return firstWord.error();
     const char* command = arguments.command.c_str();
     std::optional<std::string_view> word = *firstWord;
-    arguments.dataWord = word.value_or("");
+    arguments.dataArgument = word.value_or("");
     if (takesData(descriptor.operation)) {
         if (!word)
             return formatError("%s: Missing filename or fill_value %s", command, commandUsage(entry).c_str());
@@ -142,7 +143,7 @@ Result<const FlashRegion*> findRegion(const FlashList& list, const FlashArgument
                            target.address);
     return formatError(
         "Binary image %s (size %" PRId64 ") is too large for memory %s (0x%" PRIx64 ", size %" PRIu32 ")",
-        arguments.dataWord.c_str(), imageSize, target.item.c_str(), target.address, containing->size);
+        arguments.dataArgument.c_str(), imageSize, target.item.c_str(), target.address, containing->size);
 }
 
 ErrorText checkPlacement(const FlashRegion& region, const TransferDescriptor& descriptor,
@@ -179,8 +180,8 @@ void setSizes(const FlashRegion& region, TransferDescriptor& descriptor) {
     descriptor.fillByte = region.blankValue;
 }
 
-/// Whether the data can be cut into chunks of the transfer's buffer: a fill must begin anew with each chunk,
-/// and the check word lies in the first.
+/// An error for data that cannot be cut into chunks of the transfer's buffer: each chunk starts with a whole
+/// fill value, and the check word is in the first chunk.
 ErrorText checkChunks(const TransferDescriptor& descriptor, const FlashArguments& arguments,
                       const FlashRegion& region) {
     const std::uint32_t buffer = descriptor.bufferSize;
@@ -195,7 +196,7 @@ ErrorText checkChunks(const TransferDescriptor& descriptor, const FlashArguments
 
 ErrorText setSource(HandlerData& record, TransferDescriptor& descriptor, const FlashArguments& arguments,
                     const FlashRegion& region, FlashTarget& target) {
-    // A fill without a length reaches to the end of the region.
+    // A fill without a length ends at the end of the memory.
     std::uint64_t length = region.size - (target.address - region.base);
     if (arguments.length) {
         const Result<std::uint64_t> given =

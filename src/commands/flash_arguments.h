@@ -4,9 +4,9 @@
 
 namespace secapp {
 
-/// "program", "verify", "erase" and "blankCheck": reads the command line, matches each address to one of the
-/// target's regions and runs the operation on it. The first error ends the command; what was done for earlier
-/// addresses stands.
+/// "program", "verify", "erase" and "blankCheck": reads the command line, finds the memory of each address
+/// and runs the operation there. The first error ends the command; operations at earlier addresses are not
+/// undone.
 [[nodiscard]] ErrorText programVerifyEraseHandler(HandlerData& record, std::string_view text,
                                                   std::string_view word, const HandlerEntry* entry);
 

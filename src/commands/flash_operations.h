@@ -9,13 +9,13 @@
 
 namespace secapp {
 
-/// What one flash operation works on; the sizes, the fill byte and the operation are in the command's
-/// descriptor.
+/// The address and the data of one flash operation; the sizes, the fill byte and the operation are in the
+/// command's descriptor.
 struct FlashTarget {
     /// The address as written and its value.
     std::string item;
     std::uint64_t address = 0;
-    /// Of program and verify.
+    /// Used by program and verify only.
     TransferSource source;
 };
 

@@ -11,9 +11,9 @@ namespace secapp {
 
 struct HandlerEntry;
 
-/// Carries out one command. `text` is the whole command after variable substitution, its command word
-/// included; `word` is the command word as typed; `entry` is the matched row of the command table, null when
-/// a command is run without one. Returns nothing on success, else the error text.
+/// Carries out one command. `text` is the whole command after variable substitution, including its command
+/// word; `word` is the command word as typed; `entry` is the matched row of the command table, null when a
+/// command runs without one.
 using CommandHandler = ErrorText (*)(HandlerData& record, std::string_view text, std::string_view word,
                                      const HandlerEntry* entry);
 
@@ -30,14 +30,14 @@ struct HandlerEntry {
     CommandHandler handler;
 };
 
-/// The text of a command after its command word, to be cut into words: all white space but spaces and tabs
+/// The text of a command after its command word, to be cut into words. White space other than spaces and tabs
 /// belongs to the words.
 [[nodiscard]] inline std::string_view argumentWords(std::string_view text) {
     (void)nextWord(text);
     return text;
 }
 
-/// The text of a command after its command word, trimmed, to be taken as a whole.
+/// The text of a command after its command word, trimmed.
 [[nodiscard]] inline std::string_view argumentsOf(std::string_view text) {
     return trimwhitespace(argumentWords(text));
 }

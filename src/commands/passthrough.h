@@ -4,7 +4,7 @@
 
 namespace secapp {
 
-/// Sends the command to the target as it stands.
+/// Sends the command to the target unchanged.
 [[nodiscard]] ErrorText genericHandler(HandlerData& record, std::string_view text, std::string_view word,
                                        const HandlerEntry* entry);
 

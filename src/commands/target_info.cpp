@@ -38,7 +38,7 @@ std::string regionLine(const FlashRegion& region, const std::optional<std::strin
                       last, size.c_str(), region.pageSize);
 }
 
-/// The external flash's region, the last of that name; null when there is none.
+/// The external flash, the last memory of that name; null if there is none.
 const FlashRegion* findExternal(const FlashList& list) {
     const FlashRegion* external = nullptr;
     for (const FlashRegion& region : list.regions)

@@ -7,17 +7,15 @@
 
 namespace secapp {
 
-/// "targetInfo": shows the target's part, memory regions and identification through the output handler.
+/// "targetInfo": shows the target's part, memories and identification through the output handler.
 [[nodiscard]] ErrorText infoHandler(HandlerData& record, std::string_view text, std::string_view word,
                                     const HandlerEntry* entry);
 
-/// "queryFlash": shows the target's own answer about its memory regions.
+/// "queryFlash": shows the target's answer about its memories.
 [[nodiscard]] ErrorText queryFlashHandler(HandlerData& record, std::string_view text, std::string_view word,
                                           const HandlerEntry* entry);
 
-// What these are made of.
-
-/// Shows the part line; nothing when the target does not name its part.
+/// Shows the part line, unless the target does not name its part.
 [[nodiscard]] ErrorText getPartInfo(HandlerData& record);
 
 /// The external flash's device family, empty when the target does not name one.
@@ -26,7 +24,7 @@ namespace secapp {
 /// The target's whole identification.
 [[nodiscard]] Result<std::string> getIDInfo(HandlerData& record);
 
-/// A size in bytes as "512K bytes", or as "1000 bytes" when it is no multiple of 1024.
+/// A size in bytes as "512K bytes", or as "1000 bytes" if it is not a multiple of 1024.
 [[nodiscard]] std::string toKString(std::int32_t size);
 
 } // namespace secapp

@@ -7,8 +7,7 @@
 
 namespace secapp {
 
-/// The commands that the tool knows, in the order in which they are tried; the last row takes every other
-/// word.
+/// The script commands, in the order in which they are tried; the last row matches every other word.
 extern const std::array<HandlerEntry, 17> handlerEntries;
 
 /// The first row that matches the command word.

@@ -102,7 +102,7 @@ void usage(const char* programName, bool advanced, int status, const char* devic
         advancedOptions();
     displayHandlerHelp();
     target_usage(deviceName, advanced);
-    finish(status);
+    exitProgram(status);
 }
 
 void display_usage(const char* deviceName) {

@@ -8,7 +8,7 @@
 namespace secapp {
 namespace {
 
-/// When the script's stopwatch was started, none while it is stopped.
+/// The start time of the script's stopwatch, empty while it is stopped.
 std::optional<TimePoint> timer;
 
 ErrorText printElapsed(HandlerData& record) {

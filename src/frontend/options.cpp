@@ -70,14 +70,14 @@ std::uint32_t numberOrExit(const char* text) {
     usage(getProgramName().c_str(), advanced, status, options.deviceName);
 }
 
-void refuseIf(bool conflict, char option) {
+void exitIfConflicting(bool conflict, char option) {
     if (!conflict)
         return;
     writeText(stderr, formatText("%s (-%c).\n", exclusive, option));
     std::exit(usageError);
 }
 
-void defineVariable(const char* argument) {
+void defineFromOption(const char* argument) {
     const auto [name, value] = splitDefinition(trimwhitespace(argument));
     if (!value) {
         writeText(stderr, formatText("variable cannot have a NULL value: %s\n",
@@ -104,10 +104,10 @@ void setDevice(Options& options, const char* device) {
 /// The options that choose where the script comes from.
 void chooseSource(Options& options, int letter) {
     if (letter == 's') {
-        refuseIf(options.fromTerminal, 's');
+        exitIfConflicting(options.fromTerminal, 's');
         options.scriptPath = optarg;
     } else if (letter == 't') {
-        refuseIf(options.scriptPath.has_value(), 't');
+        exitIfConflicting(options.scriptPath.has_value(), 't');
         options.fromTerminal = true;
     } else if (options.scriptPath || options.fromTerminal) {
         writeText(stderr, formatText("%s (-x).\n", exclusive));
@@ -161,7 +161,7 @@ void applyOption(Options& options, int letter) {
     case 'T':
         return setDefaultSerialReadTimeout(numberOrExit(optarg));
     case 'v':
-        return defineVariable(optarg);
+        return defineFromOption(optarg);
     case 'w':
         return setWordsPerLine(numberOrExit(optarg));
     case 's':

@@ -6,8 +6,8 @@
 
 namespace secapp {
 
-/// What the command line asks for, apart from the settings that the option parser hands to the rooms that
-/// read them.
+/// The options of the command line, except for the settings of other modules, which the option parser sets
+/// itself.
 struct Options {
     /// The device of `-d`; null when none was named. Points into the arguments.
     const char* deviceName = nullptr;
@@ -15,15 +15,14 @@ struct Options {
     std::optional<std::string> scriptPath;
     /// `-t`: the script comes from standard input.
     bool fromTerminal = false;
-    /// Not switched off by `-b`.
+    /// False with `-b`.
     bool batchMode = true;
     std::uint32_t echoFlags = 0;
-    /// The words left over, each followed by a blank.
+    /// The words after the options, each followed by a space.
     std::optional<std::string> immediateLine;
 };
 
-/// Reads the command line and applies its settings. Requests for help or the list of ports, and errors, end
-/// the program.
+/// Reads the command line and applies its settings. Help, the list of ports, and errors end the program.
 [[nodiscard]] Options parseOptions(int argc, char** argv);
 
 } // namespace secapp

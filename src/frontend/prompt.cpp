@@ -11,7 +11,7 @@ namespace {
 
 std::int32_t scriptPause = 0;
 
-std::optional<std::string> ask(std::string_view question) {
+std::optional<std::string> askUser(std::string_view question) {
     writeText(stdout, question);
     flushOutput();
     return readTextLine(stdin);
@@ -29,7 +29,7 @@ void setScriptPause(std::int32_t pause) {
 
 bool confirmCommand(std::string_view text) {
     const std::string command(text);
-    const std::optional<std::string> answer = ask("Execute '" + command + "'? (Y/n/q)");
+    const std::optional<std::string> answer = askUser("Execute '" + command + "'? (Y/n/q)");
     if (!answer)
         writeText(stderr, "Unable to read from stdin\n");
     if (!answer || startsWithIgnoringCase(*answer, "q")) {
@@ -43,7 +43,7 @@ bool confirmCommand(std::string_view text) {
 }
 
 bool waitForLine(std::string_view message) {
-    return ask(message).has_value();
+    return askUser(message).has_value();
 }
 
 } // namespace secapp

@@ -9,11 +9,11 @@ namespace secapp {
 [[nodiscard]] std::int32_t getScriptPause();
 void setScriptPause(std::int32_t pause);
 
-/// Asks on standard output whether to run the command and reads the answer from standard input. False when it
-/// is to be skipped. The answer "q", or none at all, ends the program with status 1.
+/// Asks on standard output whether to run the command and reads the answer from standard input. False if the
+/// user skips it. The answer "q", and the end of standard input, end the program with status 1.
 [[nodiscard]] bool confirmCommand(std::string_view text);
 
-/// Writes the message to standard output and waits for a line on standard input; false when there is none.
+/// Writes the message to standard output and waits for a line on standard input; false at its end.
 [[nodiscard]] bool waitForLine(std::string_view message);
 
 } // namespace secapp

@@ -14,7 +14,7 @@
 namespace secapp {
 namespace {
 
-/// What a prefix does to the command behind it.
+/// The effect of a prefix on the echo flags of its command.
 struct PrefixEffect {
     char prefix;
     std::uint32_t keptFlags;

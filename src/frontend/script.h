@@ -11,49 +11,46 @@
 
 namespace secapp {
 
-/// Where a run's lines come from.
+/// The source of a run's lines.
 struct ScriptSource {
-    /// Names the source in error reports.
+    /// The source's name in error reports.
     std::string name;
-    /// The whole of a script that is a regular file, less the lines handed out.
+    /// The lines of a script that is a regular file, without those already returned.
     std::string_view text;
-    /// A script of another kind, null when there is none; not owned.
+    /// A script of another kind, else null; not owned.
     std::FILE* stream = nullptr;
-    /// The joined words of the command line, until it is handed out.
+    /// The joined words of the command line, until they are returned.
     std::optional<std::string> immediateLine;
-    /// Whether the run still has to begin with the generated line that switches the target's echo off.
+    /// Whether the next line is the generated one that switches the target's echo off.
     bool batchSwitch = true;
     /// Lines read so far; the generated one does not count.
     int lineCounter = 0;
 };
 
-/// The next line of the script, with its newline; none at its end. `deviceName` may be null.
+/// The next line of the script, with its newline; empty at its end. `deviceName` may be null.
 [[nodiscard]] std::optional<std::string> getScriptLine(ScriptSource& source, const char* deviceName);
 
-/// One piece of a script line without the white space around it: its prefix, "#" of a comment included, and
-/// what stands behind. The prefix is 0 when there is none.
+/// One piece of a script line without the white space around it: its prefix, including the "#" of a comment,
+/// and the text after it. The prefix is 0 when there is none.
 struct PrefixedCommand {
     char prefix = '\0';
     std::string_view command;
 };
 [[nodiscard]] PrefixedCommand splitPrefix(std::string_view piece);
 
-/// Runs one piece of a script line: applies its prefix, echoes it and processes the command. The open port
-/// stays in `runRecord`.
+/// Runs one piece of a script line: applies its prefix, echoes it and processes the command.
 [[nodiscard]] ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText,
                                          std::uint32_t echoFlags);
 
-// What these are made of.
-
-/// Confirms the command when pausing is on, substitutes the variables, finds the command's handler and runs
-/// it on a record of its own.
+/// Confirms the command when pausing is on, substitutes the variables, finds the command's handler and calls
+/// it with a new record.
 [[nodiscard]] ErrorText processLine(HandlerData& runRecord, std::string_view commandText,
                                     std::uint32_t echoFlags);
 
 /// Sends the text to the target unchanged and waits for the answer.
 [[nodiscard]] ErrorText immediateHandler(HandlerData& record, std::string_view text);
 
-/// Writes the text to standard output: with a newline, or as it stands and at once.
+/// Writes the text to standard output: with a newline, or unchanged and flushed.
 void stdOutputHandler(HandlerData& record, std::string_view text, bool addNewline);
 
 } // namespace secapp

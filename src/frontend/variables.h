@@ -26,13 +26,13 @@ using Variables = std::vector<Variable>;
 void addVariable(Variables& variables, std::string_view name, std::string_view value);
 
 /// The text with every [name] of a variable replaced by its value, one variable after the other in the order
-/// of their definition, so that a value may refer to variables defined later. None when the result would be
-/// larger than `substitutionLimit` bytes.
+/// of their definition, so that a value may refer to variables defined later. Empty when the result would
+/// exceed `substitutionLimit` bytes.
 [[nodiscard]] std::optional<std::string> replaceVariables(const Variables& variables, std::string_view text);
 inline constexpr std::size_t substitutionLimit = std::size_t{64} * 1024 * 1024;
 
-/// A definition "name=value" cut at its first "=" signs; the value ends at a further one. No name when there
-/// is nothing but "=" signs.
+/// The parts of a definition "name=value"; the value ends at a second "=". No name when there are only "="
+/// signs.
 struct Definition {
     std::optional<std::string_view> name;
     std::optional<std::string_view> value;
@@ -42,8 +42,6 @@ struct Definition {
 /// "var name=value".
 [[nodiscard]] ErrorText varHandler(HandlerData& record, std::string_view text, std::string_view word,
                                    const HandlerEntry* entry);
-
-// What these are made of.
 
 /// The text with every occurrence of the pattern replaced, from left to right; inserted values are not
 /// searched again.

@@ -4,7 +4,7 @@
 
 namespace secapp {
 
-/// The bits of the echo-flag word: what is shown of a script command and of its conversation with the target.
+/// The bits of the echo-flag word: what is shown of a script command and of its exchanges with the target.
 inline constexpr std::uint32_t ECHO_NOISY = 0x00000002;
 inline constexpr std::uint32_t ECHO_SCRIPT = 0x00000004;
 inline constexpr std::uint32_t ECHO_DEBUG = 0x00000008;

@@ -13,9 +13,9 @@ namespace secapp {
 namespace {
 
 /// In ms.
-constexpr int pipePatience = 5000;
+constexpr int pipeTimeout = 5000;
 
-/// Opens a file, no folder, for reading, without waiting, and tells what it is.
+/// Opens a file, but not a directory, for reading, without waiting. `status` receives what it is.
 File openFile(const std::string& path, struct stat& status) {
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (descriptor < 0)
@@ -28,11 +28,11 @@ File openFile(const std::string& path, struct stat& status) {
     return stream;
 }
 
-/// Whether somebody has opened the pipe for writing, or does so in time. The first byte, if it came, goes
-/// back to the stream.
+/// Whether a process has opened the pipe for writing, or does so in time. The first byte, if one was read, is
+/// put back into the stream.
 bool hasWriter(std::FILE* pipe) {
     pollfd wait{.fd = ::fileno(pipe), .events = POLLIN, .revents = 0};
-    if (::poll(&wait, 1, pipePatience) != 0)
+    if (::poll(&wait, 1, pipeTimeout) != 0)
         return true;
     // A writer that has not written yet makes the read fail; without a writer the pipe is at its end.
     const int byte = std::fgetc(pipe);
@@ -48,7 +48,7 @@ File openDataFile(const std::string& path) {
     File stream = openFile(path, status);
     if (!stream || (S_ISFIFO(status.st_mode) && !hasWriter(stream.get())))
         return nullptr;
-    // A terminal ends when its user says so.
+    // The user ends the data of a terminal.
     const int descriptor = ::fileno(stream.get());
     if (S_ISCHR(status.st_mode) && ::isatty(descriptor) == 0 && !measureFile(stream.get()))
         return nullptr;
@@ -74,7 +74,7 @@ std::optional<FileState> fileState(std::FILE* stream) {
 }
 
 std::optional<std::int64_t> measureFile(std::FILE* stream) {
-    // Asked first, because a stream that cannot seek may forget what was read ahead.
+    // Checked first, because a stream that cannot seek may lose what was read ahead.
     if (::lseek(::fileno(stream), 0, SEEK_CUR) < 0 || ::fseeko(stream, 0, SEEK_END) != 0)
         return std::nullopt;
     const off_t size = ::ftello(stream);

@@ -13,11 +13,11 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// Opens a file whose data are read to their end, a pipe included. None for what cannot be read, a folder, a
-/// device whose data have no end, and a named pipe that nobody opens for writing within 5 s.
+/// Opens a file or a pipe whose data are read to their end. Null for what cannot be read, a directory, a
+/// device whose data have no end, and a named pipe that no process opens for writing within 5 s.
 [[nodiscard]] File openDataFile(const std::string& path);
 
-/// What tells that a regular file was written to: its size in bytes and its time of modification.
+/// The size of a regular file in bytes and its time of modification, which show that it was written to.
 struct FileState {
     std::int64_t size = 0;
     std::int64_t seconds = 0;
@@ -25,25 +25,25 @@ struct FileState {
     bool operator==(const FileState&) const = default;
 };
 
-/// The state of an open file; none for what is no regular file.
+/// The state of an open file; empty unless it is a regular file.
 [[nodiscard]] std::optional<FileState> fileState(std::FILE* stream);
 
-/// A file opened for reading, at its start, its size in bytes, and its state at that time.
+/// A file opened for reading, at its start, with its size in bytes and its state when it was opened.
 struct MeasuredFile {
     File stream;
     std::int64_t size = 0;
     std::optional<FileState> state;
 };
 
-/// Opens a file whose size can be taken beforehand; none when it cannot be opened or, as with a pipe,
-/// measured.
+/// Opens a file and finds its size; empty when it cannot be opened, or when its size cannot be found, as with
+/// a pipe.
 [[nodiscard]] std::optional<MeasuredFile> openMeasuredFile(const std::string& path);
 
-/// The size of a file at its start, in bytes, taken by seeking; none for one that has none but data all the
-/// same.
+/// The size in bytes of a file that is at its start, found by seeking; empty if unknown, as for a file that
+/// reports size 0 but has data.
 [[nodiscard]] std::optional<std::int64_t> measureFile(std::FILE* stream);
 
-/// The bytes of a stream from its place to its end; none when it cannot be read to its end.
+/// The bytes of a stream up to its end; empty when it cannot be read to its end.
 [[nodiscard]] std::optional<std::string> readToEnd(std::FILE* stream);
 
 } // namespace secapp

@@ -8,11 +8,11 @@
 namespace secapp {
 
 /// Reads a number: hexadecimal after "0x" (in any case), octal after a leading "0", else decimal. `value`
-/// takes the low 32 bits of what could be converted in every case; the error names the character at which
+/// always receives the low 32 bits of what could be converted; the error names the character at which
 /// conversion stopped.
 [[nodiscard]] ErrorText decode(std::string_view text, std::uint32_t& value);
 
-/// As `decode` while `report` is set; without it never an error, for answers that are scanned for a number.
+/// As `decode`, but without `report` it returns no error: for answers that are searched for a number.
 ErrorText decodeFull(std::string_view text, std::uint32_t& value, bool report);
 
 } // namespace secapp

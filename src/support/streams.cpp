@@ -19,16 +19,16 @@ namespace {
 int outputError = 0;
 
 void openStandardStreams() {
-    // A closed stream takes the direction in which it is not used, so that its use fails. The lowest free
-    // descriptor is taken, which is the one that was found closed.
+    // Opened in the direction in which it is not used, so that its use fails. open() takes the lowest free
+    // descriptor, which is the closed one.
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (::fcntl(descriptor, F_GETFD) < 0)
             (void)::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 }
 
-/// After each call that may have written output. A failed write of a line that fits its buffer shows in the
-/// stream's mark only.
+/// Called after each write. The result of a write does not show whether a line that fits the buffer was lost;
+/// the stream's error indicator does.
 void keepOutputError() {
     if (outputError == 0 && std::ferror(stdout) != 0)
         outputError = errno;
@@ -74,7 +74,7 @@ std::optional<std::string> takeTextLine(std::string_view& rest) {
     return std::string(line);
 }
 
-void finish(int status) {
+void exitProgram(int status) {
     flushOutput();
     if (outputError != 0) {
         writeText(stderr, formatText("standard output: %s\n", std::strerror(outputError)));

@@ -7,30 +7,29 @@
 
 namespace secapp {
 
-/// Writes the text to the stream as it stands. What waits in standard output goes out before anything is
-/// written to standard error.
+/// Writes the text to the stream unchanged. Standard output is flushed before each write to standard error.
 void writeText(std::FILE* stream, std::string_view text);
 
-/// Writes out what waits in standard output.
+/// Flushes standard output.
 void flushOutput();
 
-/// Whether a person reads standard error. Hints go there only then: scripts see what they always saw.
+/// Whether standard error is a terminal. Hints are for a person who reads it, and are written only then.
 [[nodiscard]] bool errorsGoToTerminal();
 
 /// Reads one line of at most `textLimit` characters, its newline included, as `fgets` does: a longer line
-/// arrives in pieces. None at the end of the stream or when it cannot be read.
+/// is returned in pieces. Empty at the end of the stream or when it cannot be read.
 [[nodiscard]] std::optional<std::string> readTextLine(std::FILE* stream);
 
-/// As `readTextLine`, off the front of a text.
+/// As `readTextLine`, from the front of a text, which loses it.
 [[nodiscard]] std::optional<std::string> takeTextLine(std::string_view& rest);
 
-/// Ends the program with the status, once standard output is written out. A success whose output could not be
-/// written is reported on standard error, with the first error, and ends with status 255.
-[[noreturn]] void finish(int status);
+/// Flushes standard output and ends the program with the status. When output was lost, the first error is
+/// reported on standard error, and status 0 becomes 255.
+[[noreturn]] void exitProgram(int status);
 
-/// Runs a whole program and ends the process: with `failure` when the program throws, which standard error
-/// then tells. A standard stream that is closed is opened such that its use fails, so that no file or port
-/// opened later is taken for it. Standard output is written line by line, whatever it leads to.
+/// Runs a whole program and ends the process. An exception is reported on standard error and ends it with the
+/// status `failure`. A standard stream that is closed is opened such that its use fails, so that no file or
+/// port opened later takes its place. Standard output is written line by line, even into a file.
 [[noreturn]] void runProgram(void (*program)(int argc, char** argv), int argc, char** argv, int failure);
 
 } // namespace secapp

@@ -21,7 +21,7 @@ std::string formatArguments(const char* format, std::va_list arguments) {
     const int length = std::vsnprintf(nullptr, 0, format, counted);
     va_end(counted);
     std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-    // The terminating zero lands on the one that std::string keeps behind its last character.
+    // The terminating zero overwrites the one that std::string keeps after its last character.
     std::vsnprintf(text.data(), text.size() + 1, format, arguments);
     return text;
 }
@@ -82,8 +82,8 @@ KeyValue splitKeyValue(std::string_view line) {
     const std::size_t end = line.find('=');
     if (end == std::string_view::npos)
         return {trimwhitespace(line), std::nullopt};
-    const std::string_view behind = line.substr(end + 1);
-    return {trimwhitespace(line.substr(0, end)), trimwhitespace(behind.substr(0, behind.find('=')))};
+    const std::string_view after = line.substr(end + 1);
+    return {trimwhitespace(line.substr(0, end)), trimwhitespace(after.substr(0, after.find('=')))};
 }
 
 std::string getBasename(std::string_view path) {

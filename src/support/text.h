@@ -11,16 +11,16 @@
 
 namespace secapp {
 
-/// What an operation that can fail returns: nothing on success, else the text that the user reads. Callers
+/// The result of an operation that can fail: empty on success, else the text that the user reads. Callers
 /// pass it upward unchanged.
 using ErrorText = std::optional<std::string>;
 
-/// What an operation returns that has a value to give: the value, else the error text.
+/// The result of an operation that returns a value and can fail: the value, or the error text.
 template <typename T>
 class [[nodiscard]] Result {
 public:
     Result(T value) : value_(std::move(value)) {}
-    /// Takes an error, which must hold a text.
+    /// `error` must hold a text.
     Result(ErrorText error) : error_(std::move(error)) {}
     Result(std::nullopt_t) = delete;
 
@@ -49,18 +49,18 @@ inline constexpr std::size_t textLimit = 1023;
 /// Makes an error text, cut at 1023 characters.
 [[nodiscard, gnu::format(printf, 1, 2)]] ErrorText formatError(const char* format, ...);
 
-/// The part of the text without white space (blank, tab, newline, vertical tab, form feed, return) at its
-/// ends.
+/// The text without white space (space, tab, newline, vertical tab, form feed, carriage return) at its start
+/// and end.
 [[nodiscard]] std::string_view trimwhitespace(std::string_view text);
 
 /// The text without white space at its end; leading white space stays.
 [[nodiscard]] std::string_view trimRight(std::string_view text);
 
-/// Takes the next piece off the front of `rest`: skips characters of `separators`, then reads up to the next
-/// one of them, which is dropped. None when nothing but separators is left.
+/// Removes the next piece from the front of `rest`: skips characters of `separators`, then reads up to the
+/// next one of them, which is dropped. Empty when only separators are left.
 [[nodiscard]] std::optional<std::string_view> nextPiece(std::string_view& rest, std::string_view separators);
 
-/// Takes the next word (separated by blanks and tabs) off the front of `rest`; none when no word is left.
+/// Removes the next word (separated by spaces and tabs) from the front of `rest`; empty when no word is left.
 [[nodiscard]] std::optional<std::string_view> nextWord(std::string_view& rest);
 
 /// Both compare byte for byte without regard to the case of ASCII letters.

@@ -27,8 +27,8 @@ void reportTransfer(HandlerData& record, const char* label, std::int64_t total, 
                             static_cast<double>(seconds), static_cast<double>(rate)));
 }
 
-/// Whether a file of known size is read to its end. The end of a pipe may be long in coming, and of a fill
-/// the reader tells.
+/// Whether a file of known size has been read to its end. A pipe and a fill end with a read that returns
+/// nothing.
 bool isReadWhole(const TransferSource& source) {
     if (source.stream == nullptr || !source.fileSize)
         return false;
@@ -36,8 +36,8 @@ bool isReadWhole(const TransferSource& source) {
     return next == EOF || std::ungetc(next, source.stream) == EOF;
 }
 
-/// An error for a file that gave other data than it held when it was opened: success means that the target
-/// has the whole image. Before the end of the data only too many of them are wrong.
+/// Fails if the file yields more bytes than its size at opening or, at the end, if it yielded fewer, was
+/// changed or cannot be read: success means that the target has the whole image.
 ErrorText checkSource(const TransferSource& source, std::int64_t total, bool atEnd) {
     if (source.stream == nullptr)
         return std::nullopt;
@@ -61,7 +61,7 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
     for (bool atEnd = false; !atEnd;) {
         const std::int64_t count = readBuffer(chunk, descriptor.bufferSize, source);
         total += std::max(count, std::int64_t{0});
-        // Once a file is read whole it may change.
+        // Changes after the end of the file do no harm.
         atEnd = count <= 0 || isReadWhole(source);
         if (ErrorText error = checkSource(source, total, atEnd))
             return error;

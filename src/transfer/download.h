@@ -9,7 +9,7 @@
 
 namespace secapp {
 
-/// Moves all data of the source into the target, chunk by chunk through the selected encoder, and calls
+/// Sends all data of the source to the target, chunk by chunk through the selected encoder, and calls
 /// `callback` before every chunk that starts at a buffer boundary and once at the end. `address` is the
 /// target address of the first byte, `label` the first word of the result line that goes to the output
 /// handler. On success the record's response is released. Returns the first error; then nothing more is sent.

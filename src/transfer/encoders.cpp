@@ -13,7 +13,7 @@
 namespace secapp {
 namespace {
 
-/// For a partial last word of 0 to 3 bytes: the bytes beyond the data.
+/// By the number of bytes in a partial last word (0 to 3): a mask of the missing bytes.
 constexpr std::array<std::uint32_t, wordSize> raggedMask = {0x00000000, 0xFFFFFF00, 0xFFFF0000, 0xFF000000};
 
 struct Encoding {
@@ -28,7 +28,7 @@ void appendHex(std::string& line, std::uint32_t word) {
     line.append(digits.begin(), end);
 }
 
-/// The word at the start of the data; bytes that it lacks are the fill byte.
+/// The word at the start of the data; missing bytes are the fill byte.
 std::uint32_t paddedWord(std::span<const std::uint8_t> data, std::uint8_t fillByte) {
     std::array<std::uint8_t, wordSize> bytes{};
     bytes.fill(fillByte);

@@ -10,12 +10,11 @@
 
 namespace secapp {
 
-/// One way of getting a chunk of data into the target's transfer buffer.
+/// A way to send a chunk of data to the target's transfer buffer.
 struct BufferEncoder {
     const char* name;
-    /// Sends the chunk, which is meant for the start of the target's transfer buffer, and adds the bytes sent
-    /// to `bytesStaged`, the running count of the transfer. Stops at the first error that the target or the
-    /// link reports.
+    /// Sends the chunk to the start of the target's transfer buffer, and adds the bytes sent to
+    /// `bytesStaged`, the running count of the transfer. Stops at the first error of the target or the link.
     ErrorText (*encode)(HandlerData& record, const TransferDescriptor& descriptor, std::uint32_t& bytesStaged,
                         std::span<const std::uint8_t> chunk);
 };
@@ -34,8 +33,6 @@ void listEncoderAlgorithms();
 inline constexpr std::uint32_t maxWordsPerLine = 64;
 [[nodiscard]] std::uint32_t getWordsPerLine();
 void setWordsPerLine(std::uint32_t words);
-
-// What these are made of.
 
 /// The sum of the data's little-endian words, the missing bytes of a partial last word counted as 0xFF.
 [[nodiscard]] std::uint32_t calcChecksum(std::span<const std::uint8_t> data);

@@ -14,15 +14,13 @@ namespace secapp {
 inline constexpr std::size_t checkedImageSize = 32;
 
 /// An error for an image whose first chunk, of at most `chunkSize` bytes, would not hold its check word.
-/// `imageSize` in bytes, none when it is not known beforehand.
+/// `imageSize` in bytes, empty if it is not known beforehand.
 [[nodiscard]] ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64_t>& imageSize);
 
-/// Replaces the check word in the first chunk of an image that goes to `address`, as `checksumMode` asks. An
-/// image too short for a check word stays as it is; what it lacks counts as zeros.
+/// Replaces the check word in the first chunk of an image at `address`, according to `checksumMode`. An image
+/// too short for a check word is not changed; its missing bytes count as zeros.
 [[nodiscard]] ErrorText patchChecksum(HandlerData& record, ChecksumMode checksumMode, std::uint32_t address,
                                       std::span<std::uint8_t> chunk);
-
-// What these are made of.
 
 /// The check word for the first seven words of the data.
 [[nodiscard]] std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image);

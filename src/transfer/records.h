@@ -11,7 +11,7 @@ namespace secapp {
 
 enum class Operation : std::uint32_t { program, verify, erase, blankCheck };
 
-/// What becomes of an image's check word: it is left alone, calculated, or taken from the target.
+/// How an image's check word is set: not at all, calculated, or read from the target.
 enum class ChecksumMode : std::uint32_t { none, calculate, fromTarget };
 
 /// The state of one command's transfers. All sizes are in bytes.
@@ -20,32 +20,32 @@ struct TransferDescriptor {
     std::uint32_t bytesStaged = 0;
     /// Target address of the transfer's first byte.
     std::uint32_t baseAddress = 0;
-    /// Size of the destination region, 0 for RAM.
+    /// Size of the destination memory, 0 for RAM.
     std::uint32_t regionSize = 0;
     /// How many of the staged bytes the target has programmed or verified.
     std::uint32_t bytesCommitted = 0;
     /// At least 1.
     std::uint32_t pageSize = 0;
-    /// The part of the target's transfer buffer in use, and so of one chunk; at least 1.
+    /// The part of the target's transfer buffer in use, which is also the size of a chunk; at least 1.
     std::uint32_t bufferSize = 0;
     /// The most raw bytes in one burst; at least 1.
     std::uint32_t burstSize = 0;
-    /// What the target's buffer is reset to.
+    /// The byte to which the target's buffer is reset.
     std::uint8_t fillByte = 0;
     Operation operation = Operation::program;
     ChecksumMode checksumMode = ChecksumMode::none;
-    /// The target's regions, none until the command needs them.
+    /// The target's memories, empty until the command needs them.
     std::optional<FlashList> flashList;
 };
 
-/// What a transfer reads from: a file or, without one, a value repeated over a length.
+/// The source of a transfer: a file or, without one, a value repeated over a length.
 struct TransferSource {
     /// Not owned.
     std::FILE* stream = nullptr;
-    /// The bytes that the file must yield, none when that is not known beforehand.
+    /// The number of bytes that the file must contain, empty if it is not known beforehand.
     std::optional<std::int64_t> fileSize = std::nullopt;
-    /// The file's state at its opening, which must last until its data are read; none when there is none to
-    /// compare.
+    /// The file's state when it was opened, which must be the same when its data are read; empty if there is
+    /// nothing to compare.
     std::optional<FileState> fileState = std::nullopt;
     /// The low `fillWidth` bytes are repeated, the lowest first.
     std::uint32_t fillValue = 0;

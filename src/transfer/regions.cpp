@@ -11,7 +11,7 @@ namespace {
 constexpr unsigned allDebugOptions = 7;
 constexpr int debugOptionsShift = 16;
 
-/// An aid, which the query does not depend on: what the target refuses is dropped, but not a lost answer.
+/// Optional: an error status is ignored, a lost answer is not.
 ErrorText sendDebugOptions(HandlerData& record, unsigned options) {
     if ((record.echoFlags & ECHO_TARGET_DEBUG) != 0)
         (void)sendCommand(record, formatText("DebugOptions %u", options));
@@ -58,7 +58,7 @@ ErrorText parseFlashList(std::string_view answer, FlashList& list) {
         else if (!list.regions.empty())
             setProperty(list.regions.back(), key, number);
     }
-    // A target with a single memory need not count it.
+    // A target with a single memory need not announce the number.
     if (list.regions.size() == 1 && list.declaredCount == 0)
         list.declaredCount = 1;
     if (list.regions.size() != list.declaredCount)

@@ -9,8 +9,8 @@
 namespace secapp {
 namespace {
 
-/// A file is read in pieces of this size, so that memory follows the file and not the size that the target
-/// claims for its buffer.
+/// A file is read in pieces of this size, so that the memory used depends on the file and not on the buffer
+/// size that the target reports.
 constexpr std::size_t readPiece = std::size_t{1} << 16;
 
 std::int32_t maxTransferBufferSize = -1;
@@ -31,7 +31,7 @@ ErrorText commitPages(HandlerData& record, TransferDescriptor& descriptor) {
 
 std::int64_t readBuffer(std::vector<std::uint8_t>& chunk, std::uint32_t count, TransferSource& source) {
     if (source.stream == nullptr) {
-        // Zeros, because the bytes of an incomplete last item are not written; one item may reach beyond the
+        // Zeros, because the bytes of an incomplete last item are not written; one item may extend beyond the
         // count.
         const std::uint64_t size =
             std::uint64_t{std::min(count, source.fillRemaining)} + sizeof source.fillValue;

@@ -10,8 +10,8 @@
 
 namespace secapp {
 
-/// What the transfer loop calls at every boundary of the target's transfer buffer, the start and the end
-/// included.
+/// The transfer loop calls it at every boundary of the target's transfer buffer, including the start and the
+/// end.
 using BufferFullCallback = ErrorText (*)(HandlerData& record, TransferDescriptor& descriptor);
 
 /// Reads up to `count` bytes of the source to the start of `chunk`, which grows as the data need it. Returns
@@ -25,16 +25,15 @@ using BufferFullCallback = ErrorText (*)(HandlerData& record, TransferDescriptor
 /// Has the target program or verify the pages staged since the last call, then resets its transfer buffer.
 [[nodiscard]] ErrorText commonBufferOverflowCallback(HandlerData& record, TransferDescriptor& descriptor);
 
-/// The limit set for transfers, in bytes; below 1 the command's own default applies. Once read, a negative
-/// setting (not given) is 0.
+/// The limit set for transfers, in bytes; below 1 the command's default applies. A negative setting (not
+/// given) becomes 0 when it is read.
 void setMaxTransferBufferSize(std::uint32_t bytes);
 [[nodiscard]] std::int32_t getMaxTransferBufferSize();
 
-// What these are made of.
-
 /// Produces the next `count` bytes of a fill, rounded up to a multiple of its width, as far as it reaches;
-/// returns their number, -1 for a bad width or while 2^31 bytes or more remained before it. Bytes of an
-/// incomplete last item are left as they are. `buffer` holds that rounded count, or all of a shorter fill.
+/// returns their number, or -1 for a bad width or when 2^31 bytes or more remained before. The bytes of an
+/// incomplete last item are not written. `buffer` has room for that rounded count, or for all of a shorter
+/// fill.
 [[nodiscard]] std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count,
                                       TransferSource& source);
 
