@@ -1,2 +1,2 @@
-// The floor of a program's start-up.
+// An empty program: the minimum that starting and ending a program takes.
 int main() {}

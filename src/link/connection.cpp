@@ -23,17 +23,17 @@ constexpr int noDeviceName = -2;
 constexpr int attempts = 10;
 constexpr int returnsPerAttempt = 10;
 
-/// In ms; the whole seconds of the line reader make it about one second of silence.
+/// In ms. Time-outs count in whole seconds: the answer may take one second.
 constexpr int answerTimeout = 1;
 
-/// How long a port that takes no bytes is waited for during the handshake.
+/// How long the handshake waits for a port that takes no bytes.
 constexpr auto handshakeWriteTimeout = std::chrono::seconds(1);
 
-/// A silent target is given up after about 91 s; one that never stops talking after this time.
+/// The limit for a target that never stops sending; the attempts on a silent one end after about 91 s.
 constexpr auto handshakeTimeLimit = std::chrono::seconds(100);
 
-/// For how long stale input is drained; a target that talks on is left to the handshake.
-constexpr auto longestDrain = std::chrono::seconds(1);
+/// The limit for reading old input; the handshake ignores what the target sends later.
+constexpr auto drainTimeLimit = std::chrono::seconds(1);
 
 /// A target that has not answered for this time gets a hint on the terminal.
 constexpr auto hintTime = std::chrono::seconds(3);
@@ -53,28 +53,29 @@ bool holdsToken(std::string_view response, int token) {
     return false;
 }
 
-/// How an attempt ends: in control of the target, worth another attempt, or with the failure's text.
-enum class Outcome { inControl, again, failed };
+/// How an attempt ends: connected, worth another attempt, or as the failure of the handshake.
+enum class Outcome { connected, again, failed };
 
 struct Handshake {
-    /// A record of its own without an output handler, so that nothing of the handshake is shown as output.
+    /// A separate record without an output handler: the answers are not shown.
     HandlerData work;
-    TimePoint until;
+    TimePoint deadline;
+    /// The last failure. While there is one, the next attempt sends RETURNs.
     ErrorText pending;
-    /// Whether the pending error is the link's, and not the target's.
+    /// Whether the pending error is an error of the link and not of the target.
     bool linkFailed = false;
-    /// When the first line went out.
+    /// When the first line was sent.
     std::optional<TimePoint> started = std::nullopt;
-    /// Whether nothing has come from the target, and nobody was told so.
+    /// Whether the target has sent nothing and the user was not told yet.
     bool hintDue = true;
 };
 
 bool isOver(const Handshake& handshake) {
-    return Clock::now() >= handshake.until;
+    return Clock::now() >= handshake.deadline;
 }
 
-/// How long a target that stays silent is still tried, in seconds: each wait for an answer takes one, and
-/// each further test is delayed as any command is.
+/// How long the attempts on a silent target still last, in seconds: each wait for an answer takes one, and
+/// each further test is delayed like any command.
 int secondsLeft(const Handshake& handshake) {
     using std::chrono::duration_cast, std::chrono::seconds, std::chrono::microseconds;
     const auto whole =
@@ -99,7 +100,7 @@ void hintAtSilence(Handshake& handshake) {
 
 bool send(Handshake& handshake, std::string_view line) {
     const Clock::duration timeout =
-        std::min<Clock::duration>(handshakeWriteTimeout, handshake.until - Clock::now());
+        std::min<Clock::duration>(handshakeWriteTimeout, handshake.deadline - Clock::now());
     handshake.started = handshake.started.value_or(Clock::now());
     handshake.linkFailed = sendLine(handshake.work, line, timeout).has_value();
     if (handshake.linkFailed)
@@ -107,9 +108,9 @@ bool send(Handshake& handshake, std::string_view line) {
     return !handshake.linkFailed;
 }
 
-/// Waits for an answer, whose failure becomes the pending error; false when it fails.
+/// Waits for an answer; its failure becomes the pending error. False when it fails.
 bool await(Handshake& handshake) {
-    Answer answer = collectAnswer(handshake.work, answerTimeout, handshake.until);
+    Answer answer = collectAnswer(handshake.work, answerTimeout, handshake.deadline);
     handshake.linkFailed = answer.end == AnswerEnd::lost;
     handshake.hintDue = handshake.hintDue && handshake.linkFailed && handshake.work.response.empty();
     hintAtSilence(handshake);
@@ -120,7 +121,7 @@ bool await(Handshake& handshake) {
     return answer.end == AnswerEnd::ok;
 }
 
-/// Reads answers to the test until one holds the token, nothing is collected, or one fails.
+/// Reads answers to the test until one contains the token, has no lines, or fails.
 Outcome awaitToken(Handshake& handshake, int token, bool last) {
     std::size_t searched = 0;
     while (await(handshake)) {
@@ -131,14 +132,14 @@ Outcome awaitToken(Handshake& handshake, int token, bool last) {
             return Outcome::failed;
         }
         if (holdsToken(std::string_view(handshake.work.response).substr(searched), token))
-            return Outcome::inControl;
+            return Outcome::connected;
         searched = handshake.work.response.size();
     }
     return Outcome::again;
 }
 
-/// Sends RETURNs, which end a half-typed line on the target's side, until one is answered well or cannot be
-/// written.
+/// Sends RETURNs, which end an incomplete line at the target, until one is answered with "VQX_OK" or cannot
+/// be written.
 void sendReturns(Handshake& handshake) {
     for (int sent = 0; sent < returnsPerAttempt && !isOver(handshake); ++sent)
         if (!send(handshake, "\r") || await(handshake))
@@ -150,7 +151,7 @@ Outcome attemptControl(Handshake& handshake, bool last) {
     const TimePoint start = Clock::now();
     const std::string line = composeLine(handshake.work, formatText("print %d", token), "=", "\r");
     // The delay that the user set for each line does not count.
-    handshake.until += Clock::now() - start;
+    handshake.deadline += Clock::now() - start;
     if (!send(handshake, line)) {
         handshake.pending = last ? "Failed to write synchronization test to target"
                                  : "Failed to write synchronization RETURN";
@@ -198,14 +199,15 @@ void reportEarlierFailure() {
 
 ErrorText getControl(HandlerData& record) {
     Handshake handshake{.work = newHandlerData(record, record.echoFlags),
-                        .until = Clock::now() + handshakeTimeLimit,
+                        .deadline = Clock::now() + handshakeTimeLimit,
                         .pending = std::nullopt};
-    // The process counts, too: one that was killed in this second may have left an answer with its token.
+    // The process number, because a process that was killed in this second can have left an answer with its
+    // token.
     std::srand(static_cast<unsigned>(std::time(nullptr)) ^ static_cast<unsigned>(::getpid()) << 16U);
     debug_print("Attempting to gain control of target");
     for (int left = attempts - 1; left >= 0; --left) {
         const Outcome outcome = attemptControl(handshake, left == 0 || isOver(handshake));
-        if (outcome == Outcome::inControl)
+        if (outcome == Outcome::connected)
             return std::nullopt;
         if (outcome == Outcome::failed)
             break;
@@ -218,11 +220,11 @@ ErrorText getControl(HandlerData& record) {
 }
 
 void flush(const HandlerData& record) {
-    const TimePoint until = Clock::now() + longestDrain;
+    const TimePoint deadline = Clock::now() + drainTimeLimit;
     std::uint8_t byte = 0;
     while (serial_read(*record.port, {&byte, 1}) > 0) {
         debug_print("Flush: <%c>, %d, %d", byte, 1, static_cast<signed char>(byte));
-        if (Clock::now() >= until)
+        if (Clock::now() >= deadline)
             return;
     }
 }

@@ -5,21 +5,20 @@
 
 namespace secapp {
 
-/// Opens the record's device and gains control of the target. Returns 0 on success, -2 without a device name,
-/// -1 when the target does not synchronise, and the port's `linkError` when an earlier attempt on it has
-/// failed.
+/// Opens the record's port and connects to the target. Returns 0 on success, -2 without a device name, -1
+/// when the handshake fails, and the port's `linkError` when an earlier handshake on it has failed.
 [[nodiscard]] int openSerialDevice(HandlerData& record);
 
-/// Says on standard error that nothing more is done on a port whose opening has failed.
+/// Reports on standard error that a port whose handshake has failed is not opened again.
 void reportEarlierFailure();
 
-// What these are made of.
+// Lower-level functions.
 
-/// Asks the target, on the record's open port, to print a number until that number comes back. On failure the
-/// port is restored and closed and is marked with `linkError`.
+/// The handshake on the record's open port: asks the target to print a number until that number is received.
+/// On failure the port is closed and marked with `linkError`.
 [[nodiscard]] ErrorText getControl(HandlerData& record);
 
-/// Reads and drops what waits on the port.
+/// Reads and drops the bytes that wait on the port.
 void flush(const HandlerData& record);
 
 } // namespace secapp

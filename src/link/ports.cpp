@@ -18,26 +18,25 @@ namespace {
 
 std::vector<std::string> portList;
 
-struct FolderCloser {
-    void operator()(DIR* folder) const { ::closedir(folder); }
+struct DirectoryCloser {
+    void operator()(DIR* directory) const { ::closedir(directory); }
 };
 
-/// The names in the folder, in its own order; none when it cannot be read, which is reported.
+/// The names in the directory, in the order of `readdir`. Reports a directory that cannot be read.
 std::vector<std::string> namesIn(const std::string& path) {
     std::vector<std::string> names;
-    const std::unique_ptr<DIR, FolderCloser> folder(::opendir(path.c_str()));
-    if (!folder) {
+    const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir(path.c_str()));
+    if (!directory) {
         writeText(stderr,
                   formatText("Error reading tty devices (%s): %s\n", path.c_str(), std::strerror(errno)));
         return names;
     }
-    while (const dirent* entry = ::readdir(folder.get()))
+    while (const dirent* entry = ::readdir(directory.get()))
         names.emplace_back(entry->d_name);
     return names;
 }
 
-/// A USB device's driver link points into the kernel's tree of USB bus drivers, that of a built-in port does
-/// not.
+/// The driver link of a USB device contains "usb", that of a built-in port does not.
 bool isOnUsb(const std::string& classPath) {
     const std::string device = classPath + "/device";
     struct stat status {};
@@ -54,10 +53,10 @@ bool isOnUsb(const std::string& classPath) {
     return false;
 }
 
-void getUSBSerialList(const std::string& folder) {
-    const std::vector<std::string> names = namesIn(folder);
+void getUSBSerialList(const std::string& directory) {
+    const std::vector<std::string> names = namesIn(directory);
     for (auto name = names.rbegin(); name != names.rend(); ++name) {
-        if (*name == "." || *name == ".." || !isOnUsb(folder + *name))
+        if (*name == "." || *name == ".." || !isOnUsb(directory + *name))
             continue;
         const std::string path = "/dev/" + *name;
         if (std::find(portList.begin(), portList.end(), path) == portList.end())
@@ -67,28 +66,28 @@ void getUSBSerialList(const std::string& folder) {
 
 } // namespace
 
-const std::vector<std::string>& serial_get_port_list(std::string_view folder) {
-    getUSBSerialList(std::string(folder));
+const std::vector<std::string>& serial_get_port_list(std::string_view directory) {
+    getUSBSerialList(std::string(directory));
     return portList;
 }
 
-int serial_get_port_count(std::string_view folder) {
-    return static_cast<int>(serial_get_port_list(folder).size());
+int serial_get_port_count(std::string_view directory) {
+    return static_cast<int>(serial_get_port_list(directory).size());
 }
 
-void serial_list(std::string_view folder) {
-    for (const std::string& path : serial_get_port_list(folder))
+void serial_list(std::string_view directory) {
+    for (const std::string& path : serial_get_port_list(directory))
         writeText(stderr, path + "\n");
 }
 
-ErrorText getSerialDeviceName(int index, std::string& device, std::string_view folder) {
+ErrorText getSerialDeviceName(int index, std::string& device, std::string_view directory) {
     device.clear();
-    const int count = serial_get_port_count(folder);
+    const int count = serial_get_port_count(directory);
     if (count == 0)
         return formatError("No serial ports");
     if (count > 1 && index == -1) {
         writeText(stderr, "Multiple serial ports found:\n");
-        serial_list(folder);
+        serial_list(directory);
         return formatError("Use -d serial_port to select\n");
     }
     if (index == -1)

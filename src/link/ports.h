@@ -8,27 +8,27 @@
 
 namespace secapp {
 
-/// The kernel's folder of terminal devices, in which the USB serial ports are looked for.
-inline constexpr std::string_view systemTtyFolder = "/sys/class/tty/";
+/// The kernel's directory of terminal devices, which lists the USB serial ports.
+inline constexpr std::string_view systemTtyDirectory = "/sys/class/tty/";
 
-/// Looks again and copies the path of the port with that index to `device`; -1 asks for the only one. An
-/// error when there is none; with -1 and several, they are listed on standard error.
+/// Searches for ports and copies the path of the one with that index to `device`; -1 is for the only one. An
+/// error if there is none; with -1 and several, lists them on standard error.
 [[nodiscard]] ErrorText getSerialDeviceName(int index, std::string& device,
-                                            std::string_view folder = systemTtyFolder);
+                                            std::string_view directory = systemTtyDirectory);
 
 /// Lists the USB serial ports on standard error and ends the program with status 0.
 [[noreturn]] void listSerialDevices();
 
-// What these are made of.
+// Lower-level functions.
 
-/// Looks for USB serial ports below `folder` (which ends in "/") and returns all paths found in this run, in
-/// the order of their finding: a path stays in the list when its device goes. The list belongs to this room.
-const std::vector<std::string>& serial_get_port_list(std::string_view folder = systemTtyFolder);
+/// Searches for USB serial ports below `directory` (which ends in "/") and returns all paths found in this
+/// run, in the order of discovery, including those whose device is gone. This module owns the list.
+const std::vector<std::string>& serial_get_port_list(std::string_view directory = systemTtyDirectory);
 
-/// The number of ports after a new look.
-[[nodiscard]] int serial_get_port_count(std::string_view folder = systemTtyFolder);
+/// Searches for ports and returns their number.
+[[nodiscard]] int serial_get_port_count(std::string_view directory = systemTtyDirectory);
 
-/// Looks again and writes the list to standard error, a path a line.
-void serial_list(std::string_view folder = systemTtyFolder);
+/// Searches for ports and writes their paths to standard error, one per line.
+void serial_list(std::string_view directory = systemTtyDirectory);
 
 } // namespace secapp

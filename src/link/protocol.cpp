@@ -15,7 +15,7 @@ int ensureOpen(HandlerData& record) {
     return record.port->handle == 0 ? openSerialDevice(record) : 0;
 }
 
-/// Writes a line to the open port. The target waits for the rest of one that does not go out whole.
+/// Writes a line to the open port. After an incomplete one the target waits for the rest.
 int send(const HandlerData& record, std::string_view line) {
     record.port->connectionError = sendLine(record, line, writeTimeout());
     return connectionFailure(record) ? notSent : static_cast<int>(line.size());

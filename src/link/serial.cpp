@@ -21,8 +21,8 @@
 namespace secapp {
 namespace {
 
-/// An answer that begins within this time of the write is awaited without sleeping: falling asleep and waking
-/// up would take as long as the answer.
+/// How long to busy-wait for an answer after a write. Sleeping and waking up would take as long as a quick
+/// answer.
 constexpr auto busyWaitLimit = std::chrono::microseconds(60);
 
 /// A longer pause within a line ends a wait whose deadline has passed.
@@ -69,7 +69,7 @@ void restoreAtExit(Port& port) {
     std::exit(-1);
 }
 
-/// Whether this process has opened the device before, and so holds its lock.
+/// Whether this process has already opened the device: then it holds the lock.
 bool isOpenHere(const struct stat& device) {
     return std::any_of(
         openPorts.begin(), openPorts.end(),
@@ -104,7 +104,7 @@ void reportDeviceGone(Port& port) {
     writeText(stderr, formatText("Device %s is gone\n", port.deviceName->c_str()));
 }
 
-/// The result of a call, whose error is kept; one that a signal interrupted is made again.
+/// Makes a system call, again after an interruption by a signal, and keeps its error number.
 template <typename Call>
 int callPort(Port& port, Call call) {
     ssize_t result = -1;
@@ -116,7 +116,7 @@ int callPort(Port& port, Call call) {
     return static_cast<int>(result);
 }
 
-/// Waits for the events on the port, at most for the given time; returns those that came.
+/// Waits for the events on the port, at most for the given time; returns those that occurred.
 short awaitEvents(const Port& port, short events, Clock::duration time) {
     using std::chrono::nanoseconds;
     // `poll` does not report fewer bytes than VMIN, which a read would return.
@@ -131,9 +131,9 @@ short awaitEvents(const Port& port, short events, Clock::duration time) {
     return wait.revents;
 }
 
-/// Waits awake for the answer to the last write, as long as it may begin soon; a slow target costs this time
-/// only once. Asks for the number of bytes, because an empty read would sleep until the kernel's worker has
-/// run. The worker carries the bytes on this processor, so it gets the processor between two looks.
+/// Busy-waits for the answer to the last write, unless the answer before was slow. Asks for the number of
+/// bytes, because an empty read sleeps until the kernel's worker has run. That worker carries the bytes and
+/// runs on this processor, so it gets the processor between two looks.
 void busyWaitForAnswer(Port& port) {
     int waiting = 0;
     while (port.answerPending && port.answersQuickly) {
@@ -192,7 +192,7 @@ void serial_init(Port& port, int vtime, int vmin) {
     struct stat status {};
     if (port.handle < 0 || ::fstat(port.handle, &status) != 0)
         refusePort(port, errno);
-    // Bytes must never go into a file that was named by mistake.
+    // No bytes may be written into a file that was named by mistake.
     const bool isTerminal = ::isatty(port.handle) != 0 || errno != ENOTTY;
     if (!isTerminal || !S_ISCHR(status.st_mode))
         refusePort(port, ENOTTY);

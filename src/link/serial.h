@@ -32,7 +32,7 @@ struct Port {
     int error = 0;
     /// Non-zero once the handshake has failed: the port is not opened again.
     std::int32_t linkError = 0;
-    /// Why nothing may be sent any more: the text of the failure that left host and target out of step.
+    /// Why nothing may be sent any more: the text of the lost answer or the incomplete write.
     ErrorText connectionError = {};
     /// The device is gone, and the user was told.
     bool gone = false;
@@ -70,14 +70,14 @@ enum class LineEnd { line, timedOut, failed };
 [[nodiscard]] LineEnd serial_readLine(Port& port, std::string& line, std::size_t capacity, TimePoint deadline,
                                       TimePoint limit);
 
-/// Waits until the port takes bytes or fails. False when `deadline` came first.
+/// Waits until the port takes bytes or fails. False at `deadline`.
 [[nodiscard]] bool serial_awaitOutput(const Port& port, TimePoint deadline);
 
 /// The number of the port's last error, and the system's text for it.
 [[nodiscard]] int serial_getError(const Port& port);
 [[nodiscard]] std::string serial_get_error(const Port& port);
 
-/// The VTIME (tenths of a second, default 0) and VMIN (bytes, default 1) of ports still to be opened.
+/// The VTIME (tenths of a second, default 0) and VMIN (bytes, default 1) of ports that are opened later.
 [[nodiscard]] std::uint32_t getDefaultSerialReadTimeout();
 void setDefaultSerialReadTimeout(std::uint32_t tenths);
 [[nodiscard]] std::uint32_t getDefaultSerialReadMinRead();

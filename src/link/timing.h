@@ -26,9 +26,9 @@ inline constexpr int SLEEP_TIMER = 9;
 /// operations, from a slot that is not running and from an unknown operation.
 using TimerResult = std::variant<std::monostate, std::string, float>;
 
-/// Works a stopwatch. `TIMER_PRINT` writes `format` to standard error with its last "%s" replaced by the
-/// elapsed text; without a format "Timer N: " and the text. A slot outside 0 to 9 ends the program with
-/// status 255.
+/// Starts, stops or reads a stopwatch. `TIMER_PRINT` writes `format` to standard error with its last "%s"
+/// replaced by the elapsed text; without a format "Timer N: " and the text. A slot outside 0 to 9 ends the
+/// program with status 255.
 TimerResult localTimerExt(int operation, int slot, std::string_view format = {});
 
 /// The one clock of the link. It only moves forward: a change of the time of day must not change a time-out.
@@ -51,7 +51,7 @@ void setClockCalls(const ClockCalls& calls);
 /// Sleeps for the given number of microseconds.
 void localSleep(std::uint32_t microseconds);
 
-/// Accepted for old command lines: there is one way of sleeping.
+/// Does nothing: there is only one way of sleeping. For old command lines.
 void useInternalSleepAlgorithm();
 
 /// Time-out of a target's answer in ms; 0 or less means no limit. Default 5000.

@@ -20,12 +20,12 @@ constexpr seconds longestWriteTimeout = std::chrono::hours(24);
 constexpr int millisecondsPerSecond = 1000;
 constexpr std::size_t dumpLineLength = 16;
 
-/// For how many time-outs lines that are not kept may go on.
+/// How many time-outs pass while only ignored lines are received.
 constexpr int ignoredLineTimeouts = 10;
 
 std::string lastTargetCommand;
 
-/// A time-out as it counts: the whole seconds of it, and the one in which it is noticed.
+/// A time-out counts in whole seconds and ends with the next one.
 seconds inWholeSeconds(int timeout) {
     return seconds(timeout / millisecondsPerSecond + 1);
 }
@@ -34,7 +34,7 @@ void printTimerWithLabel(int timer, const char* name) {
     localTimerExt(TIMER_PRINT, timer, std::string(name) + " timer (" + lastTargetCommand + "): %s\n");
 }
 
-/// Shows the pause between two reads.
+/// Sleeps between two reads and shows for how long.
 void showSleep() {
     localTimerExt(TIMER_START, SLEEP_TIMER);
     localSleep(1);

@@ -11,20 +11,20 @@
 
 namespace secapp {
 
-/// The conversation on a port that is open already. `link/protocol.h` opens it on first use.
+/// The protocol on an open port. `link/protocol.h` opens the port on first use.
 
-/// The longest line of an answer; a longer one arrives in pieces.
+/// The longest line of an answer, in characters; a longer one is received in pieces.
 inline constexpr std::size_t answerLineLimit = 16384;
 
-/// How much one script command may collect from the target, in bytes; those of an answer's lines that are not
-/// kept count, too.
+/// How much one script command may receive from the target, in bytes, including the ignored lines of an
+/// answer.
 inline constexpr std::size_t responseLimit = std::size_t{64} * 1024 * 1024;
 
-/// The last command line composed, trimmed; empty when there is none. It is forgotten with an empty text.
+/// The last command line composed, trimmed; empty when there is none.
 void setLastTargetCommand(std::string_view text);
 [[nodiscard]] const std::string& getLastTargetCommand();
 
-/// Makes a command line of its pieces, after the delay that is set for each; echoes and remembers it.
+/// Makes a command line of its pieces after the delay that is set for each line; echoes and remembers it.
 [[nodiscard]] std::string composeLine(const HandlerData& record, std::string_view text,
                                       std::string_view prefix, std::string_view suffix);
 
@@ -44,18 +44,18 @@ enum class AnswerEnd { ok, refused, lost };
 
 struct Answer {
     AnswerEnd end;
-    /// What the target said behind its error status, or why its answer was lost.
+    /// The target's text after its error status, or why its answer was lost.
     std::string text;
 };
 
 /// Collects the lines of one answer up to its status line into `response`, and shows them. `timeout` in ms
-/// applies to each line, 0 or less for no limit; lines that are not kept (empty ones, repeated commands) may
-/// go on for ten time-outs. An answer that has not ended at `limit` is lost like one that did not come.
+/// applies to each line, 0 or less for no limit; ignored lines (empty ones, repeated commands) extend it to
+/// ten time-outs. An answer that has not ended at `limit` is lost.
 [[nodiscard]] Answer collectAnswer(HandlerData& record, int timeout, TimePoint limit = TimePoint::max());
 
 // Lower-level functions.
 
-/// Writes a hex dump of the bytes to standard error, 16 to a line.
+/// Writes a hex dump of the bytes to standard error, 16 per line.
 void dumpBuffer(std::span<const std::uint8_t> bytes);
 
 /// Writes the bytes once; returns the number written, which may be smaller, or -1.

@@ -1,8 +1,8 @@
-// The host that the tool is measured against: it sends what the tool sends, waits for each answer in a
-// blocking read and looks at nothing but the status.
+// The minimal blocking host, with which secapp is compared: it sends the same bytes, waits for each answer in
+// a blocking read and checks only the status line.
 //
-//     ideal_host DEVICE commands SCRIPT             each line of SCRIPT is sent as it stands
-//     ideal_host DEVICE program IMAGE ADDRESS BUFFER PAGE FILL    numbers in hexadecimal
+//     minimal_blocking_host DEVICE commands SCRIPT             sends each line of SCRIPT unchanged
+//     minimal_blocking_host DEVICE program IMAGE ADDRESS BUFFER PAGE FILL    numbers in hexadecimal
 //
 // Prints "EXCHANGES BYTES-SENT BYTES-RECEIVED".
 #include <algorithm>
@@ -60,7 +60,7 @@ void send(Host& host, std::span<const char> bytes) {
     }
 }
 
-/// Reads up to the status, which begins a line; anything but success ends the program.
+/// Reads up to the status line; an error status ends the program.
 void awaitStatus(Host& host) {
     constexpr std::string_view status = "\nVQX_";
     std::array<char, 4096> bytes{};
@@ -138,8 +138,8 @@ std::uint32_t hexadecimal(const char* text) {
 int main(int argc, char** argv) {
     const std::string_view mode = argc > 3 ? argv[2] : "";
     if (!(mode == "commands" && argc == 4) && !(mode == "program" && argc == 8)) {
-        std::fputs("Usage: ideal_host DEVICE commands SCRIPT\n"
-                   "       ideal_host DEVICE program IMAGE ADDRESS BUFFER PAGE FILL\n",
+        std::fputs("Usage: minimal_blocking_host DEVICE commands SCRIPT\n"
+                   "       minimal_blocking_host DEVICE program IMAGE ADDRESS BUFFER PAGE FILL\n",
                    stderr);
         return 2;
     }
