@@ -9,6 +9,23 @@ protected:
         write("img", "0123");
         write("big", std::string(0x80001, 'b'));
     }
+
+    struct Row {
+        std::string command, conversation, error = {}, out = {};
+    };
+    // Runs each command as a script.
+    void expectRows(const std::vector<Row>& rows) {
+        for (const Row& row : rows) {
+            SCOPED_TRACE(row.command);
+            const Result r = runScript(row.command);
+            EXPECT_EQ(board.conversation(), row.conversation);
+            std::string last = "|" + row.conversation;
+            last = last.substr(last.rfind('|', last.size() - 2) + 1);
+            last = last.empty() ? "" : "=" + last.substr(0, last.find_last_not_of(" |") + 1);
+            EXPECT_EQ(r.err, row.error.empty() ? "" : report("script:1", row.error, row.command, last));
+            EXPECT_EQ(timed(r), row.out);
+        }
+    }
 };
 
 TEST_F(Commands, EvaluatesTheWordsOfTargetCommands) {
@@ -151,41 +168,30 @@ TEST_F(Commands, ChoosesTheRegion) {
 }
 
 TEST_F(Commands, ErasesAndBlankChecksLists) {
-    const std::string done = " ... completed in #s\n";
-    struct Case {
-        std::string command, conversation, out;
-    };
-    for (const Case& c : std::vector<Case>{
-             {"erase flash", "eraseFlash 10000000|", "Erasing flash" + done},
-             {"erase FLASH,,BANKB,", "eraseFlash 10000000|eraseFlash 10080000|",
-              "Erasing FLASH" + done + "Erasing BANKB" + done},
-             {"erase +w2 ALL 1*2 x", "eraseFlash 10000000|eraseFlash 10080000|",
-              "Erasing FLASH" + done + "Erasing BANKB" + done},
-             {"erase 0x10000200", "eraseFlash 10000200|", "Erasing 0x10000200" + done},
-             {"erase ,", "", ""},
-             {"blankCheck FLASH", "queryFlash|blankCheck 10000000 |", ""},
-             {"BLANKCHECK 0x10000000,bankb+512", "blankCheck 10000000 |queryFlash|blankCheck 10080200 |", ""},
-             {"blankCheck all", "queryFlash|blankCheck 10000000 |queryFlash|blankCheck 10080000 |", ""},
-         }) {
-        SCOPED_TRACE(c.command);
-        const Result r = runScript(c.command);
-        EXPECT_EQ(board.conversation(), "queryFlash|" + c.conversation);
-        EXPECT_EQ(timed(r), c.out);
-        EXPECT_EQ(r.err, "");
-    }
+    const std::string done = " ... completed in #s\n", query = "queryFlash|";
+    const std::string eraseFirst = query + "eraseFlash 10000000|", checkFirst = "blankCheck 10000000 |";
+    const std::string eraseBoth = eraseFirst + "eraseFlash 10080000|";
+    const std::string both = "Erasing FLASH" + done + "Erasing BANKB" + done;
+    const std::string item = "FLASH" + std::string(240, '+');
+    expectRows({
+        {"erase flash", eraseFirst, "", "Erasing flash" + done},
+        {"erase FLASH,,BANKB,", eraseBoth, "", both},
+        {"erase +w2 ALL 1*2 x", eraseBoth, "", both},
+        {"erase 0x10000200", query + "eraseFlash 10000200|", "", "Erasing 0x10000200" + done},
+        {"erase ,", query},
+        {"blankCheck FLASH", query + query + checkFirst},
+        {"BLANKCHECK 0x10000000,bankb+512", query + checkFirst + query + "blankCheck 10080200 |"},
+        {"blankCheck all", query + query + checkFirst + query + "blankCheck 10080000 |"},
+        {"blankCheck " + item, query, "Address too long: '" + item + "'"},
+    });
     board.answers.emplace("eraseFlash", "VQX_ERROR worn out\n");
     board.answers.emplace("blankCheck", "VQX_ERROR at 10\n");
-    Result r = runScript("erase all");
-    EXPECT_EQ(timed(r), "Erasing FLASH VQX_ERROR worn out\n... completed in #s\n");
-    EXPECT_EQ(r.err, report("script:1", "worn out", "erase all", "=eraseFlash 10000000"));
-    r = runScript("blankCheck all");
-    EXPECT_EQ(r.err, report("script:1", "at 10", "blankCheck all", "=blankCheck 10000000"));
-
-    const std::string item = "FLASH" + std::string(240, '+');
-    EXPECT_EQ(runScript("blankCheck " + item).err,
-              report("script:1", "Address too long: '" + item + "'", "blankCheck " + item, "=queryFlash"));
-    EXPECT_EQ(runScript("blankCheck " + item.substr(0, 244)).status, 255) << "blank";
-    EXPECT_EQ(board.conversation(), "queryFlash|queryFlash|blankCheck 10000000 |");
+    const std::string refusal = "VQX_ERROR at 10\n";
+    expectRows({
+        {"erase all", eraseFirst, "worn out", "Erasing FLASH VQX_ERROR worn out\n... completed in #s\n"},
+        {"blankCheck all", query + query + checkFirst, "at 10", refusal},
+        {"blankCheck " + item.substr(0, 244), query + query + checkFirst, "at 10", refusal},
+    });
 }
 
 TEST_F(Commands, ShowsDotsWhileErasingWithoutLimit) {
@@ -204,34 +210,26 @@ TEST_F(Commands, ShowsDotsWhileErasingWithoutLimit) {
 
 TEST_F(Commands, SetsBootBankAndUsbIdentity) {
     const std::string word(300, '7');
-    struct Case {
-        std::string command, conversation, error;
-    };
-    for (const Case& c : std::vector<Case>{
-             {"setBoot bankb x", "bootBank 1|", ""},
-             {"setBoot 1", "bootBank 1|", ""},
-             {"SETBOOT BANKA", "bootBank 0|", ""},
-             {"setBoot 0", "bootBank 0|", ""},
-             {"setBoot", "", "No parameter provided for setBoot"},
-             {"SetBoot 2", "", "Unknown boot bank '2'"},
-             {"setBoot 0x1", "", "Unknown boot bank '0x1'"},
-             {"setBoot 01", "", "Unknown boot bank '01'"},
-             {"setBoot \fBankA", "", "Unknown boot bank '\fBankA'"},
-             {"setVidPid \v1 2", "otp_ProgUSBID 2 \v1|", ""},
-             {"setBoot BankA1", "", "Unknown boot bank 'BankA1'"},
-             {"setVidPid 0x1234 \t 42 more", "otp_ProgUSBID 42 0x1234|", ""},
-             {"setVidPid FLASH 010", "otp_ProgUSBID 010 FLASH|", ""},
-             {"setVidPid", "", "No vid or pid provided for setVidPid"},
-             {"SETVIDPID 1", "", "No pid provided for SETVIDPID"},
-             {"setvidpid 1 " + word, "", "Line too long for setvidpid"},
-             {"setVidPid " + word.substr(0, 239) + " 1", "otp_ProgUSBID 1 " + word.substr(0, 239) + "|", ""},
-             {"setVidPid " + word.substr(0, 240) + " 1", "", "Line too long for setVidPid"},
-         }) {
-        SCOPED_TRACE(c.command);
-        const Result r = runScript(c.command);
-        EXPECT_EQ(board.conversation(), c.conversation);
-        EXPECT_EQ(r.err, c.error.empty() ? "" : report("script:1", c.error, c.command, ""));
-    }
+    expectRows({
+        {"setBoot bankb x", "bootBank 1|"},
+        {"setBoot 1", "bootBank 1|"},
+        {"SETBOOT BANKA", "bootBank 0|"},
+        {"setBoot 0", "bootBank 0|"},
+        {"setBoot", "", "No parameter provided for setBoot"},
+        {"SetBoot 2", "", "Unknown boot bank '2'"},
+        {"setBoot 0x1", "", "Unknown boot bank '0x1'"},
+        {"setBoot 01", "", "Unknown boot bank '01'"},
+        {"setBoot \fBankA", "", "Unknown boot bank '\fBankA'"},
+        {"setVidPid \v1 2", "otp_ProgUSBID 2 \v1|"},
+        {"setBoot BankA1", "", "Unknown boot bank 'BankA1'"},
+        {"setVidPid 0x1234 \t 42 more", "otp_ProgUSBID 42 0x1234|"},
+        {"setVidPid FLASH 010", "otp_ProgUSBID 010 FLASH|"},
+        {"setVidPid", "", "No vid or pid provided for setVidPid"},
+        {"SETVIDPID 1", "", "No pid provided for SETVIDPID"},
+        {"setvidpid 1 " + word, "", "Line too long for setvidpid"},
+        {"setVidPid " + word.substr(0, 239) + " 1", "otp_ProgUSBID 1 " + word.substr(0, 239) + "|"},
+        {"setVidPid " + word.substr(0, 240) + " 1", "", "Line too long for setVidPid"},
+    });
 }
 
 TEST_F(Commands, ShowsTargetInformation) {

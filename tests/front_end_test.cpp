@@ -2,96 +2,96 @@
 
 namespace {
 
-class FrontEnd : public Secapp {};
+class FrontEnd : public Secapp {
+protected:
+    struct Row {
+        std::string words;
+        int status;
+        std::string err, out = {}, input = {};
+    };
+    // Runs secapp with each row's words.
+    void expectRows(const std::vector<Row>& rows) {
+        for (const Row& row : rows) {
+            SCOPED_TRACE(row.words);
+            const Result r = run("exec secapp -d $PORT " + row.words, row.input);
+            EXPECT_EQ(r.status, row.status);
+            EXPECT_EQ(r.err, row.err);
+            EXPECT_EQ(r.out, row.out);
+        }
+    }
+};
 
 const std::string exclusive = "The -s, -t and -x options and/or immediate commands are mutually exslusive";
 
 TEST_F(FrontEnd, RefusesOptions) {
     write("a", "echo a");
     const std::string help = run("exec secapp -d $PORT -h").out;
-    struct Case {
-        std::string words;
-        int status;
-        std::string err;
-        bool help = false;
-    };
     const std::string decode = "Unable to decode value ";
     const std::string bad = " errno=0 - Success)\n";
-    for (const Case& c : std::vector<Case>{
-             {"-a 2 a", 255, "Invalid encoder algorithm index\n"},
-             {"-a -1 a", 255, "Invalid encoder algorithm index\n"},
-             {"-a x a", 1, decode + "'x' as decimal (char=0x78" + bad},
-             {"-g 12a", 1, decode + "'12a' as decimal (char=0x61" + bad},
-             {"-m 08", 1, decode + "'8' as octal (char=0x38" + bad},
-             {"-M 0x1G", 1, decode + "'1G' as hex (char=0x47" + bad},
-             {"-T '12 '", 1, decode + "'12 ' as decimal (char=0x20" + bad},
-             {"-A 0X-Z", 1, decode + "'-Z' as hex (char=0x2d" + bad},
-             {"-w 99999999999999999999", 1,
-              decode +
-                  "'99999999999999999999' as decimal (char=0x0 errno=34 - Numerical result out of range)\n"},
-             {"-g \"$(printf '\\351')\"", 1, decode + "'\351' as decimal (char=0xffffffe9" + bad},
-             {"-v name", 255, "variable cannot have a NULL value: name\n"},
-             {"-v ' name= '", 255, "variable cannot have a NULL value: name\n"},
-             {"-w 0 -s none", 1, "Unable to open script file none\n"},
-             {"-s .", 1, "Unable to open script file .\n"},
-             {"-w 0", 1, "Words per line must be >0 and <= 64\n"},
-             {"-w 65 hello", 1, "Words per line must be >0 and <= 64\n"},
-             {"-w -1 hello", 1, "Words per line must be >0 and <= 64\n"},
-             {"-s a -t", 255, exclusive + " (-t).\n"},
-             {"-t -s a", 255, exclusive + " (-s).\n"},
-             {"-s a -x", 255, exclusive + " (-x).\n", true},
-             {"-t -x hello", 255, exclusive + " (-x).\n", true},
-             {"-s a hello", 255, exclusive + "\n(script file 'a').\n", true},
-             {"-t hello", 255, exclusive + "\n(script file 'Terminal').\n", true},
-             {"-x -s a hello", 255, exclusive + "\n(script file 'a').\n", true},
-             {"-x", 254, "", true},
-             {"-p", 254, "", true},
-             {"-e p", 254, "Using serial port " + board.port() + "\n", true},
-             {"-q", 255, "secapp: invalid option -- 'q'\nUnknown option `-q'.\n", true},
-             {"-g", 255, "secapp: option requires an argument -- 'g'\nUnknown option `-g'.\n", true},
-             {"-\"$(printf '\\001')\"", 255,
-              "secapp: invalid option -- '\001'\nUnknown option character `\\x1'.\n", true},
-         }) {
-        SCOPED_TRACE(c.words);
-        const Result r = run("exec secapp -d $PORT " + c.words);
-        EXPECT_EQ(r.status, c.status);
-        EXPECT_EQ(r.err, c.err);
-        EXPECT_EQ(r.out, c.help ? help : "");
-    }
+    expectRows({
+        {"-a 2 a", 255, "Invalid encoder algorithm index\n"},
+        {"-a -1 a", 255, "Invalid encoder algorithm index\n"},
+        {"-a x a", 1, decode + "'x' as decimal (char=0x78" + bad},
+        {"-g 12a", 1, decode + "'12a' as decimal (char=0x61" + bad},
+        {"-m 08", 1, decode + "'8' as octal (char=0x38" + bad},
+        {"-M 0x1G", 1, decode + "'1G' as hex (char=0x47" + bad},
+        {"-T '12 '", 1, decode + "'12 ' as decimal (char=0x20" + bad},
+        {"-A 0X-Z", 1, decode + "'-Z' as hex (char=0x2d" + bad},
+        {"-w 99999999999999999999", 1,
+         decode + "'99999999999999999999' as decimal (char=0x0 errno=34 - Numerical result out of range)\n"},
+        {"-g \"$(printf '\\351')\"", 1, decode + "'\351' as decimal (char=0xffffffe9" + bad},
+        {"-v name", 255, "variable cannot have a NULL value: name\n"},
+        {"-v ' name= '", 255, "variable cannot have a NULL value: name\n"},
+        {"-w 0 -s none", 1, "Unable to open script file none\n"},
+        {"-s .", 1, "Unable to open script file .\n"},
+        {"-w 0", 1, "Words per line must be >0 and <= 64\n"},
+        {"-w 65 hello", 1, "Words per line must be >0 and <= 64\n"},
+        {"-w -1 hello", 1, "Words per line must be >0 and <= 64\n"},
+        {"-s a -t", 255, exclusive + " (-t).\n"},
+        {"-t -s a", 255, exclusive + " (-s).\n"},
+        {"-s a -x", 255, exclusive + " (-x).\n", help},
+        {"-t -x hello", 255, exclusive + " (-x).\n", help},
+        {"-s a hello", 255, exclusive + "\n(script file 'a').\n", help},
+        {"-t hello", 255, exclusive + "\n(script file 'Terminal').\n", help},
+        {"-x -s a hello", 255, exclusive + "\n(script file 'a').\n", help},
+        {"-x", 254, "", help},
+        {"-p", 254, "", help},
+        {"-e p", 254, "Using serial port " + board.port() + "\n", help},
+        {"-q", 255, "secapp: invalid option -- 'q'\nUnknown option `-q'.\n", help},
+        {"-g", 255, "secapp: option requires an argument -- 'g'\nUnknown option `-g'.\n", help},
+        {"-\"$(printf '\\001')\"", 255,
+         "secapp: invalid option -- '\001'\nUnknown option character `\\x1'.\n", help},
+    });
     const Result r = run("exec secapp");
     EXPECT_EQ(r.status, 254);
     EXPECT_TRUE(r.out.starts_with(help.substr(0, help.find("\nTarget commands")))) << r.out;
 }
 
 TEST_F(FrontEnd, AcceptsEveryOptionInAnyOrderWithTheWords) {
-    const Result r =
-        run("exec secapp echo -z -A 0x10 one -b -e q two -d $PORT -g 017 -M 1 -m 0 -T 0 -w 64 -a 0 -x "
-            "-v name=[three] '[name]'");
-    EXPECT_EQ(r.err, "one two [three]\n");
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.status, 0);
+    expectRows(
+        {{"echo -z -A 0x10 one -b -e q two -g 017 -M 1 -m 0 -T 0 -w 64 -a 0 -x -v name=[three] '[name]'", 0,
+          "one two [three]\n"}});
 }
 
 TEST_F(FrontEnd, LimitsTheCommandLineTo1023Characters) {
     const std::string x(1017, 'x');
-    EXPECT_EQ(run("exec secapp -b -d $PORT echo " + x).err, x + "\n");
-    for (const auto& [soFar, word] : std::vector<std::pair<std::string, std::string>>{
-             {"echo ", x + "y"}, {"echo a ", std::string(1016, 'b')}, {"", std::string(1023, 'c')}}) {
-        const Result r = run("exec secapp -b -d $PORT " + soFar + word);
-        EXPECT_EQ(r.err + r.out, "Max line length exceeded (1024): '" + soFar + word + "'\n");
-        EXPECT_EQ(r.status, 252);
-    }
+    expectRows({{"-b echo " + x, 0, x + "\n"}});
+    for (const std::string& words :
+         {"echo " + x + "y", "echo a " + std::string(1016, 'b'), std::string(1023, 'c')})
+        expectRows({{words, 252, "Max line length exceeded (1024): '" + words + "'\n"}});
 }
 
 TEST_F(FrontEnd, TakesScriptsFromFilesTerminalAndWords) {
     write("a", "echo a\n");
     write("b", "echo b;;echo c\r\n\r\n   \n# no; echo yes\n\techo a # b  ;# c\necho last");
-    EXPECT_EQ(run("exec secapp -b -d $PORT -s a -s b").err, "b\nc\nyes\na # b\nlast\n");
-    EXPECT_EQ(run("exec secapp -b -d $PORT -x -s a").err, "a\n");
-    EXPECT_EQ(run("exec secapp -b -d $PORT -t", "echo from\necho terminal").err, "from\nterminal\n");
-    EXPECT_EQ(run("exec secapp -b -d $PORT echo  from 'words;echo  twice'").err, "from words\ntwice\n");
-    EXPECT_EQ(run("mkfifo pipe; cat b >pipe & exec secapp -b -d $PORT -s pipe").err,
-              "b\nc\nyes\na # b\nlast\n");
+    const std::string b = "b\nc\nyes\na # b\nlast\n";
+    expectRows({
+        {"-b -s a -s b", 0, b},
+        {"-b -x -s a", 0, "a\n"},
+        {"-b -t", 0, "from\nterminal\n", "", "echo from\necho terminal"},
+        {"-b echo  from 'words;echo  twice'", 0, "from words\ntwice\n"},
+    });
+    EXPECT_EQ(run("mkfifo pipe; cat b >pipe & exec secapp -b -d $PORT -s pipe").err, b);
 }
 
 TEST_F(FrontEnd, ReadsLongLinesInPiecesOf1023Characters) {
@@ -102,21 +102,19 @@ TEST_F(FrontEnd, ReadsLongLinesInPiecesOf1023Characters) {
 
 TEST_F(FrontEnd, ReportsTheFirstFailingCommandAndStops) {
     board.answers.emplace("bad", "VQX_ERROR   no such thing \n");
+    const std::string error = "no such thing", line = "VQX_ERROR   no such thing\n";
     write("s", "hello\n  echo one ; bad  0x10\t; echo two\necho three\n");
-    const Result r = run("exec secapp -d $PORT -e e -s s");
-    EXPECT_EQ(r.err, "one\n" + report("s:2", "no such thing", " bad  0x10", "=bad 10"));
-    EXPECT_EQ(r.out, "VQX_ERROR   no such thing\nProcessed 2 lines\n");
-    EXPECT_EQ(r.status, 255);
-    EXPECT_EQ(run("exec secapp -d $PORT -t", "bad").err,
-              report("Terminal:1", "no such thing", "bad", "=bad"));
-    EXPECT_EQ(run("exec secapp -d $PORT bad").err,
-              report("<Command line>:1", "no such thing", "bad", "=bad"));
-
+    expectRows({
+        {"-e e -s s", 255, "one\n" + report("s:2", error, " bad  0x10", "=bad 10"),
+         line + "Processed 2 lines\n"},
+        {"-t", 255, report("Terminal:1", error, "bad", "=bad"), line, "bad"},
+        {"bad", 255, report("<Command line>:1", error, "bad", "=bad"), line},
+    });
     board.answers.emplace("batchmode", "VQX_FATAL\n");
-    // Gaining control writes the test of the handshake after the command that opens the port.
+    expectRows({{"-b echo hi", 0, "hi\n"}});
+    // The handshake writes its test after the command that opens the port.
     EXPECT_EQ(withoutNumbers(run("exec secapp -d $PORT echo hi").err),
               withoutNumbers(report("<Command line>:0", "", "batchmode 1", "=print 1")));
-    EXPECT_EQ(run("exec secapp -b -d $PORT echo hi").err, "hi\n");
 }
 
 TEST_F(FrontEnd, EchoesWhatTheLettersAskFor) {
@@ -212,30 +210,18 @@ TEST_F(FrontEnd, SendsCharactersWithTheAtPrefixAndGoesOn) {
 
 TEST_F(FrontEnd, AsksForConfirmation) {
     const auto asks = [](const std::string& command) { return "Execute '" + command + "'? (Y/n/q)"; };
-    const std::string abc = "-b -p 'echo a;echo b;echo c'";
-    struct Case {
-        std::string words, input, out, err;
-        int status = 0;
-    };
-    for (const Case& c : std::vector<Case>{
-             {abc, "N\n\nanything\n", asks("echo a") + asks("echo b") + asks("echo c"),
-              "Skipped 'echo a'\nb\nc\n"},
-             {abc, "y\nQuit\n", asks("echo a") + asks("echo b"), "a\nQuiting\n", 1},
-             {abc, "", asks("echo a"), "Unable to read from stdin\nQuiting\n", 1},
-             {"-p 'echo a'", "\nn\n", asks("batchmode 1") + asks("echo a"), "Skipped 'echo a'\n"},
-             {"-b '? echo [v];echo b' -v v=9", "no\n", asks("echo [v]"), "Skipped 'echo [v]'\nb\n"},
-             {"-b 'pause Only one;echo a;pause oFF;echo b'", "\n\n", asks("echo a") + asks("pause oFF"),
-              "a\nb\n"},
-             {"-b '?pause on;echo a'", "\n", asks("pause on"), "a\n"},
-             {"-b -p 'echo a;-echo b;#echo c'", "n\n\n", asks("echo a") + asks("echo b"),
-              "Skipped 'echo a'\nb\n"},
-         }) {
-        SCOPED_TRACE(c.words);
-        const Result r = run("exec secapp -d $PORT " + c.words, c.input);
-        EXPECT_EQ(r.out, c.out);
-        EXPECT_EQ(r.err, c.err);
-        EXPECT_EQ(r.status, c.status);
-    }
+    const std::string abc = "-b -p 'echo a;echo b;echo c'", a = asks("echo a"), b = asks("echo b");
+    const std::string skipped = "Skipped 'echo a'\n";
+    expectRows({
+        {abc, 0, skipped + "b\nc\n", a + b + asks("echo c"), "N\n\nanything\n"},
+        {abc, 1, "a\nQuiting\n", a + b, "y\nQuit\n"},
+        {abc, 1, "Unable to read from stdin\nQuiting\n", a},
+        {"-p 'echo a'", 0, skipped, asks("batchmode 1") + a, "\nn\n"},
+        {"-b '? echo [v];echo b' -v v=9", 0, "Skipped 'echo [v]'\nb\n", asks("echo [v]"), "no\n"},
+        {"-b 'pause Only one;echo a;pause oFF;echo b'", 0, "a\nb\n", a + asks("pause oFF"), "\n\n"},
+        {"-b '?pause on;echo a'", 0, "a\n", asks("pause on"), "\n"},
+        {"-b -p 'echo a;-echo b;#echo c'", 0, skipped + "b\n", a + b, "n\n\n"},
+    });
 }
 
 TEST_F(FrontEnd, SubstitutesVariables) {
@@ -333,32 +319,22 @@ TEST_F(FrontEnd, ReportsMistakesInScriptAids) {
 }
 
 TEST_F(FrontEnd, SendsNoLineBreak) {
-    const Result r = run("exec secapp -b -d $PORT 'echo sent; print a\nb'");
-    EXPECT_EQ(r.err,
-              "sent\n" + report("<Command line>:1", "A command for the target cannot hold a line break",
-                                " print a\nb", ""));
-    EXPECT_EQ(board.conversation(), "");
+    expectRows({{"-b 'echo sent; print a\nb'", 255,
+                 "sent\n" + report("<Command line>:1", "A command for the target cannot hold a line break",
+                                   " print a\nb", "")}});
+    EXPECT_EQ(board.bytes(), "");
 }
 
 TEST_F(FrontEnd, FailsWhenItsOutputIsLost) {
     board.answers.emplace("hello", "hi\nVQX_OK\n");
     const std::string full = "standard output: No space left on device\n";
-    struct Case {
-        std::string words, err;
-        int status = 255;
-    };
-    for (const Case& c : std::vector<Case>{
-             {"-e e echo hi >/dev/full", "hi\n" + full},
-             {"'hello;print 1;delay 1' >/dev/full", full},
-             {"hello >&-", "standard output: Bad file descriptor\n"},
-             {"echo hi >&-", "hi\n", 0},
-             {"-t <&-", report("Terminal:0", "Script could not be read to its end", "", "")},
-         }) {
-        SCOPED_TRACE(c.words);
-        const Result r = run("exec secapp -b -d $PORT " + c.words);
-        EXPECT_EQ(r.err, c.err);
-        EXPECT_EQ(r.status, c.status);
-    }
+    expectRows({
+        {"-b -e e echo hi >/dev/full", 255, "hi\n" + full},
+        {"-b 'hello;print 1;delay 1' >/dev/full", 255, full},
+        {"-b hello >&-", 255, "standard output: Bad file descriptor\n"},
+        {"-b echo hi >&-", 0, "hi\n"},
+        {"-b -t <&-", 255, report("Terminal:0", "Script could not be read to its end", "", "")},
+    });
 }
 
 TEST_F(FrontEnd, RunsTheScriptThatItOpened) {
@@ -374,8 +350,8 @@ TEST_F(FrontEnd, RunsTheScriptThatItOpened) {
         EXPECT_EQ(runScript(script).status, 0);
         EXPECT_EQ(board.conversation(), script.substr(0, 3) + " |hello |");
     }
-    const Result r = run("exec secapp -d $PORT -s /proc/self/mem");
-    EXPECT_EQ(r.err, report("/proc/self/mem:0", "Script could not be read to its end", "", ""));
+    expectRows({{"-s /proc/self/mem", 255,
+                 report("/proc/self/mem:0", "Script could not be read to its end", "", "")}});
     EXPECT_EQ(board.bytes(), "");
 }
 
