@@ -38,7 +38,7 @@ constexpr option longOptions[] = {
     {},
 };
 
-struct Options {
+struct CommandLine {
     Variables variables;
     /// The findings about the definitions of variables.
     Inspection definitions;
@@ -55,34 +55,34 @@ int printError(const std::string& text) {
     exitProgram(cleanStatus);
 }
 
-void defineVariable(Options& options, const char* argument) {
+void addDefinition(CommandLine& commandLine, const char* argument) {
     const std::string_view definition = trimwhitespace(argument);
     const auto [name, value] = splitDefinition(definition);
     if (!value)
         std::exit(printError("variable cannot have a NULL value: " + std::string(name.value_or(""))));
-    addVariable(options.variables, *name, *value);
-    checkDefinition(options.definitions, definition);
+    addVariable(commandLine.variables, *name, *value);
+    checkDefinition(commandLine.definitions, definition);
 }
 
-Options parseOptions(int argc, char** argv) {
-    // Options and words may be mixed, as for secapp.
+CommandLine parseCommandLine(int argc, char** argv) {
+    // CommandLine and words may be mixed, as for secapp.
     ::unsetenv("POSIXLY_CORRECT");
-    Options options;
+    CommandLine commandLine;
     for (int letter = 0; (letter = ::getopt_long(argc, argv, "hv:", longOptions, nullptr)) != -1;) {
         if (letter == 'h')
             show(usageText);
         if (letter == versionOption)
             show("secapp-lint " SECAPP_VERSION " (Build " SECAPP_BUILD_NUMBER ")");
         if (letter == filesOption)
-            options.listsFiles = true;
+            commandLine.listsFiles = true;
         else if (letter == 'v')
-            defineVariable(options, optarg);
+            addDefinition(commandLine, optarg);
         else
             std::exit(printError(usageText));
     }
     if (optind == argc)
         std::exit(printError(usageText));
-    return options;
+    return commandLine;
 }
 
 void printFindings(std::FILE* stream, const char* path, const std::vector<Finding>& findings) {
@@ -102,12 +102,12 @@ bool isDevice(const char* path) {
 }
 
 /// `listed`: the files listed for earlier scripts.
-int checkFile(const char* path, const Options& options, std::set<std::string>& listed) {
+int checkFile(const char* path, const CommandLine& commandLine, std::set<std::string>& listed) {
     const File script = isDevice(path) ? nullptr : openDataFile(path);
     if (!script)
         return printError(formatText("Unable to open script file %s", path));
-    const ScriptReport report = checkScript(script.get(), options.variables);
-    if (options.listsFiles) {
+    const ScriptReport report = checkScript(script.get(), commandLine.variables);
+    if (commandLine.listsFiles) {
         for (const std::string& file : report.files)
             if (listed.insert(file).second)
                 writeText(stdout, file + "\n");
@@ -117,18 +117,18 @@ int checkFile(const char* path, const Options& options, std::set<std::string>& l
     }
     if (std::ferror(script.get()) != 0)
         return printError(formatText("Script could not be read to its end: %s", path));
-    const auto& findings = options.listsFiles ? report.unknownFiles : report.findings;
+    const auto& findings = commandLine.listsFiles ? report.unknownFiles : report.findings;
     return findings.empty() ? cleanStatus : findingStatus;
 }
 
 [[noreturn]] void run(int argc, char** argv) {
-    const Options options = parseOptions(argc, argv);
-    const std::vector<Finding>& definitions = options.definitions.findings;
-    printFindings(options.listsFiles ? stderr : stdout, "<Command line>", definitions);
+    const CommandLine commandLine = parseCommandLine(argc, argv);
+    const std::vector<Finding>& definitions = commandLine.definitions.findings;
+    printFindings(commandLine.listsFiles ? stderr : stdout, "<Command line>", definitions);
     int status = definitions.empty() ? cleanStatus : findingStatus;
     std::set<std::string> listed;
     for (int at = optind; at < argc; ++at)
-        status = std::max(status, checkFile(argv[at], options, listed));
+        status = std::max(status, checkFile(argv[at], commandLine, listed));
     exitProgram(status);
 }
 

@@ -14,7 +14,7 @@ protected:
             {"#fw", image(1)},
             {"empty", ""},
             {"elf", "\x7F" + std::string("ELF")},
-            {"hex", ":020000040000FA\r\n:00000001FF\r\n"},
+            {"hex", "\n:020000040000FA\r\n:00000001FF\r\n"},
             {"srec", "S00600004844521B\n"},
             {"hexlike", ":0200000400FA\n"},
             {"text", "Text: :00000001FF\n"},

@@ -59,7 +59,7 @@ bool isName(std::string_view text) {
 std::vector<std::string> undefinedReferences(const CheckedCommand& command) {
     std::vector<std::string> references;
     // "@" replaces no variables, and a value can refer to variables that are defined later.
-    if (command.prefix == '@' || isCommand(command, "var"))
+    if (command.prefix == '@' || isNamed(command, "var"))
         return references;
     const std::string_view text = command.text;
     for (std::size_t open = text.find('['); open != std::string_view::npos; open = text.find('[', open + 1)) {
@@ -133,13 +133,13 @@ bool beginsLikeComment(std::string_view word) {
 
 const WordCount* findWordCount(const CheckedCommand& command) {
     const auto* const row = std::find_if(std::begin(wordCounts), std::end(wordCounts),
-                                         [&](const WordCount& c) { return isCommand(command, c.command); });
+                                         [&](const WordCount& c) { return isNamed(command, c.command); });
     return row == std::end(wordCounts) ? nullptr : row;
 }
 
 /// Whether a comment at that place changes what the command does.
 bool isReadByCommand(const CheckedCommand& command, const WordCount* row, std::size_t at) {
-    if (isCommand(command, "var"))
+    if (isNamed(command, "var"))
         return false;
     if (row == nullptr)
         return at == 0 || !isForTarget(command) || isTargetCommand(command.words.front());
@@ -170,9 +170,9 @@ std::string_view reasonOf(const CheckedCommand& command, const WordCount& row, s
         return "a length is one word";
     if (arguments && isSplit(arguments->addresses, command.words[next]))
         return oneAddressWord;
-    if (isCommand(command, "erase") && startsWithDigit)
+    if (isNamed(command, "erase") && startsWithDigit)
         return "'erase' erases to the end: there is no erase of a range";
-    if (isCommand(command, "blankCheck") && startsWithDigit)
+    if (isNamed(command, "blankCheck") && startsWithDigit)
         return "'blankCheck' checks to the end: there is no check of a range";
     return row.reason;
 }
@@ -197,7 +197,7 @@ void checkWords(Inspection& inspection, const CheckedCommand& command) {
 }
 
 void checkVariable(Inspection& inspection, const CheckedCommand& command) {
-    if (!isCommand(command, "var"))
+    if (!isNamed(command, "var"))
         return;
     const std::string_view definition =
         trimwhitespace(std::string_view(command.text).substr(command.entry->matchLength));
@@ -216,7 +216,7 @@ void checkVariable(Inspection& inspection, const CheckedCommand& command) {
 }
 
 void checkPause(Inspection& inspection, const CheckedCommand& command) {
-    if (!isCommand(command, "pause"))
+    if (!isNamed(command, "pause"))
         return;
     const std::string_view message = argumentsOf(command.text);
     for (const std::string_view state : {"on", "off"})
@@ -226,7 +226,7 @@ void checkPause(Inspection& inspection, const CheckedCommand& command) {
 }
 
 void checkTimer(Inspection& inspection, const CheckedCommand& command) {
-    if (!isCommand(command, "timer") || command.words.size() < 2)
+    if (!isNamed(command, "timer") || command.words.size() < 2)
         return;
     const std::string& operation = command.words[1];
     if (operation == "start" || operation == "on")
@@ -241,7 +241,7 @@ void checkTimer(Inspection& inspection, const CheckedCommand& command) {
 
 void checkBank(Inspection& inspection, const CheckedCommand& command) {
     constexpr std::string_view banks[] = {"BankA", "BankB", "0", "1"};
-    if (!isCommand(command, "setBoot") || command.words.size() < 2)
+    if (!isNamed(command, "setBoot") || command.words.size() < 2)
         return;
     if (std::none_of(std::begin(banks), std::end(banks),
                      [&](std::string_view bank) { return equalsIgnoringCase(command.words[1], bank); }))
@@ -251,7 +251,7 @@ void checkBank(Inspection& inspection, const CheckedCommand& command) {
 /// Checks the numbers of "delay" and of a command for the target.
 void checkNumbers(Inspection& inspection, const CheckedCommand& command) {
     std::uint32_t value = 0;
-    if (isCommand(command, "delay") && command.words.size() > 1) {
+    if (isNamed(command, "delay") && command.words.size() > 1) {
         if (decode(command.words[1], value))
             addError(inspection, quoted(command.words[1]) + " is not a number");
         checkNumber(inspection, command.words[1]);

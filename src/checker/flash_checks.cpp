@@ -11,8 +11,8 @@
 namespace secapp {
 namespace {
 
-bool takesData(const CheckedCommand& command) {
-    return isCommand(command, "program") || isCommand(command, "verify");
+bool hasData(const CheckedCommand& command) {
+    return isNamed(command, "program") || isNamed(command, "verify");
 }
 
 /// Applies an option; false if there is no such option.
@@ -31,7 +31,7 @@ bool readOption(const std::string& option, ProgramArguments& arguments) {
 }
 
 void checkOptions(Inspection& inspection, const CheckedCommand& command) {
-    const bool downloads = isCommand(command, "download");
+    const bool downloads = isNamed(command, "download");
     const std::string& word = command.words.front();
     ProgramArguments options;
     for (std::size_t at = 1; at < firstArgument(command); ++at) {
@@ -43,7 +43,7 @@ void checkOptions(Inspection& inspection, const CheckedCommand& command) {
     const bool hasFile = downloads || (arguments && arguments->isFile);
     if (!options.checksumOption.empty() && !hasFile)
         addError(inspection, quoted(options.checksumOption) + " is possible with a file only");
-    else if (equalsIgnoringCase(options.checksumOption, "+i") && isCommand(command, "program"))
+    else if (equalsIgnoringCase(options.checksumOption, "+i") && isNamed(command, "program"))
         addError(inspection, quoted(options.checksumOption) + " is not possible with " + quoted(word));
     if (!options.widthOption.empty() && !downloads && (!arguments || arguments->isFile))
         addWarning(inspection, quoted(options.widthOption) + " has no effect: only a value has a width");
@@ -104,7 +104,7 @@ void checkAddresses(Inspection& inspection, std::string_view addresses) {
 bool isFlashCommand(const CheckedCommand& command) {
     constexpr std::string_view names[] = {"program", "verify", "erase", "blankCheck"};
     return std::any_of(std::begin(names), std::end(names),
-                       [&](std::string_view name) { return isCommand(command, name); });
+                       [&](std::string_view name) { return isNamed(command, name); });
 }
 
 bool isSplit(std::string_view addresses, std::string_view nextWord) {
@@ -117,7 +117,7 @@ std::size_t firstArgument(const CheckedCommand& command) {
     std::size_t limit = 1;
     if (isFlashCommand(command))
         limit = command.words.size();
-    else if (isCommand(command, "download"))
+    else if (isNamed(command, "download"))
         limit = std::min<std::size_t>(2, command.words.size());
     std::size_t at = 1;
     while (at < limit && command.words[at].front() == '+')
@@ -126,7 +126,7 @@ std::size_t firstArgument(const CheckedCommand& command) {
 }
 
 std::optional<ProgramArguments> parseProgramArguments(const CheckedCommand& command) {
-    const std::size_t at = takesData(command) ? firstArgument(command) : command.words.size();
+    const std::size_t at = hasData(command) ? firstArgument(command) : command.words.size();
     if (at >= command.words.size())
         return std::nullopt;
     const auto wordAt = [&](std::size_t place) {
@@ -144,12 +144,12 @@ std::optional<ProgramArguments> parseProgramArguments(const CheckedCommand& comm
 }
 
 bool namesFile(const CheckedCommand& command) {
-    return takesData(command) || isCommand(command, "download");
+    return hasData(command) || isNamed(command, "download");
 }
 
 std::optional<std::string> fileOf(const CheckedCommand& command) {
     const std::size_t at = namesFile(command) ? firstArgument(command) : command.words.size();
-    if (at >= command.words.size() || (takesData(command) && isNumeric(command.words[at])))
+    if (at >= command.words.size() || (hasData(command) && isNumeric(command.words[at])))
         return std::nullopt;
     return command.words[at];
 }
@@ -163,7 +163,7 @@ const ImageFile& checkImage(Inspection& inspection, const CheckedCommand& comman
     if (image.problem.empty())
         return image;
     // Only a download reads a pipe.
-    const bool isPossible = image.isPipe && isCommand(command, "download");
+    const bool isPossible = image.isPipe && isNamed(command, "download");
     const auto report = isPossible ? addWarning : addError;
     constexpr std::size_t longestPath = 4096;
     report(inspection, quoted(name, longestPath) + " " + image.problem);
@@ -176,7 +176,7 @@ void checkFlashCommand(Inspection& inspection, const CheckedCommand& command) {
     checkOptions(inspection, command);
     if (const std::optional<std::string> file = fileOf(command))
         (void)checkImage(inspection, command, *file);
-    const std::size_t at = firstArgument(command) + (takesData(command) ? 1 : 0);
+    const std::size_t at = firstArgument(command) + (hasData(command) ? 1 : 0);
     if (isFlashCommand(command) && at < command.words.size())
         checkAddresses(inspection, command.words[at]);
     const std::optional<ProgramArguments> arguments = parseProgramArguments(command);

@@ -49,7 +49,8 @@ std::string formatProblem(std::string_view start) {
     if (start.starts_with("\x7F"
                           "ELF"))
         return "is an ELF file" + raw + "objcopy -O binary";
-    const std::string_view line = trimRight(start.substr(0, start.find_first_of("\r\n")));
+    std::string_view lines = trimwhitespace(start);
+    const std::string_view line = trimRight(nextPiece(lines, "\r\n").value_or(""));
     for (const RecordFormat& format : recordFormats)
         if (isRecord(line, format))
             return std::string("is ") + format.name + raw + format.conversion;
@@ -84,7 +85,7 @@ ImageFile inspectImage(const std::string& name) {
     if (::stat(name.c_str(), &status) != 0) {
         image.problem = std::string("cannot be opened: ") + std::strerror(errno);
         if (name.find_first_of("\"'") != std::string::npos)
-            image.problem += "; quotes are part of a name";
+            image.problem += "; quotes are part of a name and do not protect spaces";
         return image;
     }
     image.key =

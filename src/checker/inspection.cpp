@@ -23,7 +23,7 @@ std::string quoted(std::string_view text, std::size_t limit) {
     return "'" + shown + (text.size() > limit ? "...'" : "'");
 }
 
-bool isCommand(const CheckedCommand& command, std::string_view name) {
+bool isNamed(const CheckedCommand& command, std::string_view name) {
     return command.entry != nullptr && command.entry->name != nullptr && command.entry->name == name;
 }
 
@@ -32,7 +32,7 @@ bool isForTarget(const CheckedCommand& command) {
 }
 
 bool showsText(const CheckedCommand& command) {
-    return isCommand(command, "echo") || isCommand(command, "print") || isCommand(command, "pause");
+    return isNamed(command, "echo") || isNamed(command, "print") || isNamed(command, "pause");
 }
 
 } // namespace secapp

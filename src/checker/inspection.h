@@ -80,7 +80,7 @@ void addWarning(Inspection& inspection, std::string text);
 [[nodiscard]] std::string quoted(std::string_view text, std::size_t limit = 40);
 
 /// Whether the command is the one of that name in the command table.
-[[nodiscard]] bool isCommand(const CheckedCommand& command, std::string_view name);
+[[nodiscard]] bool isNamed(const CheckedCommand& command, std::string_view name);
 
 /// Whether the command is not one of secapp, so that it is sent to the target.
 [[nodiscard]] bool isForTarget(const CheckedCommand& command);

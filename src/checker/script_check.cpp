@@ -53,10 +53,10 @@ CheckedCommand readCommand(const PrefixedCommand& piece) {
     return command;
 }
 
-void defineVariable(const CheckedCommand& command) {
+void runDefinition(const CheckedCommand& command) {
     HandlerData unusedRecord;
     // Without a name it defines nothing, and ends the run.
-    if (isCommand(command, "var"))
+    if (isNamed(command, "var"))
         (void)varHandler(unusedRecord, command.text, command.words.front(), command.entry);
 }
 
@@ -76,7 +76,7 @@ void checkLine(Inspection& inspection, std::string_view line) {
             addWarning(inspection, quoted(trimwhitespace(*piece)) + " is run: the comment ends at ';'");
         const CheckedCommand command = readCommand(parts);
         checkCommand(inspection, command);
-        defineVariable(command);
+        runDefinition(command);
     }
 }
 

@@ -98,7 +98,7 @@ void trackVerification(Inspection& inspection, const CheckedCommand& command) {
     if (!arguments)
         return;
     auto& programmed = inspection.unverified[dataKey(inspection, command, *arguments)];
-    if (isCommand(command, "program"))
+    if (isNamed(command, "program"))
         recordProgrammed(inspection, *arguments, programmed);
     else
         removeVerified(inspection, command, *arguments, programmed);
