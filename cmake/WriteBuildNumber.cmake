@@ -1,6 +1,6 @@
 # A script for cmake -P: writes HEADER, which defines SECAPP_BUILD_NUMBER, the number of commits in SOURCE_DIRECTORY. In a
-# source archive it is in the file .build-number; without that file and without git it is 0. A header that holds the number
-# already is left alone.
+# source archive it is in the file .build-number; without that file and without git it is 0. A header with the same number
+# is not written again.
 set(number 0)
 find_package(Git QUIET)
 if(Git_FOUND AND EXISTS "${SOURCE_DIRECTORY}/.git")

@@ -1,6 +1,6 @@
-# Toolchain file for SECAPP_ARCHITECTURE, an architecture by Debian's name, with Debian's cross compiler. What is built is
-# static, so that it runs without that architecture's libraries: i386 as it is where the kernel lets it, the others in
-# qemu's user emulation.
+# Toolchain file for SECAPP_ARCHITECTURE, an architecture by Debian's name, with Debian's cross compiler. The programs
+# are static, so that they run without that architecture's libraries: for i386 directly if the kernel runs 32-bit programs,
+# the others in qemu's user emulation.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES SECAPP_ARCHITECTURE)
 
 set(i386 i686-linux-gnu qemu-i386)
@@ -14,10 +14,10 @@ set(CMAKE_SYSTEM_NAME Linux)
 string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR "${triplet}")
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
-# A static program that looks up users draws a warning, although it needs the libraries for that only.
+# The linker warns of static programs that look up users, although only that needs the libraries.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -Wl,--no-warnings")
 if(SECAPP_ARCHITECTURE STREQUAL armhf)
-  # g++ notes every use of what changed there in its version 7.
+  # g++ reports every use of a calling convention that its version 7 changed.
   set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 endif()
 set(CMAKE_FIND_ROOT_PATH /usr/${triplet})

@@ -12,13 +12,13 @@ source "$(dirname "$0")/lib.sh"
 mkdir -p dev/serial/by-id dev/serial/by-path images
 touch firmware.bin images/a images/b dev/ttyACM0 dev/ttyUSB7 dev/tty1 \
     dev/serial/by-id/usb-Board_01-if00 dev/serial/by-path/pci-0000:00:14.0-usb-0:1:1.0
-expect 'the devices of a machine' \
+expect 'the devices of a computer' \
     'dev/serial/by-id/usb-Board_01-if00 dev/serial/by-path/pci-0000:00:14.0-usb-0:1:1.0 dev/ttyACM0 dev/ttyUSB7' \
     "$(_secapp_devices dev | xargs)"
 
 # What is typed after secapp and its space, and what is offered there
 while IFS='|' read -r line offered; do
-    # shellcheck disable=SC2001 # the shell has no such replacement
+    # shellcheck disable=SC2001 # the shell cannot insert what matched
     read -r -a COMP_WORDS <<<"secapp $(sed 's/[=:]/ & /g' <<<"$line")"
     [[ $line != *' ' && -n $line ]] || COMP_WORDS+=('')
     # shellcheck disable=SC2034 # read by the completion

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Usage: editors.sh EDITORS WORDS
-# What the editors make of scripts: the groups that vim shows and its list of the checker's warnings, and nano's colours of
-# every command word. Status 77 when the vim part could not run.
+# Checks how vim highlights scripts, its list of the warnings of secapp-lint, nano's colours of every command word, and which
+# files are taken for scripts. Status 77 if there is no vim with syntax highlighting.
 set -euo pipefail
 export LC_ALL=C
 
@@ -88,7 +88,7 @@ qall!
 SCRIPT
 cat >secapp-lint <<'CHECKER'
 #!/bin/sh
-echo "$1:1: warning: a slip: all of it"
+echo "$1:1: warning: a mistake: all of it"
 echo "$1:2: error: no file: fw.bin"
 exit 1
 CHECKER
@@ -100,6 +100,6 @@ rm -f output
 while IFS='|' read -r -u 3 line part expected && read -r -u 4 group; do
     [[ $group =~ ^${expected:+secapp}$expected$ ]] || fail "vim shows '$part' of '$line' as '$group', not '$expected'"
 done 3<table 4<groups
-[[ $(cat warnings) == $'1 w a slip: all of it\n2 e no file: fw.bin' ]] ||
+[[ $(cat warnings) == $'1 w a mistake: all of it\n2 e no file: fw.bin' ]] ||
     fail "vim's list of warnings: $(cat warnings)"
 expect "file types in vim" "$(cut -d '|' -f 2 first-lines)" "$(cat types)"

@@ -1,10 +1,10 @@
 # shellcheck shell=bash
-# What the scripts share: saying what happens, installing what is missing, building a preset. Sourced, not run.
+# Functions that the scripts share: progress messages, installation of missing packages, building. Sourced, not run.
 
 project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 readonly project_root
 
-# Needs are pairs of what must be there, a command or a file, and the Debian package that brings it.
+# A need is a command or a file, and the Debian package that contains it.
 # shellcheck disable=SC2034 # read by the scripts that source this file
 readonly build_needs=(c++:g++ cmake:cmake ninja:ninja-build)
 # shellcheck disable=SC2034
@@ -30,7 +30,7 @@ readonly check_needs=("${clang_needs[@]}" clang-format-14:clang-format-14 clang-
     run-clang-tidy-14:clang-tidy-14 cppcheck:cppcheck shellcheck:shellcheck mandoc:mandoc
     pyflakes3:pyflakes3 mypy:mypy)
 
-# Most tests wait longer than they work.
+# Most tests wait more than they compute.
 # shellcheck disable=SC2034
 test_jobs=$((4 * $(nproc)))
 
@@ -60,7 +60,7 @@ as_root() {
     fi
 }
 
-# install_packages PACKAGE...: what apt prints goes into out/apt.log, which is shown when it fails.
+# install_packages PACKAGE...: writes the output of apt to out/apt.log and shows it if apt fails.
 install_packages() {
     local log=$project_root/out/apt.log
     mkdir -p "${log%/*}"
@@ -73,7 +73,7 @@ install_packages() {
     }
 }
 
-# ensure NEED...: installs the packages of what is missing; touches nothing when all is there.
+# ensure NEED...: installs the packages of missing needs; changes nothing if none is missing.
 ensure() {
     local need
     local -A missing=()
@@ -84,7 +84,7 @@ ensure() {
 
     local packages
     mapfile -t packages < <(printf '%s\n' "${!missing[@]}" | sort)
-    command -v apt-get >/dev/null || die 1 "please install what these Debian packages hold: ${packages[*]}"
+    command -v apt-get >/dev/null || die 1 "please install the contents of these Debian packages: ${packages[*]}"
     [[ $EUID -eq 0 ]] || command -v sudo >/dev/null ||
         die 1 "please install as root: apt-get install ${packages[*]}"
     say "Installing ${packages[*]}"
@@ -94,7 +94,7 @@ ensure() {
     done
 }
 
-# build PRESET [TARGET...]: builds into out/PRESET, everything without targets.
+# build PRESET [TARGET...]: builds into out/PRESET; all targets by default.
 build() {
     local preset=$1
     shift
