@@ -4,41 +4,32 @@
 set -euo pipefail
 
 cmake=$1 script=$2
-command -v git >/dev/null || {
-    echo 'no git'
-    exit 77
-}
+# shellcheck source=tests/lib.sh
+source "$(dirname "$0")/lib.sh"
+command -v git >/dev/null || skip "there is no git"
 # A hook of git that runs the tests names its own repository.
 unset "${!GIT_@}"
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 
-# expect NUMBER: writes the header of $work/source and compares it.
-expect() {
-    "$cmake" -DSOURCE_DIRECTORY="$work/source" -DHEADER="$work/build_number.h" -P "$script"
-    [[ $(<"$work/build_number.h") == "#define SECAPP_BUILD_NUMBER \"$1\"" ]] || {
-        echo "not $1: $(<"$work/build_number.h")"
-        exit 1
-    }
+# counts NUMBER: writes the header of source and compares it.
+counts() {
+    "$cmake" -DSOURCE_DIRECTORY="$directory/source" -DHEADER="$directory/build_number.h" -P "$script"
+    expect "the header" "#define SECAPP_BUILD_NUMBER \"$1\"" "$(<build_number.h)"
 }
 
 commit() {
-    git -C "$work/source" -c user.name=test -c user.email=test@localhost commit --quiet --allow-empty --message change
+    git -C source -c user.name=test -c user.email=test@localhost commit --quiet --allow-empty --message change
 }
 
-mkdir "$work/source"
-expect 0
-echo 7 >"$work/source/.build-number"
-expect 7
-git init --quiet "$work/source"
-expect 0
+mkdir source
+counts 0
+echo 7 >source/.build-number
+counts 7
+git init --quiet source
+counts 0
 commit
-expect 1
+counts 1
 commit
-expect 2
-touch --date 2000-01-01 "$work/build_number.h"
-expect 2
-[[ $(date --reference "$work/build_number.h" +%Y) == 2000 ]] || {
-    echo 'written although nothing has changed'
-    exit 1
-}
+counts 2
+touch --date 2000-01-01 build_number.h
+counts 2
+expect "the year of the unchanged header" 2000 "$(date --reference build_number.h +%Y)"
