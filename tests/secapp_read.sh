@@ -45,7 +45,7 @@ check "the mode and owner of a file that existed" test "$(stat -c '%a %u %g' rea
 "${target[@]}" -- "$secapp_read" {} FLASH 16K - >copy 2>output
 check "the bytes on standard output" cmp copy memory/FLASH.bin
 
-# fails WORDS STATUS FAULT SECAPP ARGUMENT...: the text holds the WORDS; the file of that name stays, and no other is left
+# fails WORDS STATUS FAULT SECAPP ARGUMENT...: the output contains WORDS; the file is unchanged, and there is no other
 fails() {
     local words=$1 wanted=$2 fault=$3 secapp=$4 status=0
     shift 4

@@ -57,13 +57,13 @@ sh removal purge
 expect "the purged package leaves no rules" '' "$(ls -A "$rules")"
 cp -r kept/. "$rules"
 
-mkdir folder
-ln -sfT "$directory/folder" "$access"
+mkdir other
+ln -sfT "$directory/other" "$access"
 "$script" --directory "$rules" >/dev/null
 check "a link to a directory is replaced" test -f "$access" -a ! -L "$access"
 ln -sf missing "$access"
 "$script" --directory "$rules" --remove >/dev/null
-expect "all rules are removed" '' "$(find "$rules" folder -name '*.rules')"
+expect "all rules are removed" '' "$(find "$rules" other -name '*.rules')"
 check "removing nothing is not a failure" "$script" --directory "$rules" --remove >output
 echo 'MODE="0666"' >"$modems"
 for arguments in --remove "--vid 1234"; do
