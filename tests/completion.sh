@@ -50,6 +50,13 @@ setBoot Bank|BankA BankB
 program fi|firmware.bin
 program firmware.bin a|all
 CASES
+# The commands that the help of secapp lists, and those that it does not
+known=$("$2/vqxsim" -- "$2/secapp" -d {} -H | sed -nE '/^Supported high-level/,/^Target/s/^    ([A-Za-z]+)[^A-Za-z].*/\1/p')
+COMP_WORDS=(secapp '') COMP_CWORD=1 COMPREPLY=()
+_secapp
+expect 'the commands of secapp' "$(sort -u <<<"$known"$'\ntargetInfo\nqueryFlash\ndownload\nversion\nprint')" \
+    "$(printf '%s\n' "${COMPREPLY[@]}" | sort)"
+
 command -v zsh >/dev/null || skip "there is no zsh"
 
 # The files where the package has them

@@ -72,7 +72,7 @@ syntax on
 edit test.secapp
 let groups = []
 for row in readfile('table')
-  let [line, part, expected] = split(row, '|', 1)
+  let [line, part; _] = split(row, '|', 1)
   call add(groups, synIDattr(synID(len(groups) + 1, stridx(line, part) + 1, 1), 'name'))
 endfor
 call writefile(groups, 'groups')
@@ -96,6 +96,7 @@ chmod +x secapp-lint
 EDITORS=$editors PATH=$directory:$PATH timeout 30 vim --not-a-term -T dumb -u NONE -S groups.vim </dev/null >output 2>&1 ||
     fail "vim ends with status $?"
 rm -f output
+expect "rows that vim has shown" "$(wc -l <table)" "$(wc -l <groups)"
 
 while IFS='|' read -r -u 3 line part expected && read -r -u 4 group; do
     [[ $group =~ ^${expected:+secapp}$expected$ ]] || fail "vim shows '$part' of '$line' as '$group', not '$expected'"
