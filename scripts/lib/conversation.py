@@ -15,7 +15,8 @@ OK = "VQX_OK"
 # What the words of pass-through commands evaluate to, and whether a region's name is in them.
 VALUES = {"FLASH": (BASE, True), "flash+28": (BASE + 28, True), "FLASH+4*8": (BASE + 32, True), "2+FLASH": (BASE + 2, True),
           "NOSUCH": (None, True), "0x99999999": (0x99999999, False), "0x100000": (0x100000, False), "64": (64, False),
-          "8": (8, False), "7": (7, False), "0": (0, False), "1/0": (None, False), "+5": (None, False)}
+          "8": (8, False), "7": (7, False), "0": (0, False), "1/0": (None, False), "1-2": (2**64 - 1, False),
+          "FLASH*4096": (BASE * 4096, True), "+5": (None, False)}
 
 
 class Failed(Exception):
@@ -201,7 +202,9 @@ class Exchange:
     def take(self, text, flood_lines):
         """Takes a line of the log that belongs to the answer; it shows line ends other than CR LF in hexadecimal."""
         flood = re.fullmatch(r"\[flood of (\d+) bytes\]", text)
-        if flood:
+        if flood and "ignored" in dict(self.faults):
+            lines = []
+        elif flood:
             length, step = int(flood[1]), 64 if flood_lines else LINE_LIMIT
             lines = ["f" * min(62 if flood_lines else step, length - at) for at in range(0, length, step)]
         else:
@@ -221,12 +224,14 @@ class Exchange:
 
 
 def read_log(log, flood_lines):
-    """The exchanges of a log, the kinds of the faults that struck, and when the device vanished, if it did."""
-    exchanges, struck, unplugged = [], [], None
+    """The exchanges of a log, the kinds of the faults that struck, when the device vanished, if it did, and whether it hung in
+    the middle of a request to the end."""
+    exchanges, struck, unplugged, early = [], [], None, []
     for stamp, sort, text in re.findall(r"^([\d.]+) (?:\d+ )?([>!<#]) (.*)$", log, re.M):
         fault = re.fullmatch(r"(exchange \d+, )?(\w+): (.*)", text) if sort == "!" else None
         if sort == ">":
             exchanges.append(Exchange(stamp, text))
+            exchanges[-1].faults, early = early, []
         elif sort == "<" and exchanges:
             # The line feed behind a status in single bytes may still be on its way when the next request comes.
             before = exchanges[-2:][0]
@@ -236,9 +241,11 @@ def read_log(log, flood_lines):
             struck.append(fault[2])
             if fault[1]:
                 exchanges[-1].faults.append((fault[2], fault[3]))
+            elif fault[2] == "hang":
+                early.append((fault[2], fault[3]))  # It struck at a byte of the request that comes next.
         elif text == "unplugged":
             unplugged = float(stamp)
     for exchange in exchanges:
         if {"cut", "noend"} & dict(exchange.faults).keys():
             exchange.status = None  # A line that does not end brings no status.
-    return exchanges, struck, unplugged
+    return exchanges, struck, unplugged, bool(early)

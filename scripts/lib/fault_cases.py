@@ -14,7 +14,7 @@ ASKED = ["print hello", "print not VQX_OK", "print vqx_ok", "print Vqx_Ok (done)
          "queryID", "queryPart", "help", "helpadvanced", "print " + "long" * 50]
 PASSED = ["dump FLASH 64", "dump FLASH+4*8 8", "readWord flash+28", "readWord FLASH", "bootBank 0", "DebugOptions 7"]
 REFUSED = ["eraseFlash 0x99999999", "bogus FLASH 7 NOSUCH", "readWord 2+FLASH", "dump FLASH 0x100000", "readWord NOSUCH",
-           "dump NOSUCH FLASH", "programPage FLASH 0", "bogus +5 1/0", "verifyPage 2+FLASH 8"]
+           "dump NOSUCH FLASH", "eraseFlash 1-2", "dump FLASH*4096 8", "verifyPage FLASH*4096 8", "programPage FLASH 0", "bogus +5 1/0", "verifyPage 2+FLASH 8"]
 
 
 def answered(*_):
@@ -31,8 +31,13 @@ def kept_status(_, exchange, __):
 
 
 def in_time(detail, exchange, limit):
-    """A late answer; `detail` tells its delay in seconds, or that of each of its bytes."""
+    """A late answer; `detail` tells its delay in seconds, or that of each of its bytes or of ignored lines before it."""
     seconds = float(re.search(r"[\d.]+", detail)[0])
+    if "lines" in detail:
+        total = seconds * int(detail.split()[-3])
+        if seconds > limit + 0.4 or total > 10 * limit + 1:
+            return {"lost"}
+        return {"answered"} if seconds < limit / 2 and total < 5 * limit else {"answered", "lost"}
     if "apart" in detail:
         line = seconds * max(len(exchange.request), exchange.longest, 100)
         return {"answered"} if line < limit / 2 else {"answered", "lost"}
@@ -55,6 +60,8 @@ KINDS = {
     "split": (["us=50", "us=900", "us=3000", "us=12000"], in_time),
     "noise": (["bytes={small}", "bytes=20,lines=0"], kept_status),
     "noend": ([""], lost),
+    "ignored": (["ms=50,times={small},line={line}", "ms=400,times=40,line={line}", "ms=1500,times=2,line={line}"],
+                in_time),
     "ends": (["with=CR", "with=LF", "with=NUL", "with=NUL"], answered),
     "flood": (["bytes={flood},lines={lines}"], answered),
 }
@@ -160,7 +167,8 @@ def make_fault(random_, case, requests):
     kind = random_.choice(list(KINDS))
     made = random_.choice(KINDS[kind][0]).format(
         late=int(case["timeout"]) // 1000 + 1, bit=random_.randint(0, 7), silent=random_.randint(0, 1),
-        small=random_.randint(1, 200), flood=random_.choice([100, 16384, 16385, 40000, 300000]), lines=case["flood lines"])
+        small=random_.randint(1, 200), flood=random_.choice([100, 16384, 16385, 40000, 300000]), lines=case["flood lines"],
+        line=random_.choice(["empty", "repeat", "zero"]))
     words = [request.split()[0].replace("[burst", "burst") for request in requests]
     known = [word for word in words if word in (["burst"] if kind in IN_BURSTS else [*FIRMWARE, "burst"])]
     places = [f"at={random_.randint(1, len(words) + 2)}", f"chance={random_.randint(1, 15)},count={random_.randint(1, 3)}"]
@@ -169,7 +177,7 @@ def make_fault(random_, case, requests):
         known, places = [word for word in known if word != "eraseFlash"], []
     if known:
         places += [f"command={random_.choice(known)},count=1"] * 2
-    if kind == "unplug" and random_.random() < 0.3:
+    if kind in ("unplug", "hang") and random_.random() < 0.3:
         places = [f"byte={random_.randint(1, len(requests) * 40 + len(case['image']) // random_.choice([1, 9]))}"]
     if kind.startswith("stuck"):
         places = ["count=1"]
@@ -182,7 +190,7 @@ def make_faults(random_, case):
     requests = rehearse(case)
     faults = [make_fault(random_, case, requests) for _ in range(random_.choice([0, 1, 1, 1, 1, 2, 3]))]
     # In one answer, a second flood would wash away the status, and noise without a line end melt into the flood's line.
-    floods = [made for made in faults if made.startswith("flood")]
+    floods = [made for made in faults if made.startswith(("flood", "ignored"))]
     return floods[:1] + [made for made in faults if made not in floods and not (floods and made.startswith("noise"))]
 
 
@@ -200,8 +208,16 @@ def make_case(seed, number):
             "seed": random_.randint(1, 1 << 30), "replug": random_.random() < 0.03}
     if random_.random() < 0.02 and not case["replug"]:
         case["page"], case["buffer"] = 6, random_.choice([6, 30])
-    case["commands"] = [erased(), transferred("program", case["image"]), transferred("verify", case["image"])] \
-        if case["replug"] else make_commands(random_, case)
+    stalls = random_.random() < 0.03 and not case["replug"]
+    if stalls:  # A burst that does not fit the queue of the port, and a target that takes nothing in the middle of it.
+        case |= {"image": random_.randbytes(60000), "page": 512, "buffer": 32768, "limit": 0, "encoder": 1, "timeout": "1500"}
+    program = transferred("program", case["image"])
+    if stalls:
+        case["commands"] = [program]
+    elif case["replug"]:
+        case["commands"] = [erased(), program, transferred("verify", case["image"])]
+    else:
+        case["commands"] = make_commands(random_, case)
     case["script"] = "; ".join(text for text, _ in case["commands"])
     # What the flash holds before: without it, an erase would have nothing to do and no bit could resist.
     erases = "erase " in case["script"]
@@ -209,12 +225,15 @@ def make_case(seed, number):
     repeats = random_.random() < 0.15
     if not repeats:
         case["commands"].insert(0, one_request("batchmode 1"))
-    case["faults"] = make_faults(random_, case)
+    # With -p, how many commands the user confirms before standard input ends.
+    confirms = random_.random() < 0.08 and not case["replug"]
+    case["confirmed"] = random_.randint(1, len(case["commands"])) if confirms else 0
+    case["faults"] = [f"hang,byte={random_.randint(500, 4000)},s=2.5"] if stalls else make_faults(random_, case)
     if case["faults"] and all(made.startswith(("unplug", "error", "flip", "ends")) for made in case["faults"]):
         case["timeout"] = "8000"  # Nothing of this may take that long.
     letter = {None: "", 0: "N", 1: "A", 2: "B", 4: "S"}[case["debug"]]
     case["options"] = ["-a", str(case["encoder"]), "-g", case["timeout"], "-m", str(case["limit"]), "-w", str(case["words"]),
-                       *(["-e", letter] if letter else []), *(["-b"] if repeats else []),
+                       *(["-e", letter] if letter else []), *(["-b"] if repeats else []), *(["-p"] if confirms else []),
                        *(["-M", str(random_.randint(0, 3))] if random_.random() < 0.15 else []),
                        *(["-T", str(random_.randint(0, 2))] if random_.random() < 0.1 else [])]
     return case

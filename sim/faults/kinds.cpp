@@ -205,8 +205,9 @@ std::string strikeFlood(Fault& fault, Exchange& exchange, Random&) {
 constexpr auto kinds = std::to_array<FaultKind>({
     {"error", "text status", "an error status instead of carrying the request out", FaultPhase::request, "",
      strikeError},
-    {"hang", "s", "the target does nothing for s seconds, then carries on", FaultPhase::request, "",
-     strikeHang},
+    {"hang", "s byte",
+     "the target does nothing for s seconds, then carries on; before an answer, or once the Nth byte was received",
+     FaultPhase::request, "", strikeHang},
     {"unplug", "byte replug",
      "the device vanishes once the Nth byte was received, or before an answer; with --link it comes back after replug seconds, its memory kept",
      FaultPhase::request, "", strikeUnplug},

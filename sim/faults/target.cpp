@@ -52,13 +52,14 @@ Outcome carryOut(Target& target, Request request) {
     return outcome;
 }
 
-/// The unplug fault that strikes at a byte still to come, none when there is none.
-Fault* nextUnplug(Target& target) {
-    const auto due = [&](const Fault& fault) {
-        return fault.byte && fault.struck == 0 && *fault.byte > target.received;
-    };
-    const auto found = std::find_if(target.faults.begin(), target.faults.end(), due);
-    return found == target.faults.end() ? nullptr : &*found;
+/// The fault that strikes at the next of the bytes still to come, none when there is none.
+Fault* nextAtByte(Target& target) {
+    Fault* next = nullptr;
+    for (Fault& fault : target.faults)
+        if (fault.byte && fault.struck == 0 && *fault.byte > target.received &&
+            (next == nullptr || *fault.byte < *next->byte))
+            next = &fault;
+    return next;
 }
 
 /// Gives the firmware bytes with the byte fault applied; returns how many of them are used up.
@@ -86,20 +87,20 @@ std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Requ
 
 std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outcome>& outcome) {
     judgeBurst(target);
-    Fault* const unplug = nextUnplug(target);
-    if (unplug != nullptr)
+    Fault* const atByte = nextAtByte(target);
+    if (atByte != nullptr)
         bytes = bytes.substr(0, static_cast<std::size_t>(
-                                    std::min<std::uint64_t>(*unplug->byte - target.received, bytes.size())));
+                                    std::min<std::uint64_t>(*atByte->byte - target.received, bytes.size())));
     std::optional<Request> request;
     const std::size_t taken = passBytes(target, bytes, request);
     target.received += taken;
     if (request)
         outcome = carryOut(target, std::move(*request));
-    if (unplug != nullptr && target.received == *unplug->byte) {
+    if (atByte != nullptr && target.received == *atByte->byte) {
         if (!outcome)
             outcome.emplace();
-        outcome->exchange.notes.push_back(unplug->kind->strike(*unplug, outcome->exchange, target.random));
-        ++unplug->struck;
+        outcome->exchange.notes.push_back(atByte->kind->strike(*atByte, outcome->exchange, target.random));
+        ++atByte->struck;
     }
     return taken;
 }
