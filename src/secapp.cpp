@@ -7,11 +7,11 @@
 #include "link/wire.h"
 #include "support/echo.h"
 #include "support/file.h"
+#include "support/line_source.h"
 #include "support/streams.h"
 #include "transfer/encoders.h"
 
 #include <cstdlib>
-#include <utility>
 
 namespace secapp {
 namespace {
@@ -39,28 +39,13 @@ std::string resolveDevice(const Options& options) {
     return device;
 }
 
-/// The script of `-s`.
-struct ScriptFile {
-    /// The content of a regular file, read before the first command because the file may change.
-    std::string text;
-    /// A script of another kind, or a regular file that could not be read.
-    File stream;
-};
-
-ScriptFile openScript(const Options& options) {
-    ScriptFile script;
+File openScript(const Options& options) {
     if (!options.scriptPath)
-        return script;
-    script.stream = openDataFile(*options.scriptPath);
-    if (!script.stream) {
+        return nullptr;
+    File script = openDataFile(*options.scriptPath);
+    if (!script) {
         writeText(stderr, formatText("Unable to open script file %s\n", options.scriptPath->c_str()));
         std::exit(startFailure);
-    }
-    if (fileState(script.stream.get())) {
-        if (std::optional<std::string> text = readToEnd(script.stream.get())) {
-            script.text = std::move(*text);
-            script.stream.reset();
-        }
     }
     return script;
 }
@@ -72,19 +57,15 @@ void checkWordsPerLine() {
     std::exit(startFailure);
 }
 
-ScriptSource makeSource(const Options& options, const ScriptFile& script) {
+/// `lines` are those of the script file or of standard input.
+ScriptSource makeSource(const Options& options, LineSource& lines) {
     ScriptSource source;
     source.batchSwitch = options.batchMode;
     source.immediateLine = options.immediateLine;
-    if (options.scriptPath) {
-        source.name = *options.scriptPath;
-        source.text = script.text;
-        source.stream = script.stream.get();
-    } else if (options.fromTerminal) {
-        source.name = "Terminal";
-        source.stream = stdin;
-    } else {
-        source.name = "<Command line>";
+    source.name = options.scriptPath.value_or(options.fromTerminal ? "Terminal" : "<Command line>");
+    if (options.scriptPath || options.fromTerminal) {
+        readWhole(lines);
+        source.lines = &lines;
     }
     return source;
 }
@@ -104,7 +85,7 @@ std::optional<FailedCommand> runLine(HandlerData& record, std::string_view line,
 
 /// An error if the script could not be read to its end.
 std::optional<FailedCommand> checkReading(const ScriptSource& source) {
-    if (source.stream == nullptr || std::ferror(source.stream) == 0)
+    if (source.lines == nullptr || std::ferror(source.lines->stream) == 0)
         return std::nullopt;
     return FailedCommand{"", "Script could not be read to its end"};
 }
@@ -139,7 +120,7 @@ void closePort(HandlerData& record) {
     setProgramName(argc > 0 ? argv[0] : "secapp");
     const Options options = parseOptions(argc, argv);
     const std::string device = resolveDevice(options);
-    const ScriptFile script = openScript(options);
+    const File script = openScript(options);
     checkWordsPerLine();
     if (!options.scriptPath && !options.fromTerminal && !options.immediateLine)
         usage(getProgramName().c_str(), false, noScript, device.c_str());
@@ -147,7 +128,8 @@ void closePort(HandlerData& record) {
     HandlerData record;
     record.port->deviceName = device;
     record.echoFlags = options.echoFlags;
-    ScriptSource source = makeSource(options, script);
+    LineSource scriptLines{.stream = script.get()};
+    ScriptSource source = makeSource(options, script ? scriptLines : standardInput());
     const std::optional<FailedCommand> failure = runScript(record, source, options.echoFlags);
     if (failure)
         reportFailure(source, *failure);

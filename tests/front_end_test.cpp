@@ -346,9 +346,12 @@ TEST_F(FrontEnd, RunsTheScriptThatItOpened) {
         return std::nullopt;
     };
     const std::string filler = std::string(100000, '#') + "\n";
-    for (const std::string& script : {"cut\n" + filler + "hello\n", "add\n" + filler + "hello\n"}) {
-        EXPECT_EQ(runScript(script).status, 0);
-        EXPECT_EQ(board.conversation(), script.substr(0, 3) + " |hello |");
+    for (const char* words : {"-s script", "-t <script"}) {
+        for (const std::string change : {"cut", "add"}) {
+            write("script", change + "\n" + filler + "hello\n");
+            expectRows({{words, 0, ""}});
+            EXPECT_EQ(board.conversation(), change + " |hello |");
+        }
     }
     expectRows({{"-s /proc/self/mem", 255,
                  report("/proc/self/mem:0", "Script could not be read to its end", "", "")}});

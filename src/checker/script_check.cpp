@@ -96,8 +96,9 @@ std::vector<Finding> sortAndFilter(const Inspection& inspection) {
 ScriptReport checkScript(std::FILE* stream, const Variables& variables) {
     scriptVariables() = variables;
     Inspection inspection;
+    LineSource lines{.stream = stream};
     ScriptSource source;
-    source.stream = stream;
+    source.lines = &lines;
     bool isWhole = true;
     while (const std::optional<std::string> line = getScriptLine(source, nullptr)) {
         if (isWhole)

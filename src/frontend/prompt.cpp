@@ -1,5 +1,6 @@
 #include "frontend/prompt.h"
 
+#include "support/line_source.h"
 #include "support/streams.h"
 #include "support/text.h"
 
@@ -14,7 +15,7 @@ std::int32_t scriptPause = 0;
 std::optional<std::string> askUser(std::string_view question) {
     writeText(stdout, question);
     flushOutput();
-    return readTextLine(stdin);
+    return readTextLine(standardInput());
 }
 
 } // namespace

@@ -63,10 +63,8 @@ std::optional<std::string> getScriptLine(ScriptSource& source, const char* devic
         return "batchmode 1";
     }
     std::optional<std::string> line = std::exchange(source.immediateLine, std::nullopt);
-    if (!line)
-        line = takeTextLine(source.text);
-    if (!line && source.stream != nullptr)
-        line = readTextLine(source.stream);
+    if (!line && source.lines != nullptr)
+        line = readTextLine(*source.lines);
     if (line)
         ++source.lineCounter;
     return line;

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "link/handler_data.h"
+#include "support/line_source.h"
 #include "support/text.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,10 +15,8 @@ namespace secapp {
 struct ScriptSource {
     /// The source's name in error reports.
     std::string name;
-    /// The lines of a script that is a regular file, without those already returned.
-    std::string_view text;
-    /// A script of another kind, else null; not owned.
-    std::FILE* stream = nullptr;
+    /// Null when there is only the immediate line; not owned.
+    LineSource* lines = nullptr;
     /// The joined words of the command line, until they are returned.
     std::optional<std::string> immediateLine;
     /// Whether the next line is the generated one that switches the target's echo off.

@@ -1,6 +1,5 @@
 #include "support/file.h"
 
-#include <array>
 #include <cerrno>
 #include <utility>
 
@@ -83,14 +82,6 @@ std::optional<std::int64_t> measureFile(std::FILE* stream) {
     const bool isMeasured = size > 0 || (std::fgetc(stream) == EOF && std::ferror(stream) == 0);
     std::rewind(stream);
     return isMeasured ? std::optional<std::int64_t>(size) : std::nullopt;
-}
-
-std::optional<std::string> readToEnd(std::FILE* stream) {
-    std::string content;
-    std::array<char, BUFSIZ> piece{};
-    while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), stream))
-        content.append(piece.data(), count);
-    return std::ferror(stream) == 0 ? std::optional(std::move(content)) : std::nullopt;
 }
 
 } // namespace secapp

@@ -43,7 +43,4 @@ struct MeasuredFile {
 /// reports size 0 but has data.
 [[nodiscard]] std::optional<std::int64_t> measureFile(std::FILE* stream);
 
-/// The bytes of a stream up to its end; empty when it cannot be read to its end.
-[[nodiscard]] std::optional<std::string> readToEnd(std::FILE* stream);
-
 } // namespace secapp

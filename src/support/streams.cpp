@@ -2,7 +2,6 @@
 
 #include "support/text.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -50,28 +49,6 @@ void flushOutput() {
 
 bool errorsGoToTerminal() {
     return ::isatty(STDERR_FILENO) != 0;
-}
-
-std::optional<std::string> readTextLine(std::FILE* stream) {
-    std::string line;
-    int c = 0;
-    while (line.size() < textLimit && (c = std::fgetc(stream)) != EOF) {
-        line += static_cast<char>(c);
-        if (c == '\n')
-            return line;
-    }
-    if (line.empty() || (c == EOF && std::ferror(stream) != 0))
-        return std::nullopt;
-    return line;
-}
-
-std::optional<std::string> takeTextLine(std::string_view& rest) {
-    if (rest.empty())
-        return std::nullopt;
-    const std::string_view start = rest.substr(0, textLimit);
-    const std::string_view line = start.substr(0, std::min(start.find('\n'), start.size() - 1) + 1);
-    rest.remove_prefix(line.size());
-    return std::string(line);
 }
 
 void exitProgram(int status) {

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstdio>
-#include <optional>
-#include <string>
 #include <string_view>
 
 namespace secapp {
@@ -15,13 +13,6 @@ void flushOutput();
 
 /// Whether standard error is a terminal. Hints are for a person who reads it, and are written only then.
 [[nodiscard]] bool errorsGoToTerminal();
-
-/// Reads one line of at most `textLimit` characters, its newline included, as `fgets` does: a longer line
-/// is returned in pieces. Empty at the end of the stream or when it cannot be read.
-[[nodiscard]] std::optional<std::string> readTextLine(std::FILE* stream);
-
-/// As `readTextLine`, from the front of a text, which loses it.
-[[nodiscard]] std::optional<std::string> takeTextLine(std::string_view& rest);
 
 /// Flushes standard output and ends the program with the status. When output was lost, the first error is
 /// reported on standard error, and status 0 becomes 255.
