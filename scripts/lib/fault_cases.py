@@ -70,7 +70,7 @@ IN_BURSTS = ("flip", "lose", "double")
 # The command words that a fault may name.
 FIRMWARE = ["batchmode", "blankCheck", "bootBank", "databurst", "dataPacket", "dataSet", "DebugOptions", "dump",
             "eraseFlash", "help", "helpadvanced", "otp_ProgUSBID", "print", "programPage", "queryFlash", "queryID",
-            "queryPart", "readWord", "verifyPage"]
+            "queryMORVI", "queryPart", "readWord", "verifyPage", "version"]
 
 
 def one_request(text, request=None):
