@@ -30,7 +30,7 @@ Result<std::uint64_t> parseSummands(Expression& expression) {
     Result<std::uint64_t> sum = parseFactors(expression);
     while (sum && isAtOperator(expression, "+-")) {
         const char operation = expression.text[expression.at++];
-        const Result<std::uint64_t> product = parseFactors(expression);
+        Result<std::uint64_t> product = parseFactors(expression);
         if (!product)
             return product;
         sum = operation == '+' ? *sum + *product : *sum - *product;
@@ -42,7 +42,7 @@ Result<std::uint64_t> parseFactors(Expression& expression) {
     Result<std::uint64_t> product = parseAtom(expression);
     while (product && isAtOperator(expression, "*/")) {
         const char operation = expression.text[expression.at++];
-        const Result<std::uint64_t> factor = parseAtom(expression);
+        Result<std::uint64_t> factor = parseAtom(expression);
         if (!factor)
             return factor;
         if (operation == '/' && *factor == 0)
