@@ -25,22 +25,22 @@ const char* const twoRegions =
 
 struct Board::Thread {
     std::atomic<int> master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-    int slave = -1; // kept open, so that the device outlives each run
+    int slave = -1; // kept open: the device exists between runs
     std::atomic<bool> stop = false;
-    std::atomic<bool> deaf = false;
+    std::atomic<bool> stopsReading = false;
     std::mutex mutex; // guards all that follows
-    Manners manners;
+    TargetBehaviour behaviour;
     std::string received;
     std::string pending;
     std::string lines;
     std::vector<std::string> bursts;
     std::size_t burstLeft = 0;
     int attempts = 0;
-    bool babbling = true;
+    bool unsolicited = true;
     std::thread worker;
 
-    void startOver(const Manners& next) {
-        manners = next;
+    void startOver(const TargetBehaviour& next) {
+        behaviour = next;
         received.clear();
         pending.clear();
         lines.clear();
@@ -74,7 +74,7 @@ struct Board::Thread {
         } else {
             send(std::string_view(answer.text));
         }
-        deaf = answer.style == Answer::Style::deaf;
+        stopsReading = answer.style == Answer::Style::stopsReading;
         if (answer.style == Answer::Style::hangUp) {
             close(master.exchange(-1));
             stop = true;
@@ -82,19 +82,19 @@ struct Board::Thread {
     }
 
     Answer answerTo(const std::string& line) {
-        if (manners.on)
-            if (const auto answer = manners.on(line))
+        if (behaviour.on)
+            if (const auto answer = behaviour.on(line))
                 return *answer;
         const std::string whole = line.substr(0, line.find_last_not_of(' ') + 1);
         for (const auto& key : {whole, whole.substr(0, whole.find(' '))})
-            if (const auto found = manners.answers.find(key); found != manners.answers.end())
+            if (const auto found = behaviour.answers.find(key); found != behaviour.answers.end())
                 return found->second;
         return "VQX_OK\n";
     }
 
     Answer handshake(const std::string& token) {
-        if (manners.onHandshake)
-            return manners.onHandshake(++attempts, token);
+        if (behaviour.onHandshake)
+            return behaviour.onHandshake(++attempts, token);
         return "=print " + token + "\n" + token + "\nVQX_OK\n";
     }
 
@@ -110,7 +110,7 @@ struct Board::Thread {
         return answer;
     }
 
-    // Takes one piece of the conversation out of `pending`; no result when it is not complete.
+    // Takes one complete request from `pending`.
     std::optional<Answer> next() {
         if (burstLeft > 0) {
             const std::string piece = pending.substr(0, burstLeft);
@@ -139,22 +139,22 @@ struct Board::Thread {
         return answerTo(line);
     }
 
-    // Whether more of it follows.
-    bool babbles() {
+    // Sends unsolicited output. False when there is none, or no more.
+    bool sendsUnsolicited() {
         const std::lock_guard lock(mutex);
-        if (!babbling || manners.babble.empty())
+        if (!unsolicited || behaviour.unsolicitedOutput.empty())
             return false;
         [[maybe_unused]] const ssize_t ignored =
-            ::write(master, manners.babble.data(), manners.babble.size());
+            ::write(master, behaviour.unsolicitedOutput.data(), behaviour.unsolicitedOutput.size());
         return true;
     }
 
     void work() {
         while (!stop) {
             pollfd waiting{master, POLLIN, 0};
-            const int patiencems = babbles() ? 0 : 5;
-            if (deaf || poll(&waiting, 1, patiencems) <= 0) {
-                pauseFor(deaf ? 5 : 0);
+            const int timeoutms = sendsUnsolicited() ? 0 : 5;
+            if (stopsReading || poll(&waiting, 1, timeoutms) <= 0) {
+                pauseFor(stopsReading ? 5 : 0);
                 continue;
             }
             const std::lock_guard lock(mutex);
@@ -162,7 +162,7 @@ struct Board::Thread {
             const ssize_t n = ::read(master, bytes, sizeof bytes);
             if (n <= 0)
                 continue;
-            babbling = false;
+            unsolicited = false;
             received.append(bytes, static_cast<std::size_t>(n));
             pending.append(bytes, static_cast<std::size_t>(n));
             while (const auto answer = next())
@@ -170,10 +170,10 @@ struct Board::Thread {
         }
     }
 
-    // Waits until everything that a run has written is taken in.
-    std::unique_lock<std::mutex> settled() {
+    // Waits until everything that a run has written is read.
+    std::unique_lock<std::mutex> lockWhenRead() {
         pollfd waiting{master, POLLIN, 0};
-        while (!stop && !deaf && poll(&waiting, 1, 0) > 0)
+        while (!stop && !stopsReading && poll(&waiting, 1, 0) > 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return std::unique_lock(mutex);
     }
@@ -199,18 +199,18 @@ Board::~Board() {
 }
 
 std::string Board::conversation() {
-    const auto lock = thread_->settled();
+    const auto lock = thread_->lockWhenRead();
     const std::string opening = "batchmode 1 |";
     return thread_->lines.starts_with(opening) ? thread_->lines.substr(opening.size()) : thread_->lines;
 }
 
 std::string Board::bytes() {
-    const auto lock = thread_->settled();
+    const auto lock = thread_->lockWhenRead();
     return thread_->received;
 }
 
 std::vector<std::string> Board::bursts() {
-    const auto lock = thread_->settled();
+    const auto lock = thread_->lockWhenRead();
     return thread_->bursts;
 }
 
@@ -226,14 +226,14 @@ void Board::setSettings(const termios& settings) {
 
 void Board::begin() {
     const bool running = thread_->worker.joinable();
-    const auto lock = running ? thread_->settled() : std::unique_lock(thread_->mutex);
+    const auto lock = running ? thread_->lockWhenRead() : std::unique_lock(thread_->mutex);
     thread_->startOver(*this);
     if (!running)
         thread_->worker = std::thread([this] { thread_->work(); });
 }
 
-void Board::settle() {
-    const auto lock = thread_->settled();
+void Board::waitUntilRead() {
+    const auto lock = thread_->lockWhenRead();
 }
 
 namespace {
@@ -290,7 +290,7 @@ Result Secapp::run(const std::string& shellCommand, const std::string& input, in
     waitpid(child, &status, 0);
 
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    board.settle();
+    board.waitUntilRead();
     return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
             .out = contentOf(capture_ / "out"),
             .err = contentOf(capture_ / "err"),

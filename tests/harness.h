@@ -11,13 +11,13 @@
 
 #include <gtest/gtest.h>
 
-/// What a scripted target sends back for one command, and how.
+/// The answer of a scripted target to one command.
 struct Answer {
     enum class Style {
         atOnce,
-        byteByByte, ///< with a pause of several line-reader polls after every byte
-        hangUp,     ///< the device vanishes after the text
-        deaf,       ///< the target reads nothing any more after the text
+        byteByByte,   ///< with a pause of 20 ms after every byte
+        hangUp,       ///< the device vanishes after the text
+        stopsReading, ///< the target stops reading after the text
     };
 
     std::string text;
@@ -28,25 +28,23 @@ struct Answer {
     Answer(std::string t, Style s = Style::atOnce, int ms = 0) : text(std::move(t)), style(s), delayms(ms) {}
 };
 
-/// How a target talks; a test changes it before a run.
-struct Manners {
-    /// Answers by command line (without trailing blanks), else by its first word. Text sent with "@" has the
-    /// key "@text", a bare CR the key "\r".
+/// The behaviour of a scripted target. A test changes it before a run.
+struct TargetBehaviour {
+    /// Answers by command line (without trailing spaces) or by its first word. Text sent with "@" has the key
+    /// "@text", a bare CR the key "\r".
     std::map<std::string, Answer> answers;
-    /// Asked before the table with the line as received (without "=" and CR); no result leaves it to the
-    /// table.
+    /// Called first, with the line as received (without "=" and CR). Without a result the table applies.
     std::function<std::optional<Answer>(const std::string& line)> on;
-    /// The answer to the Nth attempt (from 1) to gain control, which lasts until the first other command
-    /// line.
+    /// The answer to the Nth test (from 1) of the handshake.
     std::function<Answer(int attempt, const std::string& token)> onHandshake;
-    /// Sent over and over from the start until the first command arrives.
-    std::string babble;
+    /// Sent repeatedly from the start until the first command is received.
+    std::string unsolicitedOutput;
 };
 
-/// A target on a pseudo-terminal, served by a thread of the test. It lets the tool gain control, answers
-/// every command line and bare CR with "VQX_OK", and takes the bytes of bursts. Its manners count from the
-/// next run on.
-class Board : public Manners {
+/// A scripted target on a pseudo-terminal, run by a thread of the test. It answers the handshake, answers
+/// every command line and bare CR with "VQX_OK", and receives bursts. A changed behaviour applies from the
+/// next run.
+class Board : public TargetBehaviour {
 public:
     Board();
     ~Board();
@@ -55,19 +53,19 @@ public:
 
     /// Path of the device.
     [[nodiscard]] const std::string& port() const { return port_; }
-    /// The command lines of the last run since control was gained, without "=" and CR, each followed by "|";
-    /// an opening "batchmode 1" is left out.
+    /// The command lines of the last run after the handshake, without "=" and CR, each followed by "|"; an
+    /// opening "batchmode 1" is left out.
     [[nodiscard]] std::string conversation();
     /// Every byte received in the last run.
     [[nodiscard]] std::string bytes();
     /// The raw bytes of each burst of the last run.
     [[nodiscard]] std::vector<std::string> bursts();
-    /// The settings of the port as they are now, and new ones for it.
+    /// The present settings of the port.
     [[nodiscard]] termios settings() const;
     void setSettings(const termios& settings);
-    /// Gets ready for a run, and waits until all that a run has sent is taken in; called by the fixture.
+    /// Prepares a run; waits until everything that a run has sent is read. Called by the fixture.
     void begin();
-    void settle();
+    void waitUntilRead();
 
 private:
     struct Thread;
@@ -75,7 +73,7 @@ private:
     std::unique_ptr<Thread> thread_;
 };
 
-/// What one run left behind.
+/// The result of one run.
 struct Result {
     int status = -1; ///< exit status, 128 + signal as a shell shows it
     std::string out;

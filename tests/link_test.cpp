@@ -19,7 +19,7 @@ protected:
     }
 };
 
-// Settings that differ from those of the tool in every group.
+// Settings that differ from those of secapp in every group.
 termios unusual(termios settings) {
     settings.c_iflag = IXON | INLCR;
     settings.c_oflag = OPOST;
@@ -81,32 +81,7 @@ TEST_F(Link, KeepsTheWholeOfAnOverlongLine) {
     EXPECT_TRUE(r.err == "Line exceeded buffer:" + piece + "\nLine exceeded buffer:" + piece + "\n");
 }
 
-TEST_F(Link, TimesOutInWholeSecondsForEachLine) {
-    struct Case {
-        std::string timeout, answer, shown;
-        double least;
-    };
-    for (const Case& c :
-         std::vector<Case>{{"-g 1", "", "\n", 1.0},
-                           {"-g 999", "some\nlines\n", "some\nsome\nlines\nlines\nlines\n", 1.3},
-                           {"-g 1000", "line\nhalf a line", "line\nline\nhalf a line\n", 2.3}}) {
-        SCOPED_TRACE(c.timeout);
-        board.answers.insert_or_assign("hello", Answer(c.answer, Answer::Style::atOnce, 300));
-        const Result r = run("exec secapp -d $PORT -e n hello " + c.timeout);
-        EXPECT_TRUE(r.err.ends_with(
-            report("<Command line>:1", "Resource temporarily unavailable", "hello", "=hello")))
-            << r.err;
-        EXPECT_EQ(withoutNumbers(r.out), "=print #\n#\nVQX_OK\nVQX_OK\n" + c.shown + "Processed # lines\n");
-        EXPECT_GE(r.seconds, c.least);
-    }
-}
-
-TEST_F(Link, WaitsWithoutLimitWhenAskedTo) {
-    board.answers.emplace("hello", Answer("VQX_OK\n", Answer::Style::atOnce, 1100));
-    EXPECT_EQ(run("exec secapp -g 0 -d $PORT hello").status, 0);
-}
-
-// Nobody knows any more which command the next answer belongs to.
+// The next answer could belong to an earlier command.
 TEST_F(Link, SendsNothingAfterALostAnswer) {
     board.answers.emplace("queryFlash", twoRegions);
     struct Case {
@@ -318,7 +293,7 @@ TEST_F(Link, ReportsADeviceThatVanishesAtOnce) {
 }
 
 TEST_F(Link, EndsTheDrainingOfAPortThatNeverStopsTalking) {
-    board.babble = std::string(3000, 'z') + "\n";
+    board.unsolicitedOutput = std::string(3000, 'z') + "\n";
     EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0);
 }
 

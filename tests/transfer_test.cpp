@@ -394,7 +394,7 @@ TEST_F(Transfer, FailsWhenTheImageChangesWhileItIsSent) {
 
 TEST_F(Transfer, GivesUpWhenThePortTakesNothing) {
     write("file", ones(0x8000));
-    board.answers.emplace("databurst", Answer("VQX_OK\n", Answer::Style::deaf));
+    board.answers.emplace("databurst", Answer("VQX_OK\n", Answer::Style::stopsReading));
     const Result r = run("exec secapp -d $PORT -g 1 download file");
     EXPECT_EQ(r.err, "."s + report("<Command line>:1", "Resource temporarily unavailable", "download file",
                                    "=databurst 8000 0 2000"));

@@ -1,5 +1,5 @@
-// The link in this process, on a port that the test plays: what no pseudo-terminal does on demand, and what
-// would take millions of real reads.
+// The link in this process, on a fake port with a fake clock: cases that a pseudo-terminal cannot produce, or
+// only slowly.
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +15,7 @@
 #include "link/serial.h"
 #include "link/timing.h"
 #include "link/wire.h"
+#include "support/echo.h"
 
 namespace {
 
@@ -23,50 +24,50 @@ using namespace std::string_literals;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-struct Played {
-    std::string input;         ///< still to be read
-    std::string endless;       ///< comes then, over and over, with a pause before each
-    std::string output;        ///< what was written
+struct FakePort {
+    std::string input;         ///< not yet read
+    std::string endless;       ///< received after that, repeatedly, with a pause before each
+    std::string output;        ///< the bytes written
     std::size_t room = 100000; ///< bytes that one write takes
-    int writeError = EAGAIN;   ///< when it takes none; 0: it says that it took none
-    bool slow = false;         ///< takes a single byte only after a pause, again and again
-    bool prints = false;       ///< answers the handshake's test
-    TimePoint now;             ///< the time, which passes in waits and sleeps alone
-} played;
+    int writeError = EAGAIN;   ///< of a write that takes none; 0 for the result 0
+    bool slow = false;         ///< takes one byte after each pause
+    bool prints = false;       ///< answers the test of the handshake
+    TimePoint now;             ///< advances in waits and sleeps only
+} fakePort;
 
 constexpr auto shortPause = milliseconds(10);
 
-ssize_t playRead(int, void* buffer, std::size_t size) {
-    if (played.input.empty() && !played.endless.empty()) {
-        played.now += shortPause;
-        played.input = played.endless;
+ssize_t fakeRead(int, void* buffer, std::size_t size) {
+    if (fakePort.input.empty() && !fakePort.endless.empty()) {
+        fakePort.now += shortPause;
+        fakePort.input = fakePort.endless;
     }
-    const std::size_t count = std::min(size, played.input.size());
-    played.input.copy(static_cast<char*>(buffer), count);
-    played.input.erase(0, count);
+    const std::size_t count = std::min(size, fakePort.input.size());
+    fakePort.input.copy(static_cast<char*>(buffer), count);
+    fakePort.input.erase(0, count);
     errno = EAGAIN;
     return count > 0 ? static_cast<ssize_t>(count) : -1;
 }
 
-ssize_t playWrite(int, const void* bytes, std::size_t size) {
-    const std::size_t count = std::min(size, played.room);
-    played.output.append(static_cast<const char*>(bytes), count);
-    if (played.slow)
-        played.room = 0;
-    if (played.prints)
-        played.input = played.output.substr(played.output.rfind(' ')) + "VQX_OK\n";
-    errno = played.writeError;
+ssize_t fakeWrite(int, const void* bytes, std::size_t size) {
+    const std::size_t count = std::min(size, fakePort.room);
+    fakePort.output.append(static_cast<const char*>(bytes), count);
+    if (fakePort.slow)
+        fakePort.room = 0;
+    if (fakePort.prints)
+        fakePort.input = fakePort.output.substr(fakePort.output.rfind(' ')) + "VQX_OK\n";
+    errno = fakePort.writeError;
     return count > 0 || errno == 0 ? static_cast<ssize_t>(count) : -1;
 }
 
-int playPoll(pollfd* port, nfds_t, const timespec* limit, const sigset_t*) {
+int fakePoll(pollfd* port, nfds_t, const timespec* limit, const sigset_t*) {
     const bool reads = port->events == POLLIN;
-    const bool ready = reads ? !played.input.empty() || !played.endless.empty() : played.slow;
+    const bool ready = reads ? !fakePort.input.empty() || !fakePort.endless.empty() : fakePort.slow;
     if (!ready)
-        played.now += seconds(limit->tv_sec) + std::chrono::nanoseconds(limit->tv_nsec);
+        fakePort.now += seconds(limit->tv_sec) + std::chrono::nanoseconds(limit->tv_nsec);
     if (ready && !reads) {
-        played.now += shortPause;
-        played.room = 1;
+        fakePort.now += shortPause;
+        fakePort.room = 1;
     }
     port->revents = ready ? port->events : short{0};
     return ready ? 1 : 0;
@@ -75,10 +76,10 @@ int playPoll(pollfd* port, nfds_t, const timespec* limit, const sigset_t*) {
 class Wire : public testing::Test {
 protected:
     Wire() {
-        played = {};
-        setPortCalls({playRead, playWrite, playPoll, systemPortCalls.waiting});
-        setClockCalls({[] { return played.now; },
-                       [](std::uint32_t time) { played.now += std::chrono::microseconds(time); }});
+        fakePort = {};
+        setPortCalls({fakeRead, fakeWrite, fakePoll, systemPortCalls.waiting});
+        setClockCalls({[] { return fakePort.now; },
+                       [](std::uint32_t time) { fakePort.now += std::chrono::microseconds(time); }});
         record.port->handle = 1000;
     }
     ~Wire() override {
@@ -101,7 +102,7 @@ TEST_F(Wire, RefusesAnAnswerBeyondItsLimit) {
              {"\n\0\n\n\n\n\n\n\n"s, false},
          }) {
         SCOPED_TRACE(lines);
-        played.input = lines + "VQX_OK\n";
+        fakePort.input = lines + "VQX_OK\n";
         record.response.assign(responseLimit - room, 'y');
         const Answer answer = collectAnswer(record, 1000);
         EXPECT_EQ(answer.end, fits ? AnswerEnd::ok : AnswerEnd::lost);
@@ -110,61 +111,88 @@ TEST_F(Wire, RefusesAnAnswerBeyondItsLimit) {
     }
 }
 
-TEST_F(Wire, AwaitsLinesThatDoNotCountForTenTimeouts) {
-    played.input = "kept\n";
-    played.endless = "\n=hello\r\0"s;
+TEST_F(Wire, TimesOutInWholeSecondsForEachLine) {
+    struct Case {
+        int timeout;
+        std::string received, shown;
+        int seconds;
+    };
+    for (const Case& c : std::vector<Case>{{1, "", "\n", 1},
+                                           {999, "some\nlines\n", "some\nlines\nlines\n", 1},
+                                           {1000, "line\nhalf a line", "line\nhalf a line\n", 2},
+                                           {5000, "\n", "\n\n", 6},
+                                           {0, "line\n\n", "line\n\n\n", 3600}}) {
+        SCOPED_TRACE(c.timeout);
+        const TimePoint start = fakePort.now;
+        fakePort.input = c.received;
+        record.echoFlags = ECHO_NOISY;
+        testing::internal::CaptureStdout();
+        const Answer answer = collectAnswer(record, c.timeout, start + seconds(3600));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.shown);
+        EXPECT_EQ(answer.end, AnswerEnd::lost);
+        EXPECT_EQ(answer.text, "Resource temporarily unavailable");
+        EXPECT_EQ((fakePort.now - start) / seconds(1), c.seconds);
+    }
+}
+
+TEST_F(Wire, AwaitsIgnoredLinesForTenTimeouts) {
+    fakePort.input = "kept\n";
+    fakePort.endless = "\n=hello\r\0"s;
     const Answer answer = collectAnswer(record, 999);
     EXPECT_EQ(answer.end, AnswerEnd::lost);
     EXPECT_EQ(answer.text, "Resource temporarily unavailable");
     EXPECT_EQ(record.response, "kept\n");
-    EXPECT_EQ((played.now - TimePoint()) / seconds(1), 10);
+    EXPECT_EQ((fakePort.now - TimePoint()) / seconds(1), 10);
 }
 
-TEST_F(Wire, AwaitsNoAnswerBeyondTheTimeThatItIsGiven) {
+TEST_F(Wire, AwaitsNoAnswerAfterItsLimit) {
     for (const char* endless : {"x", "\n", "kept\n", ""}) {
         SCOPED_TRACE(endless);
-        played.endless = endless;
-        const TimePoint until = played.now + 5 * shortPause;
+        fakePort.endless = endless;
+        const TimePoint until = fakePort.now + 5 * shortPause;
         const Answer answer = collectAnswer(record, 5000, until);
         EXPECT_EQ(answer.end, AnswerEnd::lost);
         EXPECT_EQ(answer.text, "Resource temporarily unavailable");
-        EXPECT_TRUE(played.now >= until && played.now < until + shortPause);
+        EXPECT_TRUE(fakePort.now >= until && fakePort.now < until + shortPause);
     }
 }
 
-TEST_F(Wire, SaysThatNothingCanBeWrittenWhileItGainsControl) {
-    played.room = 0;
-    played.writeError = EIO;
+TEST_F(Wire, ReportsThatTheHandshakeCannotWrite) {
+    fakePort.room = 0;
+    fakePort.writeError = EIO;
     EXPECT_EQ(getControl(record), "Failed to write synchronization test to target");
     EXPECT_EQ(serial_getError(*record.port), EIO);
     EXPECT_EQ(record.port->handle, 0);
 }
 
 TEST_F(Wire, LeavesTheUsersDelaysOutOfTheTimeOfTheHandshake) {
-    played.prints = true;
+    fakePort.prints = true;
     setAutoDelay(101000000);
     EXPECT_EQ(getControl(record), std::nullopt);
 }
 
 TEST_F(Wire, WritesToAPortThatTakesSingleBytes) {
-    played.room = 1;
+    fakePort.room = 1;
     EXPECT_EQ(writeAll(record, bytesOf("hello"), seconds(1)), std::nullopt);
-    EXPECT_EQ(played.output, "hello");
+    EXPECT_EQ(fakePort.output, "hello");
 }
 
-TEST_F(Wire, WritesForNoLongerThanItsPatienceInAll) {
-    played.room = 0;
+TEST_F(Wire, WritesForNoLongerThanItsTimeoutInAll) {
+    fakePort.room = 1;
+    EXPECT_EQ(writeAll(record, bytesOf("hello"), shortPause), std::nullopt);
+    EXPECT_EQ(std::exchange(fakePort.output, ""), "hello");
+    fakePort.room = 0;
     EXPECT_EQ(writeAll(record, bytesOf("hello"), shortPause), "Resource temporarily unavailable");
-    played.slow = true;
+    fakePort.slow = true;
     EXPECT_EQ(writeAll(record, bytesOf(std::string(1000, 'x')), 10 * shortPause),
               "Resource temporarily unavailable");
-    EXPECT_EQ(played.output, std::string(10, 'x'));
+    EXPECT_EQ(fakePort.output, std::string(10, 'x'));
 }
 
-TEST_F(Wire, DrainsAllThatIsStale) {
-    played.input = "stale\nVQX_OK\n";
+TEST_F(Wire, DrainsOldInput) {
+    fakePort.input = "stale\nVQX_OK\n";
     flush(record);
-    EXPECT_EQ(played.input, "");
+    EXPECT_EQ(fakePort.input, "");
 }
 
 TEST(Timing, SubtractsTimes) {
@@ -182,18 +210,18 @@ TEST(Timing, SubtractsTimes) {
     }
 }
 
-TEST_F(Wire, SendsNothingBehindALineThatDidNotGoOut) {
+TEST_F(Wire, SendsNothingAfterAnIncompleteLine) {
     for (const auto& [error, text] :
          {std::pair(EIO, "Input/output error"), {0, "Resource temporarily unavailable"}}) {
         SCOPED_TRACE(text);
         record.port->connectionError.reset();
-        played.room = 0;
-        played.writeError = error;
+        fakePort.room = 0;
+        fakePort.writeError = error;
         EXPECT_EQ(sendCommand(record, "lost"), text);
-        played.room = 100;
-        played.input = "VQX_OK\n";
+        fakePort.room = 100;
+        fakePort.input = "VQX_OK\n";
         EXPECT_EQ(sendCommand(record, "next"), text);
-        EXPECT_EQ(played.output, "");
+        EXPECT_EQ(fakePort.output, "");
     }
 }
 

@@ -3,63 +3,41 @@
 #include "support/streams.h"
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-
-#include <dirent.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <filesystem>
 
 namespace secapp {
 namespace {
 
 std::vector<std::string> portList;
 
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { ::closedir(directory); }
-};
-
-/// The names in the directory, in the order of `readdir`. Reports a directory that cannot be read.
-std::vector<std::string> namesIn(const std::string& path) {
-    std::vector<std::string> names;
-    const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir(path.c_str()));
-    if (!directory) {
-        writeText(stderr,
-                  formatText("Error reading tty devices (%s): %s\n", path.c_str(), std::strerror(errno)));
-        return names;
-    }
-    while (const dirent* entry = ::readdir(directory.get()))
-        names.emplace_back(entry->d_name);
-    return names;
-}
-
 /// The driver link of a USB device contains "usb", that of a built-in port does not.
-bool isOnUsb(const std::string& classPath) {
-    const std::string device = classPath + "/device";
-    struct stat status {};
-    if (::lstat(device.c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
+bool isOnUsb(const std::filesystem::path& tty) {
+    std::error_code error;
+    if (!std::filesystem::is_symlink(tty / "device", error))
         return false;
-    std::array<char, 1024> buffer{};
-    const ssize_t length = ::readlink((device + "/driver").c_str(), buffer.data(), buffer.size());
-    if (length <= 0)
-        return false;
-    std::string_view target(buffer.data(), static_cast<std::size_t>(length));
-    for (; !target.empty(); target.remove_prefix(1))
-        if (startsWithIgnoringCase(target, "usb"))
+    const std::string driver = std::filesystem::read_symlink(tty / "device/driver", error).string();
+    for (std::string_view rest = driver; !rest.empty(); rest.remove_prefix(1))
+        if (startsWithIgnoringCase(rest, "usb"))
             return true;
     return false;
 }
 
+/// Adds the ports that are not in the list yet, the last of the directory first. Reports a directory that
+/// cannot be read.
 void getUSBSerialList(const std::string& directory) {
-    const std::vector<std::string> names = namesIn(directory);
-    for (auto name = names.rbegin(); name != names.rend(); ++name) {
-        if (*name == "." || *name == ".." || !isOnUsb(directory + *name))
-            continue;
-        const std::string path = "/dev/" + *name;
-        if (std::find(portList.begin(), portList.end(), path) == portList.end())
+    std::error_code error;
+    std::vector<std::filesystem::path> ttys;
+    std::filesystem::directory_iterator entry(directory, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
+        ttys.push_back(entry->path());
+    if (error)
+        writeText(stderr, formatText("Error reading tty devices (%s): %s\n", directory.c_str(),
+                                     std::strerror(error.value())));
+    for (auto tty = ttys.rbegin(); tty != ttys.rend(); ++tty) {
+        const std::string path = "/dev/" + tty->filename().string();
+        if (isOnUsb(*tty) && std::find(portList.begin(), portList.end(), path) == portList.end())
             portList.push_back(path);
     }
 }

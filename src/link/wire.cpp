@@ -51,36 +51,6 @@ void showProgress(HandlerData& record, seconds elapsed, seconds& lastDot) {
     lastDot = elapsed;
 }
 
-/// Waits for a line until it has ended, the port has failed or the time is over.
-LineEnd awaitLine(HandlerData& record, std::string& line, std::size_t capacity, int timeout,
-                  TimePoint limit) {
-    const TimePoint start = Clock::now();
-    const TimePoint end = timeout > 0 ? std::min(limit, start + inWholeSeconds(timeout)) : limit;
-    const bool showsSleeps = (record.echoFlags & ECHO_SLEEP_TIMER) != 0;
-    bool slept = false;
-    seconds lastDot(0);
-    TimePoint deadline = start;
-    LineEnd result = LineEnd::failed;
-    while ((result = serial_readLine(*record.port, line, capacity, deadline, limit)) == LineEnd::timedOut) {
-        const TimePoint now = Clock::now();
-        if (now >= end)
-            break;
-        const auto elapsed = std::chrono::floor<seconds>(now - start);
-        showProgress(record, elapsed, lastDot);
-        if (!std::exchange(slept, true))
-            debug_print("Sleeping");
-        if (showsSleeps)
-            showSleep();
-        // Dots and time-outs are due at whole seconds: until the next one only a received byte matters.
-        deadline = showsSleeps ? now : start + elapsed + seconds(1);
-    }
-    if (slept)
-        debug_print("Wake");
-    if (result == LineEnd::failed)
-        debug_print("No chars. errno=%d", serial_getError(*record.port));
-    return result;
-}
-
 void keepLine(HandlerData& record, std::string_view line) {
     record.response += line;
     record.response += '\n';
@@ -203,16 +173,40 @@ int writeRaw(const HandlerData& record, std::span<const std::uint8_t> bytes) {
 
 LineEnd readLine(HandlerData& record, std::string& line, std::size_t capacity, int timeout, TimePoint limit) {
     localTimerExt(TIMER_START, READ_TIMER);
+    const TimePoint start = Clock::now();
+    const TimePoint end = timeout > 0 ? std::min(limit, start + inWholeSeconds(timeout)) : limit;
+    const bool showsSleeps = (record.echoFlags & ECHO_SLEEP_TIMER) != 0;
     std::string received;
-    const LineEnd end = awaitLine(record, received, capacity, timeout, limit);
-    if (end == LineEnd::line || !received.empty())
+    bool slept = false;
+    seconds lastDot(0);
+    TimePoint deadline = start;
+    LineEnd result = LineEnd::failed;
+    while ((result = serial_readLine(*record.port, received, capacity, deadline, limit)) ==
+           LineEnd::timedOut) {
+        const TimePoint now = Clock::now();
+        if (now >= end)
+            break;
+        const auto elapsed = std::chrono::floor<seconds>(now - start);
+        showProgress(record, elapsed, lastDot);
+        if (!std::exchange(slept, true))
+            debug_print("Sleeping");
+        if (showsSleeps)
+            showSleep();
+        // Dots and time-outs are due at whole seconds: until the next one only a received byte matters.
+        deadline = showsSleeps ? now : start + elapsed + seconds(1);
+    }
+    if (slept)
+        debug_print("Wake");
+    if (result == LineEnd::failed)
+        debug_print("No chars. errno=%d", serial_getError(*record.port));
+    if (result == LineEnd::line || !received.empty())
         line = std::move(received);
     if ((record.echoFlags & echoReadMask) != 0)
         writeText(stdout, line + "\n");
     if ((record.echoFlags & ECHO_READ_TIMER) != 0)
         printTimerWithLabel(READ_TIMER, "Read");
     localTimerExt(TIMER_STOP, READ_TIMER);
-    return end;
+    return result;
 }
 
 } // namespace secapp
