@@ -119,8 +119,8 @@ ErrorText readArguments(HandlerData& record, std::string_view line, const Handle
 }
 
 /// The region of an address: the last one in the list that contains it and in which the image fits.
-Result<const FlashRegion*> findRegion(const FlashList& list, const FlashArguments& arguments,
-                                      const FlashTarget& target) {
+Result<const FlashRegion*> regionOf(const FlashList& list, const FlashArguments& arguments,
+                                    const FlashTarget& target) {
     const auto address = static_cast<std::int64_t>(target.address);
     const std::int64_t imageSize = arguments.image ? arguments.image->size : 0;
     const auto imageEnd = static_cast<std::uint32_t>(target.address + static_cast<std::uint64_t>(imageSize));
@@ -224,7 +224,7 @@ ErrorText runAt(HandlerData& record, std::string_view item, const FlashArguments
     if (!address)
         return address.error();
     target.address = *address;
-    const Result<const FlashRegion*> found = findRegion(*descriptor.flashList, arguments, target);
+    const Result<const FlashRegion*> found = regionOf(*descriptor.flashList, arguments, target);
     if (!found)
         return found.error();
     const FlashRegion& region = **found;
