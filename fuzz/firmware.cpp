@@ -12,7 +12,7 @@ using vqxsim::RequestKind;
 
 namespace {
 
-/// In the input: the host is silent for longer than the firmware's patience.
+/// In the input: the host is silent for longer than the firmware's silenceTimeout.
 constexpr char silenceByte = '\x01';
 
 /// Beyond twice its request, which it may repeat and print, no answer is longer than this.
@@ -157,8 +157,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         std::optional<vqxsim::Request> request;
         if (rest.front() == silenceByte) {
             rest.remove_prefix(1);
-            if (vqxsim::patience(firmware))
-                request = vqxsim::endSilence(firmware);
+            if (vqxsim::silenceTimeout(firmware))
+                request = vqxsim::requestAfterSilence(firmware);
         } else {
             const std::string_view arriving = rest.substr(0, rest.find(silenceByte));
             const std::size_t taken = vqxsim::collectRequest(firmware, arriving, request);

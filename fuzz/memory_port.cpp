@@ -19,8 +19,8 @@ ssize_t readPort(int /*handle*/, void* buffer, std::size_t size) {
     if (port.taken == port.toHost.size()) {
         port.taken = 0;
         port.toHost.clear();
-        if (vqxsim::patience(port.firmware))
-            port.toHost = vqxsim::execute(port.firmware, vqxsim::endSilence(port.firmware)).text;
+        if (vqxsim::silenceTimeout(port.firmware))
+            port.toHost = vqxsim::execute(port.firmware, vqxsim::requestAfterSilence(port.firmware)).text;
     }
     const std::size_t count = std::min(size, port.toHost.size() - port.taken);
     if (count == 0) {
@@ -39,7 +39,7 @@ ssize_t readPort(int /*handle*/, void* buffer, std::size_t size) {
 ssize_t writePort(int /*handle*/, const void* bytes, std::size_t size) {
     const std::size_t written = std::min(size, memoryPort().writeLimit);
     memoryPort().toHost +=
-        vqxsim::converse(memoryPort().firmware, {static_cast<const char*>(bytes), written});
+        vqxsim::exchangeBytes(memoryPort().firmware, {static_cast<const char*>(bytes), written});
     return static_cast<ssize_t>(written);
 }
 

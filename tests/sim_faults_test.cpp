@@ -2,7 +2,7 @@
 
 #include "options.h"
 #include "port/link.h"
-#include "sim_talk.h"
+#include "sim_session.h"
 
 #include <algorithm>
 
@@ -30,14 +30,14 @@ TEST(SimFaults, ChangeAnswers) {
         {"flood,at=1", "hi\r\n\r\nVQX_OK\r\n" + hi + version},
     };
     for (const auto& c : cases) {
-        Talk talk({c.fault});
-        EXPECT_EQ(talk.say("=print hi\r=print hi\r=version\r"), c.answer) << c.fault;
+        SimSession session({c.fault});
+        EXPECT_EQ(session.say("=print hi\r=print hi\r=version\r"), c.answer) << c.fault;
     }
-    Talk noisy({"noise,bytes=5", "noise,bytes=3,lines=0"});
+    SimSession noisy({"noise,bytes=5", "noise,bytes=3,lines=0"});
     const std::string noise = noisy.line("print hi");
     EXPECT_EQ(noise.size(), 3 + 5 + 2 + hi.size());
     EXPECT_TRUE(noise.ends_with("\r\n" + hi));
-    Talk flooded({"flood,bytes=endless,lines=0", "delay,ms=1.5", "split,us=20", "hang,s=2"});
+    SimSession flooded({"flood,bytes=endless,lines=0", "delay,ms=1.5", "split,us=20", "hang,s=2"});
     flooded.line("print hi");
     EXPECT_EQ(flooded.last.exchange.floodBytes, UINT64_MAX);
     EXPECT_GE(flooded.last.exchange.floodText.size(), 0x1000U);
@@ -75,9 +75,9 @@ TEST(SimFaults, TellWhatTheyDid) {
              {"lose,offset=31", bytes + "b", "lose: byte 0x1f of the burst"},
              {"stuckprogram,addr=0x10000005", pages, "stuckprogram: 0x10000005"},
          }) {
-        Talk talk({fault});
-        talk.say(input);
-        EXPECT_EQ(talk.last.exchange.notes, std::vector<std::string>{note}) << fault;
+        SimSession session({fault});
+        session.say(input);
+        EXPECT_EQ(session.last.exchange.notes, std::vector<std::string>{note}) << fault;
     }
 }
 
@@ -85,8 +85,8 @@ TEST(SimFaults, MeetInTheOrderGiven) {
     const std::string hi = "hi\r\nVQX_OK\r\n";
     const struct {
         std::vector<const char*> faults;
-        std::string answer;  ///< to: print hi, print hi
-        std::int64_t struck; ///< how many of the faults
+        std::string answer;    ///< to: print hi, print hi
+        std::int64_t occurred; ///< how many of the faults
     } cases[] = {
         {{"flood,at=1", "drop,at=1"}, hi, 2},
         {{"drop,at=1", "flood,at=1,bytes=4"}, "\r\n" + hi, 2},
@@ -98,69 +98,69 @@ TEST(SimFaults, MeetInTheOrderGiven) {
         {{"cut,bytes=12"}, hi + hi, 0},
     };
     for (const auto& c : cases) {
-        Talk talk;
+        SimSession session;
         for (const char* text : c.faults)
-            EXPECT_EQ(readFault(text, talk.target.faults.emplace_back()), std::nullopt) << text;
-        EXPECT_EQ(talk.say("=print hi\r=print hi\r"), c.answer) << c.faults[0];
-        const auto struck = std::count_if(talk.target.faults.begin(), talk.target.faults.end(),
-                                          [](const Fault& fault) { return fault.struck > 0; });
-        EXPECT_EQ(struck, c.struck) << c.faults[0];
+            EXPECT_EQ(readFault(text, session.target.faults.emplace_back()), std::nullopt) << text;
+        EXPECT_EQ(session.say("=print hi\r=print hi\r"), c.answer) << c.faults[0];
+        const auto occurred = std::count_if(session.target.faults.begin(), session.target.faults.end(),
+                                            [](const Fault& fault) { return fault.occurred > 0; });
+        EXPECT_EQ(occurred, c.occurred) << c.faults[0];
     }
 }
 
 TEST(SimFaults, ErrorsKeepTheCommandFromRunning) {
-    Talk talk({"error,command=databurst,count=1", "error,command=programPage"});
-    EXPECT_EQ(talk.lines({"databurst 4 0 0", "print 1"}), "VQX_ERROR Injected error\r\n1\r\n" + ok);
-    talk.program(std::string(0x200, '\0'), "10000000 1");
-    EXPECT_EQ(talk.line("blankCheck 10000000"), ok);
+    SimSession session({"error,command=databurst,count=1", "error,command=programPage"});
+    EXPECT_EQ(session.lines({"databurst 4 0 0", "print 1"}), "VQX_ERROR Injected error\r\n1\r\n" + ok);
+    session.program(std::string(0x200, '\0'), "10000000 1");
+    EXPECT_EQ(session.line("blankCheck 10000000"), ok);
 }
 
 TEST(SimFaults, HitBurstsOnTheirWay) {
     const std::string bytes = "abcdefgh"; // its words sum to 0xcccac8c6
     const std::string good = burst(bytes);
     const std::string next = "=print 1\r";
-    Talk flip({"flip,at=2,offset=7,bit=0"});
+    SimSession flip({"flip,at=2,offset=7,bit=0"});
     EXPECT_EQ(flip.say(good), ok + "VQX_ERROR Burst checksum is 0xcdcac8c6, not 0xcccac8c6\r\n");
     EXPECT_EQ(flip.say(good), ok + ok) << "at=N strikes once";
-    Talk lose({"lose,offset=0"});
+    SimSession lose({"lose,offset=0"});
     EXPECT_EQ(lose.say(good), ok);
     EXPECT_EQ(takeSilence(lose.target).exchange.answer, "VQX_ERROR Burst given up after 7 of 8 bytes\r\n");
-    Talk twice({"double,offset=7"});
+    SimSession twice({"double,offset=7"});
     EXPECT_EQ(twice.say(good + next), ok + ok + "VQX_ERROR Unknown command h=print\r\n");
-    Talk behind({"flip,offset=8", "lose,offset=0x1000000000000"});
+    SimSession behind({"flip,offset=8", "lose,offset=0x1000000000000"});
     EXPECT_EQ(behind.say(good), ok + ok) << "the burst has no such byte";
-    EXPECT_EQ(behind.target.faults[0].struck + behind.target.faults[1].struck, 0U);
-    Talk broken({"flip,offset=3"});
+    EXPECT_EQ(behind.target.faults[0].occurred + behind.target.faults[1].occurred, 0U);
+    SimSession broken({"flip,offset=3"});
     broken.say(good.substr(0, good.size() - 6));
     EXPECT_EQ(takeSilence(broken.target).exchange.answer, "VQX_ERROR Burst given up after 2 of 8 bytes\r\n");
-    EXPECT_EQ(broken.target.faults[0].struck, 0U) << "the byte never came";
-    Talk random({"flip"});
+    EXPECT_EQ(broken.target.faults[0].occurred, 0U) << "the byte never came";
+    SimSession random({"flip"});
     for (int i = 0; i < 20; ++i)
         EXPECT_NE(random.say(good), ok + ok);
 }
 
 TEST(SimFaults, KeepBitsOfFlashCells) {
     const std::string zeros(0x200, '\0');
-    Talk seen({"stuckprogram,addr=0x10000005,bit=3", "stuckerase,command=eraseFlash,count=1"});
+    SimSession seen({"stuckprogram,addr=0x10000005,bit=3", "stuckerase,command=eraseFlash,count=1"});
     EXPECT_EQ(seen.program(zeros, "10000000 1"), ok + ok + "VQX_ERROR Program failed at 0x10000005\r\n");
     EXPECT_EQ(seen.line("dump 10000004 3"), "10000004: 00 08 00\r\n" + ok);
     EXPECT_EQ(seen.line("eraseFlash 10000000").substr(0, 29), "VQX_ERROR Erase failed at 0x1");
     EXPECT_NE(seen.line("blankCheck 10000000"), ok);
     EXPECT_EQ(seen.lines({"eraseFlash 10000000", "blankCheck 10000000"}), ok + ok);
-    Talk second({"stuckprogram,addr=0x10000207,bit=0"});
+    SimSession second({"stuckprogram,addr=0x10000207,bit=0"});
     EXPECT_EQ(second.program(zeros + zeros, "10000000 2"),
               ok + ok + "VQX_ERROR Program failed at 0x10000207\r\n");
     EXPECT_EQ(second.line("dump 100001ff 9"), "100001ff: 00 00 00 00 00 00 00 00 01\r\n" + ok);
     std::string single(0x200, '\xFF');
     single[0x123] = '\xFE';
-    EXPECT_EQ(Talk({"stuckprogram"}).program(single, "10000000 1"),
+    EXPECT_EQ(SimSession({"stuckprogram"}).program(single, "10000000 1"),
               ok + ok + "VQX_ERROR Program failed at 0x10000123\r\n")
         << "the only cell that changes";
-    Talk above({"stuckerase,addr=0x10000205"});
+    SimSession above({"stuckerase,addr=0x10000205"});
     above.program(zeros + zeros, "10000000 2");
     EXPECT_EQ(above.line("eraseFlash 10000206"), ok) << "the cell lies below";
     EXPECT_EQ(above.line("eraseFlash 10000200"), "VQX_ERROR Erase failed at 0x10000205\r\n");
-    Talk unseen({"stuckprogram,silent=1", "stuckerase,silent=1"});
+    SimSession unseen({"stuckprogram,silent=1", "stuckerase,silent=1"});
     EXPECT_EQ(unseen.program(zeros, "10000000 1"), ok + ok + ok);
     EXPECT_NE(unseen.line("verifyPage 10000000 1"), ok);
     EXPECT_EQ(unseen.line("eraseFlash 10000000"), ok);
@@ -168,25 +168,25 @@ TEST(SimFaults, KeepBitsOfFlashCells) {
 }
 
 TEST(SimFaults, UnplugAtAByteOrAnExchange) {
-    Talk byte({"unplug,byte=12,replug=0.5"});
+    SimSession byte({"unplug,byte=12,replug=0.5"});
     EXPECT_EQ(byte.say("=print 1\r"), "1\r\n" + ok);
     EXPECT_FALSE(byte.last.exchange.unplug);
     std::optional<Outcome> outcome;
     EXPECT_EQ(takeBytes(byte.target, "=version\r", outcome), 3U) << "the bytes behind it never arrive";
     ASSERT_TRUE(outcome && outcome->exchange.unplug);
     EXPECT_EQ(outcome->exchange.replug, milliseconds(500));
-    Talk exchange({"unplug,at=2"});
+    SimSession exchange({"unplug,at=2"});
     exchange.say("=print 1\r=print 1\r");
     EXPECT_TRUE(exchange.last.exchange.unplug);
 }
 
 TEST(SimFaults, RepeatThemselvesFromTheSeed) {
     const auto run = [](unsigned seed) {
-        Talk talk({"error,chance=30", "noise,chance=20"});
-        talk.target.random.seed(seed);
+        SimSession session({"error,chance=30", "noise,chance=20"});
+        session.target.random.seed(seed);
         std::string answers;
         for (int i = 0; i < 50; ++i)
-            answers += talk.line("print 1");
+            answers += session.line("print 1");
         return answers;
     };
     std::size_t errors = 0;
@@ -207,14 +207,14 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--fault", "flood,bytes=endless,lines=0,chance=0.5,count=2", "--", "x", "--bad"}, ""},
         {{"--bad"}, "bad option '--bad'"},
         {{"--region", "A,sise=1"},
-         "option --region: unknown region setting 'sise=1' (base, size, page, buffer and blank exist)"},
+         "option --region: unknown memory setting 'sise=1' (base, size, page, buffer and blank exist)"},
         {{"--region", "A,size=0x1000000000"},
-         "option --region: bad number in region setting 'size=0x1000000000'"},
-        {{"--region", "A,size=0x10000M"}, "option --region: bad number in region setting 'size=0x10000M'"},
+         "option --region: bad number in memory setting 'size=0x1000000000'"},
+        {{"--region", "A,size=0x10000M"}, "option --region: bad number in memory setting 'size=0x10000M'"},
         {{"--region", "A,base=0xFFFFFFFFF"},
-         "region 'A' ends at 0x100007ffff: a host, whose sums have 32 bits, reaches 0xfffffffe"},
+         "memory 'A' ends at 0x100007ffff: the last usable address is 0xfffffffe"},
         {{"--region", "A,base=0xFFFFM"},
-         "region 'A' ends at 0xffff80000: a host, whose sums have 32 bits, reaches 0xfffffffe"},
+         "memory 'A' ends at 0xffff80000: the last usable address is 0xfffffffe"},
         {{"--rate", "1000000000", "--latency", "1000000000", "--erase-time", "1000000000"}, ""},
         {{"--latency", "1000000001"}, "option --latency: '1000000001' is not a number from 0 to 1000000000"},
         {{"--fault", "noise,bytes=0x1000000", "--fault", "flood,bytes=0x10000000000", "--fault",
@@ -222,9 +222,9 @@ TEST(SimOptions, RefuseNonsense) {
          ""},
         {{"--fault", "drop,chance=100.0001"},
          "option --fault: bad value in 'chance=100.0001': it takes a percentage from 0.0001 to 100"},
-        {{"--region", ",size=1K"}, "a region has an empty name"},
-        {{"--region", "0x1f"}, "region name '0x1f' reads as a number"},
-        {{"--region", "A", "--region", "a,base=1M"}, "two regions are named 'A'"},
+        {{"--region", ",size=1K"}, "a memory has an empty name"},
+        {{"--region", "0x1f"}, "memory name '0x1f' reads as a number"},
+        {{"--region", "A", "--region", "a,base=1M"}, "two memories are named 'A'"},
         {{"--accept", "a b"}, "option --accept: 'a b' is not a command word"},
         {{"--accept", "print"}, "option --accept: the firmware has the command 'print'"},
         {{"--like", "board", "--no-flash"}, "--like excludes --region and --no-flash"},
@@ -238,18 +238,18 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--fault", "unplug,replug=1"}, "a device that is plugged in again needs --link"},
         {{"--fault", "flip,command=burst", "--fault", "stuckerase,command=eraseFlash,addr=0x14000000"}, ""},
         {{"--fault", "error,command=programpage"},
-         "fault 'error,command=programpage' can never strike: the firmware has no such command"},
+         "fault 'error,command=programpage' can never occur: the firmware has no such command"},
         {{"--fault", "error,command=unlock", "--accept", "unlock"}, ""},
         {{"--fault", "flip,command=programPage"},
-         "option --fault: bad value in 'command=programPage': it takes the command at which the fault can strike"},
-        {{"--fault", "hang,s=0"}, "fault 'hang,s=0' can never strike: its time is 0"},
-        {{"--fault", "delay,us=0"}, "fault 'delay,us=0' can never strike: its time is 0"},
-        {{"--fault", "flood,bytes=0"}, "fault 'flood,bytes=0' can never strike: it has no bytes"},
+         "option --fault: bad value in 'command=programPage': it takes the command at which the fault can occur"},
+        {{"--fault", "hang,s=0"}, "fault 'hang,s=0' can never occur: its time is 0"},
+        {{"--fault", "delay,us=0"}, "fault 'delay,us=0' can never occur: its time is 0"},
+        {{"--fault", "flood,bytes=0"}, "fault 'flood,bytes=0' can never occur: it has no bytes"},
         {{"--fault", "noise,bytes=0,lines=0"},
-         "fault 'noise,bytes=0,lines=0' can never strike: it has no bytes"},
+         "fault 'noise,bytes=0,lines=0' can never occur: it has no bytes"},
         {{"--fault", "noise,bytes=0"}, ""},
         {{"--fault", "ends,with=CRLF"},
-         "fault 'ends,with=CRLF' can never strike: lines end with CRLF already"},
+         "fault 'ends,with=CRLF' can never occur: lines end with CRLF already"},
         {{"--fault", "ignored,times=0"},
          "option --fault: bad value in 'times=0': it takes a number from 1 to 1000000"},
         {{"--fault", "ignored,line=full"},
@@ -261,13 +261,13 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--fault", "drop,chance=0"},
          "option --fault: bad value in 'chance=0': it takes a percentage from 0.0001 to 100"},
         {{"--fault", "unplug,byte=5,at=1"},
-         "option --fault: 'byte' says by itself when the fault strikes, and goes without at, count, chance and command"},
+         "option --fault: 'byte' cannot be combined with at, count, chance or command"},
         {{"--fault", "stuckprogram,addr=0x14400000"},
-         "fault 'stuckprogram,addr=0x14400000' can never strike: no flash region has such a cell"},
+         "fault 'stuckprogram,addr=0x14400000' can never occur: no memory has this address"},
         {{"--fault", "stuckerase", "--null-memory"},
-         "fault 'stuckerase' can never strike: there is no memory"},
+         "fault 'stuckerase' can never occur: there is no memory"},
         {{"--fault", "stuckerase", "--no-flash"},
-         "fault 'stuckerase' can never strike: no flash region has such a cell"},
+         "fault 'stuckerase' can never occur: no memory has this address"},
         {{"--fault", "noise,bytes=endless"},
          "option --fault: bad value in 'bytes=endless': it takes a number of at most 16 Mi; for a flood of at most 2^40, or endless"},
         {{"--fault", "noise,bytes=0x1000001"},
@@ -283,11 +283,11 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--fault", "error,text=a, b=c,sta=d"}, "option --fault: fault error has no setting 'sta'"},
         {{"--region", "A,base=0xFFFFF000,size=0xFFF"}, ""},
         {{"--region", "A,base=0xFFFFF000,size=0x1000"},
-         "region 'A' ends at 0x100000000: a host, whose sums have 32 bits, reaches 0xfffffffe"},
+         "memory 'A' ends at 0x100000000: the last usable address is 0xfffffffe"},
         {{"--region", "B,base=0x1000,size=0", "--region", "A,size=0x1001", "--region",
           "C,base=0x1001,size=1"},
          ""},
-        {{"--region", "B,base=0x1000", "--region", "A,size=0x1001"}, "regions 'A' and 'B' overlap"},
+        {{"--region", "B,base=0x1000", "--region", "A,size=0x1001"}, "memories 'A' and 'B' overlap"},
     };
     for (const auto& c : cases) {
         std::vector<char*> words{const_cast<char*>("vqxsim")};
@@ -314,7 +314,7 @@ TEST(SimLink, TakesExactlyTheNominalTime) {
         EXPECT_TRUE(dueBytes(link, *nextDue(link) - microseconds(1)).empty());
         now = *nextDue(link);
         EXPECT_EQ(dueBytes(link, now), ok);
-        ASSERT_TRUE(noteSent(link, ok.size()));
+        ASSERT_TRUE(recordSent(link, ok.size()));
     }
     const Duration nominal = 100 * (microseconds(32768 + 8) + milliseconds(1));
     EXPECT_NEAR(static_cast<double>((now - start).count()), static_cast<double>(nominal.count()), 100000);
@@ -337,7 +337,7 @@ TEST(SimLink, SpacesBytesAndRepeatsFloods) {
         last = std::max(last, *due);
         const std::string_view bytes = dueBytes(link, last);
         got += bytes.front();
-        static_cast<void>(noteSent(link, 1));
+        static_cast<void>(recordSent(link, 1));
     }
     EXPECT_EQ(got, "abxyzxyzx!");
     EXPECT_EQ(last - now, milliseconds(7));

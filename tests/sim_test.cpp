@@ -2,7 +2,7 @@
 
 #include "harness.h"
 #include "port/child.h"
-#include "sim_talk.h"
+#include "sim_session.h"
 
 #include <fstream>
 #include <sys/wait.h>
@@ -70,12 +70,12 @@ TEST(SimFirmware, AnswersCommands) {
         {"otp_ProgUSBID 1 2",
          "VQX_ERROR USB identifiers are already programmed: product 0x1234, vendor 0x0042\r\n"},
     };
-    Talk talk;
+    SimSession session;
     for (const auto& c : cases)
-        EXPECT_EQ(talk.line(c.command), c.answer) << c.command;
-    EXPECT_EQ(talk.line("queryFlash").substr(0, 75),
+        EXPECT_EQ(session.line(c.command), c.answer) << c.command;
+    EXPECT_EQ(session.line("queryFlash").substr(0, 75),
               "Number of Flash Devices = 3\r\nName = FLASH\r\nBase = 0x10000000\r\nSize = 0x1000");
-    EXPECT_EQ(Talk(std::vector<RegionSpec>{}).line("queryFlash"), "No Flash\r\nVQX_OK\r\n");
+    EXPECT_EQ(SimSession(std::vector<RegionSpec>{}).line("queryFlash"), "No Flash\r\nVQX_OK\r\n");
 }
 
 TEST(SimFirmware, FramesLinesHoweverTheyArrive) {
@@ -89,10 +89,10 @@ TEST(SimFirmware, FramesLinesHoweverTheyArrive) {
         "10000000: ff\r\nVQX_OK\r\nVQX_ERROR Unknown command " +
         std::string(64, 'x') + "...\r\nVQX_ERROR Line of more than 4096 characters\r\n";
     for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, input.size()}) {
-        Talk talk;
+        SimSession session;
         std::string got;
         for (std::size_t at = 0; at < input.size(); at += piece)
-            got += talk.say(std::string_view(input).substr(at, piece));
+            got += session.say(std::string_view(input).substr(at, piece));
         EXPECT_EQ(got, answers) << piece;
     }
 }
@@ -101,23 +101,24 @@ TEST(SimFirmware, RepeatsLinesUntilBatchMode) {
     Firmware firmware;
     ASSERT_EQ(startFirmware(firmware, {}), std::nullopt);
     EXPECT_EQ(
-        converse(firmware, "=print 7\r\r=batchmode 1\r=print 8\r=batchmode 0\r=print 9\r"),
+        exchangeBytes(firmware, "=print 7\r\r=batchmode 1\r=print 8\r=batchmode 0\r=print 9\r"),
         "=print 7\r\n7\r\nVQX_OK\r\nVQX_OK\r\n=batchmode 1\r\nVQX_OK\r\n8\r\nVQX_OK\r\nVQX_OK\r\n=print 9\r\n9\r\nVQX_OK\r\n");
 }
 
 TEST(SimFirmware, TakesSilenceAsAnEnd) {
-    Talk talk;
-    EXPECT_EQ(patience(talk.target.firmware), std::nullopt);
-    EXPECT_EQ(talk.say("=half a line"), "");
-    EXPECT_EQ(patience(talk.target.firmware), std::nullopt) << "a command line ends with its line end";
-    talk.say("\r");
-    EXPECT_EQ(talk.say("version"), "");
-    EXPECT_EQ(patience(talk.target.firmware), rawTextPatience);
-    EXPECT_TRUE(takeSilence(talk.target).exchange.answer.ends_with(ok));
-    EXPECT_EQ(talk.say("=databurst 4 0 0\rab"), ok);
-    EXPECT_EQ(patience(talk.target.firmware), burstPatience);
-    EXPECT_EQ(takeSilence(talk.target).exchange.answer, "VQX_ERROR Burst given up after 2 of 4 bytes\r\n");
-    EXPECT_EQ(talk.line("print on"), "on\r\n" + ok);
+    SimSession session;
+    EXPECT_EQ(silenceTimeout(session.target.firmware), std::nullopt);
+    EXPECT_EQ(session.say("=half a line"), "");
+    EXPECT_EQ(silenceTimeout(session.target.firmware), std::nullopt)
+        << "a command line ends with its line end";
+    session.say("\r");
+    EXPECT_EQ(session.say("version"), "");
+    EXPECT_EQ(silenceTimeout(session.target.firmware), rawTextTimeout);
+    EXPECT_TRUE(takeSilence(session.target).exchange.answer.ends_with(ok));
+    EXPECT_EQ(session.say("=databurst 4 0 0\rab"), ok);
+    EXPECT_EQ(silenceTimeout(session.target.firmware), burstTimeout);
+    EXPECT_EQ(takeSilence(session.target).exchange.answer, "VQX_ERROR Burst given up after 2 of 4 bytes\r\n");
+    EXPECT_EQ(session.line("print on"), "on\r\n" + ok);
 }
 
 TEST(SimFirmware, SumsBurstsInLittleEndianWords) {
@@ -133,15 +134,15 @@ TEST(SimFirmware, SumsBurstsInLittleEndianWords) {
 }
 
 TEST(SimFirmware, StoresOnlyWhatItWasToldCorrectly) {
-    Talk talk;
-    talk.line("dataSet 2000 ff");
-    EXPECT_EQ(talk.say(burst("abc", 0x7FFD)), ok + ok) << "up to the buffer's end";
-    EXPECT_EQ(talk.say("=databurst 4 0 12345678\r\1\2\3\4"),
+    SimSession session;
+    session.line("dataSet 2000 ff");
+    EXPECT_EQ(session.say(burst("abc", 0x7FFD)), ok + ok) << "up to the buffer's end";
+    EXPECT_EQ(session.say("=databurst 4 0 12345678\r\1\2\3\4"),
               ok + "VQX_ERROR Burst checksum is 0x4030201, not 0x12345678\r\n");
-    EXPECT_EQ(talk.line("dataPacket 8 44332211 0 x"), "VQX_ERROR Not a hexadecimal number: x\r\n");
-    EXPECT_EQ(talk.line("dataPacket 10 44332211 1"), ok);
+    EXPECT_EQ(session.line("dataPacket 8 44332211 0 x"), "VQX_ERROR Not a hexadecimal number: x\r\n");
+    EXPECT_EQ(session.line("dataPacket 10 44332211 1"), ok);
     EXPECT_EQ(
-        talk.lines({"programPage 10000000 1", "dump 10000000 18"}),
+        session.lines({"programPage 10000000 1", "dump 10000000 18"}),
         ok +
             "10000000: ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff\r\n10000010: 11 22 33 44 01 00 00 00\r\n" +
             ok);
@@ -149,7 +150,7 @@ TEST(SimFirmware, StoresOnlyWhatItWasToldCorrectly) {
 
 TEST(SimFlash, ProgramsLikeNor) {
     for (const RegionSpec& spec : {flashRegion, oddRegion, RegionSpec{"ZERO", 0, 0x400, 0x20, 0x8000, 0}}) {
-        Talk talk({spec});
+        SimSession session({spec});
         const std::string at = formatText("%x", static_cast<unsigned>(spec.base));
         const auto blank = static_cast<char>(spec.blank);
         const auto page = static_cast<std::size_t>(spec.page);
@@ -157,47 +158,48 @@ TEST(SimFlash, ProgramsLikeNor) {
         std::string second = first;
         first[3] ^= 0x11;
         second[3] ^= 0x31;
-        EXPECT_EQ(talk.program(first, at + " 2"), ok + ok + ok);
-        EXPECT_EQ(talk.program(second, at + " 2"), ok + ok + ok) << "more bits may leave their blank value";
+        EXPECT_EQ(session.program(first, at + " 2"), ok + ok + ok);
+        EXPECT_EQ(session.program(second, at + " 2"), ok + ok + ok)
+            << "more bits may leave their blank value";
         second[page] ^= 0x01;
         second[3] ^= 0x20;
         const std::string error =
             formatText("VQX_ERROR Program failed at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3));
-        EXPECT_EQ(talk.program(second, at + " 2"), ok + ok + error) << "a bit never goes back";
-        EXPECT_EQ(talk.line("verifyPage " + at + " 2"),
+        EXPECT_EQ(session.program(second, at + " 2"), ok + ok + error) << "a bit never goes back";
+        EXPECT_EQ(session.line("verifyPage " + at + " 2"),
                   formatText("VQX_ERROR Verify failed at 0x%08x: flash holds 0x%02x, buffer 0x%02x\r\n",
                              static_cast<unsigned>(spec.base + 3), spec.blank ^ 0x31U, spec.blank ^ 0x11U));
-        EXPECT_EQ(talk.line("blankCheck " + at),
+        EXPECT_EQ(session.line("blankCheck " + at),
                   formatText("VQX_ERROR Not blank at 0x%08x\r\n", static_cast<unsigned>(spec.base + 3)));
-        EXPECT_EQ(talk.line("eraseFlash " + at), ok);
-        EXPECT_EQ(talk.line("blankCheck " + at), ok);
+        EXPECT_EQ(session.line("eraseFlash " + at), ok);
+        EXPECT_EQ(session.line("blankCheck " + at), ok);
     }
 }
 
 TEST(SimFlash, ErasesFromTheAddressToTheEndOfItsRegion) {
-    Talk talk;
-    talk.program(std::string(0x70, '\0'), "20000004 7");
-    talk.program(std::string(0x1000, '\0'), "10000000 8");
-    EXPECT_EQ(talk.line("eraseFlash 10000401"), ok);
-    EXPECT_EQ(talk.line("blankCheck 10000000"), "VQX_ERROR Not blank at 0x10000000\r\n");
-    EXPECT_EQ(talk.line("blankCheck 10000400"), "VQX_ERROR Not blank at 0x10000400\r\n");
-    EXPECT_EQ(talk.line("blankCheck 10000401"), ok);
-    EXPECT_EQ(talk.line("dump 100003ff 3"), "100003ff: 00 00 ff\r\n" + ok);
-    EXPECT_EQ(talk.line("blankCheck 20000010"), "VQX_ERROR Not blank at 0x20000010\r\n");
+    SimSession session;
+    session.program(std::string(0x70, '\0'), "20000004 7");
+    session.program(std::string(0x1000, '\0'), "10000000 8");
+    EXPECT_EQ(session.line("eraseFlash 10000401"), ok);
+    EXPECT_EQ(session.line("blankCheck 10000000"), "VQX_ERROR Not blank at 0x10000000\r\n");
+    EXPECT_EQ(session.line("blankCheck 10000400"), "VQX_ERROR Not blank at 0x10000400\r\n");
+    EXPECT_EQ(session.line("blankCheck 10000401"), ok);
+    EXPECT_EQ(session.line("dump 100003ff 3"), "100003ff: 00 00 ff\r\n" + ok);
+    EXPECT_EQ(session.line("blankCheck 20000010"), "VQX_ERROR Not blank at 0x20000010\r\n");
 }
 
 TEST(SimFlash, ClaimsOfGigabytesCostNothing) {
-    Talk talk({{"HUGE", 0x40000000, 0xFFFFFFFF, 16, 0xFFFFFFF0, 0xFF}});
+    SimSession session({{"HUGE", 0x40000000, 0xFFFFFFFF, 16, 0xFFFFFFF0, 0xFF}});
     if (sizeof(std::size_t) < 8) {
-        EXPECT_EQ(talk.error, "4294967280 bytes of memory: Cannot allocate memory");
+        EXPECT_EQ(session.error, "4294967280 bytes of memory: Cannot allocate memory");
         return;
     }
-    EXPECT_EQ(talk.line("dataSet 3ffffffc 0"), ok);
-    EXPECT_EQ(talk.program(std::string(16, 'x'), "13fffffee 1"),
+    EXPECT_EQ(session.line("dataSet 3ffffffc 0"), ok);
+    EXPECT_EQ(session.program(std::string(16, 'x'), "13fffffee 1"),
               ok + ok + "VQX_ERROR Address 0x13fffffee is not at the start of a page\r\n");
-    EXPECT_EQ(talk.program(std::string(16, 'x'), "13fffffe0 1"), ok + ok + ok);
-    EXPECT_EQ(talk.line("blankCheck 40000000"), "VQX_ERROR Not blank at 0x13fffffe0\r\n");
-    EXPECT_EQ(talk.lines({"eraseFlash 40000000", "blankCheck 40000000"}), ok + ok);
+    EXPECT_EQ(session.program(std::string(16, 'x'), "13fffffe0 1"), ok + ok + ok);
+    EXPECT_EQ(session.line("blankCheck 40000000"), "VQX_ERROR Not blank at 0x13fffffe0\r\n");
+    EXPECT_EQ(session.lines({"eraseFlash 40000000", "blankCheck 40000000"}), ok + ok);
 }
 
 class SimFiles : public Secapp {};
@@ -209,39 +211,41 @@ TEST_F(SimFiles, KeepRegions) {
         return std::string(std::istreambuf_iterator<char>(file), {});
     };
     const std::string image = "image" + std::string(507, '\xFF');
-    Talk talk({flashRegion}, memory);
-    ASSERT_EQ(talk.error, std::nullopt);
+    SimSession session({flashRegion}, memory);
+    ASSERT_EQ(session.error, std::nullopt);
     EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
-    EXPECT_EQ(talk.program(image, "10000000 1"), ok + ok + ok);
+    EXPECT_EQ(session.program(image, "10000000 1"), ok + ok + ok);
     EXPECT_EQ(content().substr(0, 512), image) << "visible while the target runs";
     {
-        Talk eraser({flashRegion}, memory);
+        SimSession eraser({flashRegion}, memory);
         EXPECT_EQ(eraser.line("eraseFlash 10000000"), ok);
         EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
         EXPECT_EQ(eraser.program(image, "10000000 1"), ok + ok + ok);
     }
-    EXPECT_EQ(Talk({flashRegion}, memory).line("dump 10000000 5"), "10000000: 69 6d 61 67 65\r\n" + ok);
-    EXPECT_EQ(Talk({flashRegion}, memory).lines({"otp_ProgUSBID 66 77", "bootBank 1"}), ok + ok);
-    EXPECT_EQ(Talk({flashRegion}, memory).line("queryID").substr(46),
+    EXPECT_EQ(SimSession({flashRegion}, memory).line("dump 10000000 5"), "10000000: 69 6d 61 67 65\r\n" + ok);
+    EXPECT_EQ(SimSession({flashRegion}, memory).lines({"otp_ProgUSBID 66 77", "bootBank 1"}), ok + ok);
+    EXPECT_EQ(SimSession({flashRegion}, memory).line("queryID").substr(46),
               "USB vendor = 0x0077\r\nUSB product = 0x0066\r\nBoot bank = 1\r\n" + ok);
-    EXPECT_NE(Talk({flashRegion}, memory).line("otp_ProgUSBID 66 78"), ok);
+    EXPECT_NE(SimSession({flashRegion}, memory).line("otp_ProgUSBID 66 78"), ok);
     std::filesystem::create_symlink("/dev/full", memory + "/board.txt.new");
-    EXPECT_EQ(Talk({flashRegion}, memory).line("bootBank 0"),
+    EXPECT_EQ(SimSession({flashRegion}, memory).line("bootBank 0"),
               "VQX_ERROR " + memory + "/board.txt: No space left on device\r\n");
-    EXPECT_EQ(Talk({{"FLASH", 0, 0x2000, 1, 1, 0}}, memory).error,
-              memory + "/FLASH.bin: holds 4096 bytes, the region 8192");
+    EXPECT_EQ(SimSession({{"FLASH", 0, 0x2000, 1, 1, 0}}, memory).error,
+              memory + "/FLASH.bin: has 4096 bytes, the memory 8192");
     for (const std::string& name : {std::string("../FLASH"), std::string(), std::string(251, 'n')}) {
         const std::string shown = name.size() > 64 ? name.substr(0, 64) + "..." : name;
-        EXPECT_EQ(Talk({{name}}, memory).error, "Region name '" + shown + "' does not serve as a file name");
+        EXPECT_EQ(SimSession({{name}}, memory).error,
+                  "Memory name '" + shown + "' does not serve as a file name");
     }
     std::ofstream(memory + "/board.txt") << "bootBank 2\n";
-    EXPECT_EQ(Talk({flashRegion}, memory).error, memory + "/board.txt: bootBank 2: Boot bank is 0 or 1");
+    EXPECT_EQ(SimSession({flashRegion}, memory).error,
+              memory + "/board.txt: bootBank 2: Boot bank is 0 or 1");
     std::ofstream(memory + "/board.txt") << "print 2\n";
-    EXPECT_EQ(Talk({flashRegion}, memory).error,
+    EXPECT_EQ(SimSession({flashRegion}, memory).error,
               memory + "/board.txt: print 2: neither bootBank nor otp_ProgUSBID");
     std::filesystem::remove(memory + "/board.txt");
     std::filesystem::create_symlink("/dev/zero", memory + "/board.txt");
-    EXPECT_EQ(Talk({flashRegion}, memory).error, memory + "/board.txt: has more than 4096 bytes");
+    EXPECT_EQ(SimSession({flashRegion}, memory).error, memory + "/board.txt: has more than 4096 bytes");
 }
 
 TEST(SimChild, GetsNoSignalAfterItsEnd) {

@@ -45,14 +45,14 @@ bool replaceLineEnds(std::string& text, std::string_view with) {
     return text != changed;
 }
 
-std::string strikeError(Fault& fault, Exchange& exchange, Random&) {
+std::string applyError(Fault& fault, Exchange& exchange, Random&) {
     if (exchange.refusal)
         return {};
     exchange.refusal = fault.status + " " + fault.text;
     return "error: " + *exchange.refusal;
 }
 
-std::string strikeHang(Fault& fault, Exchange& exchange, Random&) {
+std::string applyHang(Fault& fault, Exchange& exchange, Random&) {
     const Duration time = fault.time.value_or(seconds(1));
     if (time == Duration::zero())
         return {};
@@ -60,23 +60,23 @@ std::string strikeHang(Fault& fault, Exchange& exchange, Random&) {
     return formatText("hang: %.3f s", inSeconds(exchange.hang));
 }
 
-std::string strikeUnplug(Fault& fault, Exchange& exchange, Random&) {
+std::string applyUnplug(Fault& fault, Exchange& exchange, Random&) {
     exchange.unplug = true;
     exchange.replug = fault.replug;
     return "unplug: the device vanishes";
 }
 
-std::string offerWeakCell(Fault& fault, Exchange& exchange, Random& random) {
-    if (exchange.weakCell)
+std::string offerStuckBit(Fault& fault, Exchange& exchange, Random& random) {
+    if (exchange.stuckBit)
         return {};
     const std::uint64_t pick = random();
-    WeakCell cell;
+    StuckBit cell;
     cell.address = fault.address;
     cell.bit = static_cast<unsigned>(fault.bit.value_or(pick % 8));
     cell.pick = pick / 8;
     cell.silent = fault.silent;
-    exchange.weakCell = cell;
-    exchange.weakSource = &fault;
+    exchange.stuckBit = cell;
+    exchange.stuckSource = &fault;
     return {};
 }
 
@@ -92,26 +92,26 @@ std::string hitByte(Fault& fault, Exchange& exchange, Random& random, ByteFault:
     return {};
 }
 
-std::string strikeFlip(Fault& fault, Exchange& exchange, Random& random) {
+std::string applyFlip(Fault& fault, Exchange& exchange, Random& random) {
     return hitByte(fault, exchange, random, ByteFault::Kind::flip);
 }
 
-std::string strikeLose(Fault& fault, Exchange& exchange, Random& random) {
+std::string applyLose(Fault& fault, Exchange& exchange, Random& random) {
     return hitByte(fault, exchange, random, ByteFault::Kind::lose);
 }
 
-std::string strikeDouble(Fault& fault, Exchange& exchange, Random& random) {
+std::string applyDouble(Fault& fault, Exchange& exchange, Random& random) {
     return hitByte(fault, exchange, random, ByteFault::Kind::doubled);
 }
 
-std::string strikeDrop(Fault&, Exchange& exchange, Random&) {
+std::string applyDrop(Fault&, Exchange& exchange, Random&) {
     exchange.answer.clear();
     exchange.answerAfterFlood.clear();
     exchange.floodBytes = 0;
     return "drop: no answer";
 }
 
-std::string strikeDelay(Fault& fault, Exchange& exchange, Random&) {
+std::string applyDelay(Fault& fault, Exchange& exchange, Random&) {
     const Duration time = fault.time.value_or(seconds(1));
     if (isSilent(exchange) || time == Duration::zero())
         return {};
@@ -119,7 +119,7 @@ std::string strikeDelay(Fault& fault, Exchange& exchange, Random&) {
     return formatText("delay: %.3f s", inSeconds(exchange.delay));
 }
 
-std::string strikeCut(Fault& fault, Exchange& exchange, Random&) {
+std::string applyCut(Fault& fault, Exchange& exchange, Random&) {
     const std::uint64_t kept = fault.bytes.value_or(exchange.answer.size() / 2);
     if (kept >= exchange.answer.size() && exchange.floodBytes == 0)
         return {};
@@ -130,14 +130,14 @@ std::string strikeCut(Fault& fault, Exchange& exchange, Random&) {
     return formatText("cut: %zu bytes of the answer left", exchange.answer.size());
 }
 
-std::string strikeSplit(Fault& fault, Exchange& exchange, Random&) {
+std::string applySplit(Fault& fault, Exchange& exchange, Random&) {
     if (isSilent(exchange))
         return {};
     exchange.bytePause = fault.time.value_or(milliseconds(1));
     return formatText("split: single bytes, %.6f s apart", inSeconds(*exchange.bytePause));
 }
 
-std::string strikeNoise(Fault& fault, Exchange& exchange, Random& random) {
+std::string applyNoise(Fault& fault, Exchange& exchange, Random& random) {
     const std::uint64_t count = fault.bytes.value_or(defaultNoiseBytes);
     if (count == 0 && !fault.lines)
         return {};
@@ -151,7 +151,7 @@ std::string strikeNoise(Fault& fault, Exchange& exchange, Random& random) {
     return formatText("noise: %llu bytes", shown(count));
 }
 
-std::string strikeNoEnd(Fault&, Exchange& exchange, Random&) {
+std::string applyNoEnd(Fault&, Exchange& exchange, Random&) {
     std::string& text = statusPart(exchange);
     if (!text.ends_with("\r\n"))
         return {};
@@ -159,7 +159,7 @@ std::string strikeNoEnd(Fault&, Exchange& exchange, Random&) {
     return "noend: no line end behind the status";
 }
 
-std::string strikeEnds(Fault& fault, Exchange& exchange, Random&) {
+std::string applyEnds(Fault& fault, Exchange& exchange, Random&) {
     const std::string_view ends = fault.with == "CR"     ? "\r"
                                   : fault.with == "CRLF" ? "\r\n"
                                   : fault.with == "NUL"  ? std::string_view("\0", 1)
@@ -175,7 +175,7 @@ void makeRoomForFlood(Exchange& exchange) {
     exchange.answer.resize(status);
 }
 
-std::string strikeIgnored(Fault& fault, Exchange& exchange, Random&) {
+std::string applyIgnored(Fault& fault, Exchange& exchange, Random&) {
     if (exchange.floodBytes > 0)
         return {};
     exchange.floodText = fault.line == "repeat" ? "=" + exchange.word + "\r\n"
@@ -189,7 +189,7 @@ std::string strikeIgnored(Fault& fault, Exchange& exchange, Random&) {
            (fault.times ? formatText("%llu of them", shown(*fault.times)) : "endless");
 }
 
-std::string strikeFlood(Fault& fault, Exchange& exchange, Random&) {
+std::string applyFlood(Fault& fault, Exchange& exchange, Random&) {
     const std::uint64_t bytes = fault.bytes.value_or(defaultFloodBytes);
     if (bytes == 0 || exchange.floodBytes > 0)
         return {};
@@ -204,42 +204,42 @@ std::string strikeFlood(Fault& fault, Exchange& exchange, Random&) {
 
 constexpr auto kinds = std::to_array<FaultKind>({
     {"error", "text status", "an error status instead of carrying the request out", FaultPhase::request, "",
-     strikeError},
+     applyError},
     {"hang", "s byte",
      "the target does nothing for s seconds, then carries on; before an answer, or once the Nth byte was received",
-     FaultPhase::request, "", strikeHang},
+     FaultPhase::request, "", applyHang},
     {"unplug", "byte replug",
-     "the device vanishes once the Nth byte was received, or before an answer; with --link it comes back after replug seconds, its memory kept",
-     FaultPhase::request, "", strikeUnplug},
+     "the device vanishes once the Nth byte was received, or before an answer; with --link it comes back after replug seconds, its memories kept",
+     FaultPhase::request, "", applyUnplug},
     {"stuckprogram", "addr bit silent",
      "a bit does not program, at an address or any; silent=1: the firmware does not notice",
-     FaultPhase::request, "programPage", offerWeakCell},
+     FaultPhase::request, "programPage", offerStuckBit},
     {"stuckerase", "addr bit silent",
      "a bit does not erase, at an address or any; silent=1: the firmware does not notice",
-     FaultPhase::request, "eraseFlash", offerWeakCell},
-    {"flip", "offset bit", "a bit of a burst is flipped on its way", FaultPhase::burst, "burst", strikeFlip},
-    {"lose", "offset", "a byte of a burst is lost on its way", FaultPhase::burst, "burst", strikeLose},
-    {"double", "offset", "a byte of a burst comes twice", FaultPhase::burst, "burst", strikeDouble},
-    {"drop", "", "the answer is dropped", FaultPhase::answer, "", strikeDrop},
-    {"delay", "ms us", "the answer comes later", FaultPhase::answer, "", strikeDelay},
-    {"cut", "bytes", "the answer ends after so many bytes, half of it by default", FaultPhase::answer, "",
-     strikeCut},
-    {"split", "us ms", "the answer comes in single bytes with pauses", FaultPhase::answer, "", strikeSplit},
+     FaultPhase::request, "eraseFlash", offerStuckBit},
+    {"flip", "offset bit", "a bit of a burst is flipped on its way", FaultPhase::burst, "burst", applyFlip},
+    {"lose", "offset", "a byte of a burst is lost on its way", FaultPhase::burst, "burst", applyLose},
+    {"double", "offset", "a byte of a burst is duplicated", FaultPhase::burst, "burst", applyDouble},
+    {"drop", "", "the answer is dropped", FaultPhase::answer, "", applyDrop},
+    {"delay", "ms us", "the answer comes later", FaultPhase::answer, "", applyDelay},
+    {"cut", "bytes", "the answer ends after N bytes, half of it by default", FaultPhase::answer, "",
+     applyCut},
+    {"split", "us ms", "the answer comes in single bytes with pauses", FaultPhase::answer, "", applySplit},
     {"noise", "bytes lines", "random bytes come before the answer; lines=0: on its first line",
-     FaultPhase::answer, "", strikeNoise},
-    {"noend", "", "the status line has no line end", FaultPhase::answer, "", strikeNoEnd},
-    {"ends", "with", "lines end with CR, LF, CRLF or NUL", FaultPhase::answer, "", strikeEnds},
+     FaultPhase::answer, "", applyNoise},
+    {"noend", "", "the status line has no line end", FaultPhase::answer, "", applyNoEnd},
+    {"ends", "with", "lines end with CR, LF, CRLF or NUL", FaultPhase::answer, "", applyEnds},
     {"flood", "bytes lines",
-     "so many bytes of lines come before the status; bytes=endless: until the host goes; lines=0: no line ends",
-     FaultPhase::answer, "", strikeFlood},
+     "N bytes of lines come before the status; bytes=endless: until the host closes the device; lines=0: no line ends",
+     FaultPhase::answer, "", applyFlood},
     {"ignored", "line times ms us",
-     "lines that a host ignores come before the status, times=N of them or until the host goes; line=empty, repeat (of the command) or zero (bytes)",
-     FaultPhase::answer, "", strikeIgnored},
+     "lines that a host ignores come before the status, times=N of them, or until the host closes the device; line=empty, repeat (of the command) or zero (bytes)",
+     FaultPhase::answer, "", applyIgnored},
 });
 
 bool isDue(const Fault& fault, const Exchange& exchange, Random& random) {
     const std::uint64_t count = fault.count.value_or(fault.at > 0 ? 1 : UINT64_MAX);
-    if (fault.byte || fault.struck >= count || exchange.number < fault.at ||
+    if (fault.byte || fault.occurred >= count || exchange.number < fault.at ||
         (!fault.command.empty() && fault.command != exchange.word) ||
         (!fault.kind->only.empty() && fault.kind->only != exchange.word))
         return false;
@@ -252,23 +252,23 @@ std::span<const FaultKind> faultKinds() {
     return kinds;
 }
 
-void strikeFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random) {
+void applyFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random) {
     for (Fault& fault : faults) {
         if (fault.kind->phase != phase || !isDue(fault, exchange, random))
             continue;
-        std::string note = fault.kind->strike(fault, exchange, random);
+        std::string note = fault.kind->apply(fault, exchange, random);
         if (!note.empty()) {
-            ++fault.struck;
+            ++fault.occurred;
             exchange.notes.push_back(std::move(note));
         }
     }
 }
 
-void settleWeakCell(Exchange& exchange) {
-    if (exchange.weakCell && exchange.weakCell->struck) {
-        ++exchange.weakSource->struck;
-        exchange.notes.push_back(std::string(exchange.weakSource->kind->name) +
-                                 formatText(": 0x%08llx", shown(exchange.weakCell->address.value_or(0))));
+void recordStuckBit(Exchange& exchange) {
+    if (exchange.stuckBit && exchange.stuckBit->occurred) {
+        ++exchange.stuckSource->occurred;
+        exchange.notes.push_back(std::string(exchange.stuckSource->kind->name) +
+                                 formatText(": 0x%08llx", shown(exchange.stuckBit->address.value_or(0))));
     }
 }
 

@@ -10,16 +10,17 @@ using Random = std::mt19937_64;
 
 struct FaultKind;
 
-/// The chance of a fault that strikes whenever it can; a percent has 10000 parts of it.
+/// The chance of a fault that occurs whenever it can, in 1/10000 percent.
 constexpr std::uint64_t certain = 1000000;
 
 /// One fault asked for on the command line. Which settings a kind reads is in the table of kinds.
 struct Fault {
     const FaultKind* kind = nullptr;
-    std::uint64_t at = 0;                 ///< strikes from this exchange on, counted from 1
-    std::optional<std::uint64_t> count;   ///< strikes so often; none: once with `at`, else without limit
-    std::uint64_t chance = certain;       ///< of `certain`
-    std::string command;                  ///< only at requests known by this word; empty: at all
+    std::uint64_t at = 0; ///< occurs from this exchange on, counted from 1
+    std::optional<std::uint64_t>
+        count;                      ///< how often it occurs at most; none: once with `at`, else without limit
+    std::uint64_t chance = certain; ///< of `certain`
+    std::string command;            ///< only at requests known by this word; empty: at all
     std::string text = "Injected error";  ///< of an error status
     std::string status = "VQX_ERROR";     ///< first word of an error status
     std::string with = "LF";              ///< line end: CR, LF, CRLF or NUL
@@ -30,11 +31,11 @@ struct Fault {
     std::optional<std::uint64_t> bytes;   ///< of noise, flood or a cut answer; UINT64_MAX: endless
     std::optional<std::uint64_t> offset;  ///< in the burst
     std::optional<std::uint64_t> byte;    ///< received so far, counted from 1
-    std::optional<std::uint64_t> address; ///< of the weak flash cell
+    std::optional<std::uint64_t> address; ///< of the stuck flash bit
     std::optional<std::uint64_t> bit;     ///< 0 to 7
     bool lines = true;                    ///< noise or flood has line ends
     bool silent = false;                  ///< the firmware does not notice
-    std::uint64_t struck = 0;             ///< how often it has struck
+    std::uint64_t occurred = 0;           ///< how often it has occurred
     std::string given;                    ///< as the user gave it
 };
 
@@ -54,8 +55,8 @@ struct Exchange {
     std::uint64_t burstLength = 0; ///< of the burst that begins, in the burst phase
 
     std::optional<std::string> refusal; ///< status line in place of carrying the request out
-    std::optional<WeakCell> weakCell;
-    Fault* weakSource = nullptr; ///< the fault that gave the weak cell; not owned
+    std::optional<StuckBit> stuckBit;
+    Fault* stuckSource = nullptr; ///< the fault that gave the stuck bit; not owned
     std::optional<ByteFault> byteFault;
     Duration hang{0}; ///< before the request is carried out
     bool unplug = false;
@@ -72,7 +73,7 @@ struct Exchange {
     std::vector<std::string> notes; ///< what the faults did, for the log
 };
 
-/// When faults of a kind strike: before a request is carried out, as a burst begins, or at the answer.
+/// When faults of a kind occur: before a request is carried out, as a burst begins, or at the answer.
 enum class FaultPhase { request, burst, answer };
 
 /// One row of the table of kinds.
@@ -81,18 +82,18 @@ struct FaultKind {
     std::string_view settings; ///< those that the kind has besides at, count, chance and command
     std::string_view help;
     FaultPhase phase;
-    std::string_view only; ///< the one request that it strikes at, empty for any
+    std::string_view only; ///< the one request at which it occurs, empty for any
     /// Changes the exchange and returns what it did, for the log; an empty text when it did nothing (yet).
-    std::string (*strike)(Fault&, Exchange&, Random&);
+    std::string (*apply)(Fault&, Exchange&, Random&);
 };
 
 /// The table of kinds.
 [[nodiscard]] std::span<const FaultKind> faultKinds();
 
-/// Lets the faults of a phase strike at an exchange.
-void strikeFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random);
+/// Applies the faults of a phase to an exchange.
+void applyFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random);
 
-/// Counts and notes the exchange's weak cell once the request was carried out, if it kept a bit.
-void settleWeakCell(Exchange& exchange);
+/// Counts and records the exchange's stuck bit after the request was carried out, if a bit was kept.
+void recordStuckBit(Exchange& exchange);
 
 } // namespace vqxsim

@@ -77,7 +77,7 @@ constexpr auto settings = std::to_array<Setting>({
      [](std::string_view v, Fault& f) { return readNumberInto(v, 1, any, f.count); }},
     {"chance", "a percentage from 0.0001 to 100",
      [](std::string_view v, Fault& f) { return readChance(v, f.chance); }},
-    {"command", "the command at which the fault can strike", readCommand},
+    {"command", "the command at which the fault can occur", readCommand},
     {"text", "a text", [](std::string_view v, Fault& f) { return f.text = v, true; }},
     {"status", "a word", [](std::string_view v, Fault& f) { return !(f.status = v).empty(); }},
     {"with", "CR, LF, CRLF or NUL", [](std::string_view v, Fault& f) { return readEnd(v, f.with); }},
@@ -139,7 +139,7 @@ std::size_t settingEnd(std::string_view text) {
 }
 
 ErrorText impossibleFault(const Fault& fault, std::string_view why) {
-    return "fault '" + printable(fault.given, 200) + "' can never strike: " + std::string(why);
+    return "fault '" + printable(fault.given, 200) + "' can never occur: " + std::string(why);
 }
 
 } // namespace
@@ -161,7 +161,7 @@ ErrorText readFault(std::string_view text, Fault& fault) {
         text.remove_prefix(end);
     }
     if (fault.byte && (fault.at > 0 || fault.count || fault.chance < certain || !fault.command.empty()))
-        return "'byte' says by itself when the fault strikes, and goes without at, count, chance and command";
+        return "'byte' cannot be combined with at, count, chance or command";
     return std::nullopt;
 }
 
@@ -187,13 +187,13 @@ ErrorText checkFault(const Fault& fault, const FirmwareConfig& firmware) {
     };
     return std::any_of(firmware.regions.begin(), firmware.regions.end(), holds)
                ? std::nullopt
-               : impossibleFault(fault, "no flash region has such a cell");
+               : impossibleFault(fault, "no memory has this address");
 }
 
 std::string faultHelp() {
     std::string text =
         "Faults: settings are at=N (from the Nth exchange on, once), command=WORD (only at that command;\n"
-        "\"burst\" is the bytes of a burst), chance=PERCENT, count=N (at most so often), and those of the kind:\n";
+        "\"burst\" is the bytes of a burst), chance=PERCENT, count=N (at most N times), and those of the kind:\n";
     for (const FaultKind& kind : faultKinds()) {
         std::string head(kind.name);
         if (!kind.settings.empty())

@@ -9,7 +9,7 @@ namespace vqxsim {
 /// never strike.
 [[nodiscard]] ErrorText readFault(std::string_view text, Fault& fault);
 
-/// Fails when the firmware is made in such a way that the fault can never strike.
+/// Fails when the firmware is made in such a way that the fault can never occur.
 [[nodiscard]] ErrorText checkFault(const Fault& fault, const FirmwareConfig& firmware);
 
 /// The table of kinds and their settings, for the help text.

@@ -15,15 +15,15 @@ Exchange beginExchange(const Target& target, std::string_view word) {
     return exchange;
 }
 
-void judgeBurst(Target& target) {
+void applyBurstFaults(Target& target) {
     if (!target.firmware.burst) {
-        target.burstJudged = false;
+        target.burstFaultsApplied = false;
         target.byteFault.reset();
-    } else if (!target.burstJudged) {
-        target.burstJudged = true;
+    } else if (!target.burstFaultsApplied) {
+        target.burstFaultsApplied = true;
         Exchange exchange = beginExchange(target, "burst");
         exchange.burstLength = target.firmware.burst->length;
-        strikeFaults(target.faults, FaultPhase::burst, exchange, target.random);
+        applyFaults(target.faults, FaultPhase::burst, exchange, target.random);
         target.byteFault = std::move(exchange.byteFault);
     }
 }
@@ -36,27 +36,27 @@ Outcome carryOut(Target& target, Request request) {
     Exchange& exchange = outcome.exchange;
     exchange.notes = std::move(target.notes);
     target.notes.clear();
-    strikeFaults(target.faults, FaultPhase::request, exchange, target.random);
+    applyFaults(target.faults, FaultPhase::request, exchange, target.random);
     if (exchange.refusal) {
         exchange.answer = *exchange.refusal + "\r\n";
     } else {
-        target.firmware.weakCell = exchange.weakCell ? &*exchange.weakCell : nullptr;
+        target.firmware.stuckBit = exchange.stuckBit ? &*exchange.stuckBit : nullptr;
         Reply reply = execute(target.firmware, outcome.request);
-        target.firmware.weakCell = nullptr;
+        target.firmware.stuckBit = nullptr;
         exchange.answer = std::move(reply.text);
         outcome.busy = reply.busy;
-        settleWeakCell(exchange);
+        recordStuckBit(exchange);
     }
     if (!exchange.unplug)
-        strikeFaults(target.faults, FaultPhase::answer, exchange, target.random);
+        applyFaults(target.faults, FaultPhase::answer, exchange, target.random);
     return outcome;
 }
 
-/// The fault that strikes at the next of the bytes still to come, none when there is none.
+/// The fault that occurs at the next byte to come; null if there is none.
 Fault* nextAtByte(Target& target) {
     Fault* next = nullptr;
     for (Fault& fault : target.faults)
-        if (fault.byte && fault.struck == 0 && *fault.byte > target.received &&
+        if (fault.byte && fault.occurred == 0 && *fault.byte > target.received &&
             (next == nullptr || *fault.byte < *next->byte))
             next = &fault;
     return next;
@@ -74,7 +74,7 @@ std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Requ
     }
     const ByteFault fault = *std::move(target.byteFault);
     target.byteFault.reset();
-    ++fault.source->struck;
+    ++fault.source->occurred;
     target.notes.push_back(fault.note);
     if (fault.kind == ByteFault::Kind::lose)
         return 1;
@@ -86,7 +86,7 @@ std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Requ
 } // namespace
 
 std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outcome>& outcome) {
-    judgeBurst(target);
+    applyBurstFaults(target);
     Fault* const atByte = nextAtByte(target);
     if (atByte != nullptr)
         bytes = bytes.substr(0, static_cast<std::size_t>(
@@ -99,14 +99,14 @@ std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outc
     if (atByte != nullptr && target.received == *atByte->byte) {
         if (!outcome)
             outcome.emplace();
-        outcome->exchange.notes.push_back(atByte->kind->strike(*atByte, outcome->exchange, target.random));
-        ++atByte->struck;
+        outcome->exchange.notes.push_back(atByte->kind->apply(*atByte, outcome->exchange, target.random));
+        ++atByte->occurred;
     }
     return taken;
 }
 
 Outcome takeSilence(Target& target) {
-    return carryOut(target, endSilence(target.firmware));
+    return carryOut(target, requestAfterSilence(target.firmware));
 }
 
 } // namespace vqxsim

@@ -11,7 +11,7 @@ struct Target {
     Random random;
     std::uint64_t exchanges = 0;        ///< requests answered so far
     std::uint64_t received = 0;         ///< bytes taken so far
-    bool burstJudged = false;           ///< the faults have looked at the burst that is arriving
+    bool burstFaultsApplied = false;    ///< the faults have looked at the burst that is arriving
     std::optional<ByteFault> byteFault; ///< lies ahead in the burst that is arriving
     std::vector<std::string> notes;     ///< of byte faults whose exchange has not ended yet
 };

@@ -109,11 +109,11 @@ ErrorText queryFlash(Firmware& firmware, const Arguments&, Reply& reply) {
 }
 
 ErrorText queryId(Firmware& firmware, const Arguments&, Reply& reply) {
-    const UsbIdentity identity = firmware.lasting.usbIdentity.value_or(UsbIdentity());
+    const UsbIdentity identity = firmware.persistent.usbIdentity.value_or(UsbIdentity());
     addLine(reply, "Serial = 5a100000-00000001-00c0ffee-20240229");
     addLine(reply, formatText("USB vendor = 0x%04x", identity.vendor));
     addLine(reply, formatText("USB product = 0x%04x", identity.product));
-    addLine(reply, formatText("Boot bank = %u", firmware.lasting.bootBank));
+    addLine(reply, formatText("Boot bank = %u", firmware.persistent.bootBank));
     return std::nullopt;
 }
 
@@ -162,7 +162,7 @@ ErrorText dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
     ErrorText error = checkBuffer(firmware, numbers[0], length);
     if (error || firmware.flash.nullMemory)
         return error;
-    std::uint8_t* room = touch(firmware.buffer, numbers[0], length).data();
+    std::uint8_t* room = writableBytes(firmware.buffer, numbers[0], length).data();
     for (std::size_t i = 1; i < numbers.size(); ++i, room += 4)
         for (unsigned byte = 0; byte < 4; ++byte)
             room[byte] = static_cast<std::uint8_t>(numbers[i] >> (8 * byte));
@@ -180,7 +180,7 @@ ErrorText stagedPages(Firmware& firmware, const Arguments& arguments, std::span<
         error = formatText("0x%llx bytes exceed the buffer of 0x%llx bytes of this memory", shown(length),
                            shown(region->spec.buffer));
     if (!error)
-        data = touch(firmware.buffer, 0, length);
+        data = writableBytes(firmware.buffer, 0, length);
     return error;
 }
 
@@ -191,7 +191,7 @@ ErrorText programPages(Firmware& firmware, const Arguments& arguments, Reply& re
     const auto most = longestWork / std::max(firmware.programTime, std::chrono::microseconds(1));
     reply.busy =
         firmware.programTime * std::min(static_cast<std::int64_t>(arguments.numbers[1]), std::int64_t{most});
-    return programFlash(firmware.flash, arguments.numbers[0], data, firmware.weakCell);
+    return programFlash(firmware.flash, arguments.numbers[0], data, firmware.stuckBit);
 }
 
 ErrorText verifyPages(Firmware& firmware, const Arguments& arguments, Reply&) {
@@ -215,7 +215,7 @@ ErrorText readWord(Firmware& firmware, const Arguments& arguments, Reply& reply)
 ErrorText erase(Firmware& firmware, const Arguments& arguments, Reply& reply) {
     if (findRegion(firmware.flash, arguments.numbers[0]) != nullptr)
         reply.busy = firmware.eraseTime;
-    return eraseFlash(firmware.flash, arguments.numbers[0], firmware.weakCell);
+    return eraseFlash(firmware.flash, arguments.numbers[0], firmware.stuckBit);
 }
 
 ErrorText blankCheck(Firmware& firmware, const Arguments& arguments, Reply&) {
@@ -226,7 +226,7 @@ ErrorText bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
     const auto bank = parseNumber(arguments.words[0]);
     if (!bank || *bank > 1)
         return "Boot bank is 0 or 1";
-    firmware.lasting.bootBank = static_cast<unsigned>(*bank);
+    firmware.persistent.bootBank = static_cast<unsigned>(*bank);
     return std::nullopt;
 }
 
@@ -236,11 +236,11 @@ ErrorText programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
     if (product > 0xFFFF || vendor > 0xFFFF)
         return "USB identifiers are numbers of 16 bits";
     const UsbIdentity identity{static_cast<std::uint16_t>(product), static_cast<std::uint16_t>(vendor)};
-    const UsbIdentity found = firmware.lasting.usbIdentity.value_or(identity);
+    const UsbIdentity found = firmware.persistent.usbIdentity.value_or(identity);
     if (found != identity)
         return formatText("USB identifiers are already programmed: product 0x%04x, vendor 0x%04x",
                           found.product, found.vendor);
-    firmware.lasting.usbIdentity = identity;
+    firmware.persistent.usbIdentity = identity;
     return std::nullopt;
 }
 

@@ -17,7 +17,7 @@ namespace {
 constexpr std::uint64_t smallestBuffer = 0x8000;
 
 /// Bytes of the file that keeps what lasts besides the flash.
-constexpr std::size_t lastingLimit = 4096;
+constexpr std::size_t persistentLimit = 4096;
 
 /// Bytes of a burst for which room is made at once; a longer one grows as it arrives.
 constexpr std::uint64_t burstReserve = 1U << 20;
@@ -65,7 +65,7 @@ ErrorText storeBurst(Firmware& firmware, const Request& request) {
     if (found != request.header.checksum)
         return formatText("Burst checksum is 0x%x, not 0x%x", found, request.header.checksum);
     if (!firmware.flash.nullMemory) {
-        const auto room = touch(firmware.buffer, request.header.offset, request.text.size());
+        const auto room = writableBytes(firmware.buffer, request.header.offset, request.text.size());
         std::memcpy(room.data(), request.text.data(), room.size());
     }
     return std::nullopt;
@@ -91,14 +91,14 @@ ErrorText carryOut(Firmware& firmware, const Request& request, Reply& reply) {
 }
 
 /// The file that keeps what lasts besides the flash, as the commands that set it.
-std::string lastingPath(const Firmware& firmware) {
+std::string persistentPath(const Firmware& firmware) {
     return firmware.flash.folder + "/board.txt";
 }
 
-ErrorText readLasting(Firmware& firmware) {
-    const std::string path = lastingPath(firmware);
+ErrorText readPersistent(Firmware& firmware) {
+    const std::string path = persistentPath(firmware);
     std::string text;
-    if (ErrorText error = readFile(path, lastingLimit, text))
+    if (ErrorText error = readFile(path, persistentLimit, text))
         return errno == ENOENT ? std::nullopt : error;
     for (std::istringstream lines(text); std::getline(lines, text);) {
         const std::string_view word = std::string_view(text).substr(0, text.find(' '));
@@ -112,12 +112,12 @@ ErrorText readLasting(Firmware& firmware) {
     return std::nullopt;
 }
 
-ErrorText writeLasting(const Firmware& firmware) {
-    const std::string path = lastingPath(firmware);
+ErrorText writePersistent(const Firmware& firmware) {
+    const std::string path = persistentPath(firmware);
     const std::string fresh = path + ".new";
     std::ofstream file(fresh);
-    file << formatText("bootBank %u\n", firmware.lasting.bootBank);
-    if (const auto& identity = firmware.lasting.usbIdentity)
+    file << formatText("bootBank %u\n", firmware.persistent.bootBank);
+    if (const auto& identity = firmware.persistent.usbIdentity)
         file << formatText("otp_ProgUSBID %04x %04x\n", identity->product, identity->vendor);
     file.close();
     return file && std::rename(fresh.c_str(), path.c_str()) == 0 ? std::nullopt : systemError(path);
@@ -146,7 +146,7 @@ ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config) {
     if (!config.folder.empty()) {
         ErrorText error = openFolder(firmware.flash);
         if (!error)
-            error = readLasting(firmware);
+            error = readPersistent(firmware);
         if (error)
             return error;
     }
@@ -179,13 +179,13 @@ std::size_t collectRequest(Firmware& firmware, std::string_view bytes, std::opti
     return end + 1;
 }
 
-std::optional<Duration> patience(const Firmware& firmware) {
+std::optional<Duration> silenceTimeout(const Firmware& firmware) {
     if (firmware.burst)
-        return burstPatience;
-    return isRawText(firmware) ? std::optional(rawTextPatience) : std::nullopt;
+        return burstTimeout;
+    return isRawText(firmware) ? std::optional(rawTextTimeout) : std::nullopt;
 }
 
-Request endSilence(Firmware& firmware) {
+Request requestAfterSilence(Firmware& firmware) {
     if (!firmware.burst)
         return takeLine(firmware);
     Request request;
@@ -198,17 +198,17 @@ Request endSilence(Firmware& firmware) {
 
 Reply execute(Firmware& firmware, const Request& request) {
     Reply reply;
-    const Lasting before = firmware.lasting;
+    const PersistentState before = firmware.persistent;
     ErrorText error = carryOut(firmware, request, reply);
-    if (firmware.lasting != before && !firmware.flash.folder.empty())
-        error = writeLasting(firmware);
+    if (firmware.persistent != before && !firmware.flash.folder.empty())
+        error = writePersistent(firmware);
     if (error)
-        firmware.lasting = before;
+        firmware.persistent = before;
     reply.text += error ? "VQX_ERROR " + *error + "\r\n" : "VQX_OK\r\n";
     return reply;
 }
 
-std::string converse(Firmware& firmware, std::string_view bytes) {
+std::string exchangeBytes(Firmware& firmware, std::string_view bytes) {
     std::string answers;
     while (!bytes.empty()) {
         std::optional<Request> request;

@@ -5,10 +5,10 @@
 namespace vqxsim {
 
 /// A burst whose bytes stop coming for this long is given up.
-constexpr Duration burstPatience = std::chrono::milliseconds(500);
+constexpr Duration burstTimeout = std::chrono::milliseconds(500);
 
 /// Text without "=" and without a line end is a request of its own once nothing followed for this long.
-constexpr Duration rawTextPatience = std::chrono::milliseconds(20);
+constexpr Duration rawTextTimeout = std::chrono::milliseconds(20);
 
 /// Longest command line, in characters without its line end.
 constexpr std::size_t lineLimit = 4096;
@@ -38,17 +38,17 @@ void restartFirmware(Firmware& firmware);
                                          std::optional<Request>& request);
 
 /// How long the host must be silent for the silence to become a request by itself; none when it does not.
-[[nodiscard]] std::optional<Duration> patience(const Firmware& firmware);
+[[nodiscard]] std::optional<Duration> silenceTimeout(const Firmware& firmware);
 
-/// The request that a silence longer than the patience makes: raw text that has ended, or a burst that broke
-/// off.
-[[nodiscard]] Request endSilence(Firmware& firmware);
+/// The request that a silence longer than the silenceTimeout makes: raw text that has ended, or a burst that
+/// broke off.
+[[nodiscard]] Request requestAfterSilence(Firmware& firmware);
 
 /// Carries a request out.
 [[nodiscard]] Reply execute(Firmware& firmware, const Request& request);
 
 /// Gives the firmware `bytes` and returns all that the host would read back.
-[[nodiscard]] std::string converse(Firmware& firmware, std::string_view bytes);
+[[nodiscard]] std::string exchangeBytes(Firmware& firmware, std::string_view bytes);
 
 /// The word by which a request is known: the command word of a line, "burst" for the bytes of a burst, else
 /// empty.

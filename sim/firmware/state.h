@@ -24,10 +24,10 @@ struct UsbIdentity {
 };
 
 /// What the firmware remembers besides the flash when it is switched off.
-struct Lasting {
+struct PersistentState {
     unsigned bootBank = 0;
     std::optional<UsbIdentity> usbIdentity; ///< once programmed
-    bool operator==(const Lasting&) const = default;
+    bool operator==(const PersistentState&) const = default;
 };
 
 /// The companion firmware: takes bytes, gives bytes, owns the memory. It knows no clock; callers tell it the
@@ -42,8 +42,8 @@ struct Firmware {
 
     bool batchMode = false; ///< command lines are not repeated to the host
     unsigned debugOptions = 7;
-    Lasting lasting;
-    WeakCell* weakCell = nullptr; ///< not owned; applies to every flash command
+    PersistentState persistent;
+    StuckBit* stuckBit = nullptr; ///< not owned; applies to every flash command
 
     std::string line; ///< the command line that is arriving, cut at one character over the limit
     bool afterReturn = false;

@@ -67,12 +67,12 @@ ErrorText setRegionKey(RegionSpec& spec, std::string_view setting) {
     std::string_view value = setting;
     const RegionKey* const key = findKey(cutAt(value, "="));
     if (key == nullptr) {
-        return formatText("unknown region setting '%s' (base, size, page, buffer and blank exist)",
+        return formatText("unknown memory setting '%s' (base, size, page, buffer and blank exist)",
                           printable(setting, 64).c_str());
     }
     const auto number = parseSize(value);
     if (!number || *number > key->limit)
-        return formatText("bad number in region setting '%s'", printable(setting, 64).c_str());
+        return formatText("bad number in memory setting '%s'", printable(setting, 64).c_str());
     key->set(spec, *number);
     return std::nullopt;
 }
@@ -126,12 +126,12 @@ ErrorText checkCount(const BoardReader& reader) {
 ErrorText checkName(const std::vector<RegionSpec>& regions, const RegionSpec& region) {
     const std::string& name = region.name;
     if (name.empty())
-        return "a region has an empty name";
+        return "a memory has an empty name";
     if (parseNumber(name) || isEqual(name, "0x"))
-        return "region name '" + printable(name, 64) + "' reads as a number";
+        return "memory name '" + printable(name, 64) + "' reads as a number";
     const auto same = std::count_if(regions.begin(), regions.end(),
                                     [&](const RegionSpec& r) { return isEqual(r.name, name); });
-    return same > 1 ? ErrorText("two regions are named '" + printable(name, 64) + "'") : std::nullopt;
+    return same > 1 ? ErrorText("two memories are named '" + printable(name, 64) + "'") : std::nullopt;
 }
 
 } // namespace
@@ -178,11 +178,10 @@ ErrorText checkRegions(const std::vector<RegionSpec>& regions) {
     for (const RegionSpec& region : sorted) {
         const std::string name = printable(region.name, 64);
         if (region.base + region.size >= addressEnd)
-            return formatText(
-                "region '%s' ends at 0x%llx: a host, whose sums have 32 bits, reaches 0xfffffffe",
-                name.c_str(), shown(region.base + region.size));
+            return formatText("memory '%s' ends at 0x%llx: the last usable address is 0xfffffffe",
+                              name.c_str(), shown(region.base + region.size));
         if (before != nullptr && region.size > 0 && region.base < before->base + before->size)
-            return "regions '" + printable(before->name, 64) + "' and '" + name + "' overlap";
+            return "memories '" + printable(before->name, 64) + "' and '" + name + "' overlap";
         if (region.size > 0)
             before = &region;
     }

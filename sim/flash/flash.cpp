@@ -48,22 +48,22 @@ std::uint8_t chooseBit(unsigned candidates, unsigned bit) {
     return static_cast<std::uint8_t>(from & (~from + 1));
 }
 
-/// The offset and bit that the weak cell keeps among `length` bytes at `base`; `changes` tells which bits of
+/// The offset and bit that the stuck bit keeps among `length` bytes at `base`; `changes` tells which bits of
 /// a byte change.
 template <typename Changes>
-std::optional<std::pair<std::size_t, std::uint8_t>> keptBit(WeakCell* weak, std::uint64_t base,
+std::optional<std::pair<std::size_t, std::uint8_t>> keptBit(StuckBit* stuck, std::uint64_t base,
                                                             std::size_t length, Changes changes) {
-    if (weak == nullptr || length == 0)
+    if (stuck == nullptr || length == 0)
         return std::nullopt;
-    const std::uint64_t first = weak->address ? *weak->address - base : weak->pick % length;
-    const std::size_t tries = weak->address ? 1 : length;
+    const std::uint64_t first = stuck->address ? *stuck->address - base : stuck->pick % length;
+    const std::size_t tries = stuck->address ? 1 : length;
     for (std::size_t i = 0; first < length && i < tries; ++i) {
         const auto offset = static_cast<std::size_t>((first + i) % length);
         const unsigned candidates = changes(offset);
         if (candidates != 0) {
-            weak->struck = true;
-            weak->address = base + offset;
-            return std::pair(offset, chooseBit(candidates, weak->bit));
+            stuck->occurred = true;
+            stuck->address = base + offset;
+            return std::pair(offset, chooseBit(candidates, stuck->bit));
         }
     }
     return std::nullopt;
@@ -101,7 +101,7 @@ ErrorText useBytes(Flash& flash, std::uint64_t address, std::uint64_t length, Re
         return formatText("0x%llx bytes at 0x%08llx exceed memory %s", shown(length), shown(address),
                           nameOf(*region).c_str());
     }
-    bytes = touch(*region->memory, offset, length);
+    bytes = writableBytes(*region->memory, offset, length);
     return bytes.size() == length ? std::nullopt : unusable(*region);
 }
 
@@ -124,7 +124,7 @@ ErrorText openFolder(Flash& flash) {
         const std::string& name = region.spec.name;
         if (name.empty() || name.size() > 250 || name.find('/') != std::string::npos ||
             name.find('\0') != std::string::npos)
-            return formatText("Region name '%s' does not serve as a file name", printable(name, 64).c_str());
+            return formatText("Memory name '%s' does not serve as a file name", printable(name, 64).c_str());
         ready += region.spec.size;
         if (ready <= readyLimit) {
             if (ErrorText error = openRegion(flash, region))
@@ -162,7 +162,7 @@ ErrorText checkPages(Flash& flash, std::uint64_t address, std::uint64_t pages, s
 }
 
 ErrorText programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
-                       WeakCell* weak) {
+                       StuckBit* stuck) {
     if (flash.nullMemory)
         return std::nullopt;
     Region* region = nullptr;
@@ -170,7 +170,7 @@ ErrorText programFlash(Flash& flash, std::uint64_t address, std::span<const std:
     if (ErrorText error = useBytes(flash, address, data.size(), region, cells))
         return error;
     const std::uint8_t blank = region->spec.blank;
-    const auto kept = keptBit(weak, address, data.size(), [&](std::size_t i) {
+    const auto kept = keptBit(stuck, address, data.size(), [&](std::size_t i) {
         return static_cast<std::uint8_t>((data[i] ^ blank) & ~(cells[i] ^ blank));
     });
     const auto pageSize = static_cast<std::size_t>(region->spec.page);
@@ -186,7 +186,7 @@ ErrorText programFlash(Flash& flash, std::uint64_t address, std::span<const std:
         }
         if (kept && kept->first - start < page.size()) {
             cells[kept->first] ^= kept->second;
-            if (!weak->silent)
+            if (!stuck->silent)
                 return formatText("Program failed at 0x%08llx", shown(address + kept->first));
         }
     }
@@ -208,7 +208,7 @@ ErrorText verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::
                       cells[at], data[at]);
 }
 
-ErrorText eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak) {
+ErrorText eraseFlash(Flash& flash, std::uint64_t address, StuckBit* stuck) {
     if (flash.nullMemory)
         return findRegion(flash, address) == nullptr ? outside(address) : std::nullopt;
     Region* region = nullptr;
@@ -217,15 +217,15 @@ ErrorText eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak) {
     const std::uint8_t blank = region->spec.blank;
     const std::uint64_t offset = address - region->spec.base;
     const std::uint64_t length = region->spec.size - offset;
-    const bool mayKeep = weak != nullptr && firstOther(*region->memory, offset, blank);
-    const Bytes cells = mayKeep ? touch(*region->memory, offset, length) : Bytes();
-    const auto kept = keptBit(weak, address, cells.size(),
+    const bool mayKeep = stuck != nullptr && firstOther(*region->memory, offset, blank);
+    const Bytes cells = mayKeep ? writableBytes(*region->memory, offset, length) : Bytes();
+    const auto kept = keptBit(stuck, address, cells.size(),
                               [&](std::size_t i) { return static_cast<std::uint8_t>(cells[i] ^ blank); });
     if (!fillMemory(*region->memory, offset, length, blank))
         return unusable(*region);
     if (kept) {
-        touch(*region->memory, offset + kept->first, 1)[0] ^= kept->second;
-        if (!weak->silent)
+        writableBytes(*region->memory, offset + kept->first, 1)[0] ^= kept->second;
+        if (!stuck->silent)
             return formatText("Erase failed at 0x%08llx", shown(address + kept->first));
     }
     return std::nullopt;

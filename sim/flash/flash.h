@@ -28,14 +28,14 @@ struct Flash {
     bool nullMemory = false; ///< commands succeed without touching memory
 };
 
-/// A flash cell that does not follow the next program or erase: one bit keeps its old value.
-struct WeakCell {
+/// A flash bit that keeps its old value at the next program or erase.
+struct StuckBit {
     std::optional<std::uint64_t>
         address;      ///< none: any byte that the command changes, chosen with `pick` and set here
     unsigned bit = 0; ///< 0 to 7: the bit if it changes, else the next higher one that does
     std::uint64_t pick = 0;
-    bool silent = false; ///< the firmware reports success all the same
-    bool struck = false; ///< set when a bit was kept
+    bool silent = false;   ///< the firmware reports success all the same
+    bool occurred = false; ///< set when a bit was kept
 };
 
 /// Makes and locks `flash.folder` and opens its files, as far as they are small enough to be held ready.
@@ -51,16 +51,16 @@ struct WeakCell {
                                    std::uint64_t& length);
 
 /// Writes `data`, pages that `checkPages` passed, at the address: bits only ever leave their blank value.
-/// Fails, with the pages before it written, at a page whose content then differs from the data. `weak`, when
+/// Fails, with the pages before it written, at a page whose content then differs from the data. `stuck`, when
 /// given, keeps one bit from changing.
 [[nodiscard]] ErrorText programFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data,
-                                     WeakCell* weak);
+                                     StuckBit* stuck);
 
 /// Compares `data`, likewise, with the flash and fails with the first address that differs.
 [[nodiscard]] ErrorText verifyFlash(Flash& flash, std::uint64_t address, std::span<const std::uint8_t> data);
 
-/// Makes its region blank from the address on; `weak`, when given, keeps one bit of it.
-[[nodiscard]] ErrorText eraseFlash(Flash& flash, std::uint64_t address, WeakCell* weak);
+/// Makes its region blank from the address on; `stuck`, when given, keeps one bit of it.
+[[nodiscard]] ErrorText eraseFlash(Flash& flash, std::uint64_t address, StuckBit* stuck);
 
 /// Fails with the first address that is not blank, from `address` to the end of its region.
 [[nodiscard]] ErrorText checkBlank(Flash& flash, std::uint64_t address);

@@ -61,7 +61,7 @@ ErrorText openFile(SparseMemory& memory, const std::string& path, bool& found) {
     const auto size = static_cast<std::uint64_t>(status.st_size);
     found = size > 0;
     if (found && size != memory.size) {
-        return formatText("%s: holds %llu bytes, the region %llu", path.c_str(), shown(size),
+        return formatText("%s: has %llu bytes, the memory %llu", path.c_str(), shown(size),
                           shown(memory.size));
     }
     if (!found && ftruncate(memory.file.get(), static_cast<off_t>(memory.size)) != 0)
@@ -99,7 +99,7 @@ ErrorText openMemory(SparseMemory& memory, std::uint64_t size, std::uint8_t fill
     memory.touched.assign(blocks, false);
     if (found)
         markFoundContent(memory);
-    else if (memory.file && size <= wholeFileLimit && touch(memory, 0, size).empty())
+    else if (memory.file && size <= wholeFileLimit && writableBytes(memory, 0, size).empty())
         return systemError(path);
     return std::nullopt;
 }
@@ -110,7 +110,7 @@ bool isWhole(const SparseMemory& memory) {
                             static_cast<std::uint64_t>(status.st_size) >= memory.size);
 }
 
-std::span<std::uint8_t> touch(SparseMemory& memory, std::uint64_t offset, std::uint64_t length) {
+std::span<std::uint8_t> writableBytes(SparseMemory& memory, std::uint64_t offset, std::uint64_t length) {
     if (length == 0)
         return {};
     const auto last = static_cast<std::size_t>((offset + length - 1) / blockSize);
@@ -131,7 +131,7 @@ bool fillMemory(SparseMemory& memory, std::uint64_t offset, std::uint64_t length
             memory.touched[block] = false;
             memory.fillValue[block] = value;
         } else {
-            const auto bytes = touch(memory, offset, next - offset);
+            const auto bytes = writableBytes(memory, offset, next - offset);
             if (bytes.empty())
                 return false;
             std::memset(bytes.data(), value, bytes.size());

@@ -40,10 +40,11 @@ struct SparseMemory {
 
 /// Gives the bytes [offset, offset + length), which must lie inside the memory, for reading and writing. An
 /// empty span for a length above 0 means that the file cannot hold them (`errno` tells why).
-[[nodiscard]] std::span<std::uint8_t> touch(SparseMemory& memory, std::uint64_t offset, std::uint64_t length);
+[[nodiscard]] std::span<std::uint8_t> writableBytes(SparseMemory& memory, std::uint64_t offset,
+                                                    std::uint64_t length);
 
-/// Sets [offset, offset + length) to `value`, whole untouched blocks at no cost. Returns false as `touch`
-/// fails.
+/// Sets [offset, offset + length) to `value`, whole untouched blocks at no cost. Returns false as
+/// `writableBytes` fails.
 [[nodiscard]] bool fillMemory(SparseMemory& memory, std::uint64_t offset, std::uint64_t length,
                               std::uint8_t value);
 

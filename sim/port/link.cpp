@@ -23,7 +23,7 @@ TimePoint later(TimePoint time, Duration by, std::uint64_t times = 1) {
     return times > fit ? farthest : time + by * static_cast<Duration::rep>(times);
 }
 
-Duration passage(const Link& link, std::uint64_t count) {
+Duration transferTime(const Link& link, std::uint64_t count) {
     if (link.speed.bytesPerSecond == 0)
         return Duration::zero();
     const double seconds = static_cast<double>(count) / static_cast<double>(link.speed.bytesPerSecond);
@@ -31,19 +31,19 @@ Duration passage(const Link& link, std::uint64_t count) {
 }
 
 Duration aheadLimit(const Link& link) {
-    return std::max(readAhead, passage(link, portQueue));
+    return std::max(readAhead, transferTime(link, portQueue));
 }
 
 /// Queues bytes that can be sent from `start` on; they are due once they have passed the link.
 void queueBytes(Link& link, Transmission transmission, TimePoint start) {
     if (transmission.total == 0 || transmission.bytes.empty())
         return;
-    transmission.pause += passage(link, transmission.step);
-    const TimePoint begin = std::max(start, link.free);
-    transmission.due = later(begin, passage(link, transmission.step));
+    transmission.pause += transferTime(link, transmission.step);
+    const TimePoint begin = std::max(start, link.idleFrom);
+    transmission.due = later(begin, transferTime(link, transmission.step));
     const std::uint64_t steps = (transmission.total - 1) / transmission.step;
     if (transmission.total != UINT64_MAX)
-        link.free = later(transmission.due, transmission.pause, steps);
+        link.idleFrom = later(transmission.due, transmission.pause, steps);
     link.queue.push_back(std::move(transmission));
 }
 
@@ -59,12 +59,12 @@ Transmission wholeText(const std::string& text, std::optional<Duration> bytePaus
 } // namespace
 
 TimePoint carryBytes(Link& link, TimePoint now, std::size_t count) {
-    link.free = later(std::max(now, link.free), passage(link, count));
-    return link.free;
+    link.idleFrom = later(std::max(now, link.idleFrom), transferTime(link, count));
+    return link.idleFrom;
 }
 
 TimePoint readableFrom(const Link& link) {
-    return std::max(link.free - aheadLimit(link), link.frozen);
+    return std::max(link.idleFrom - aheadLimit(link), link.hungUntil);
 }
 
 std::size_t readLimit(const Link& link) {
@@ -78,7 +78,7 @@ std::size_t readLimit(const Link& link) {
 void queueAnswer(Link& link, const Outcome& outcome, TimePoint arrived) {
     const Exchange& exchange = outcome.exchange;
     const TimePoint start = later(std::max(arrived, link.ready), exchange.hang);
-    link.frozen = exchange.hang > Duration::zero() ? start : link.frozen;
+    link.hungUntil = exchange.hang > Duration::zero() ? start : link.hungUntil;
     link.ready = later(start, outcome.busy);
     const TimePoint answered = later(link.ready, link.speed.latency + exchange.delay);
     queueBytes(link, wholeText(exchange.answer, exchange.bytePause), answered);
@@ -108,7 +108,7 @@ std::string_view dueBytes(const Link& link, TimePoint now) {
         .substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
 }
 
-std::optional<Transmission> noteSent(Link& link, std::size_t count) {
+std::optional<Transmission> recordSent(Link& link, std::size_t count) {
     Transmission& first = link.queue.front();
     first.sent += count;
     if (first.sent % first.step == 0)

@@ -28,9 +28,9 @@ struct Transmission {
 /// out. All times are absolute and follow from each other.
 struct Link {
     LinkSpeed speed;
-    TimePoint free;   ///< when the bytes so far have passed
-    TimePoint ready;  ///< when the firmware has finished what it was given
-    TimePoint frozen; ///< the firmware takes no bytes until then
+    TimePoint idleFrom;  ///< when the bytes so far have passed
+    TimePoint ready;     ///< when the firmware has finished what it was given
+    TimePoint hungUntil; ///< the firmware takes no bytes until then
     std::deque<Transmission> queue;
 };
 
@@ -54,7 +54,7 @@ void queueAnswer(Link& link, const Outcome& outcome, TimePoint arrived);
 [[nodiscard]] std::string_view dueBytes(const Link& link, TimePoint now);
 
 /// Notes that `count` of the due bytes went out; returns the transmission when it is complete.
-[[nodiscard]] std::optional<Transmission> noteSent(Link& link, std::size_t count);
+[[nodiscard]] std::optional<Transmission> recordSent(Link& link, std::size_t count);
 
 /// Ends what would be sent for ever.
 void endEndless(Link& link);

@@ -34,7 +34,7 @@ ErrorText openLog(Log& log, const std::string& path) {
     return log.file ? std::nullopt : systemError(path);
 }
 
-void noteLine(Log& log, char direction, std::string_view text, std::uint64_t exchange) {
+void logLine(Log& log, char direction, std::string_view text, std::uint64_t exchange) {
     if (!log.file)
         return;
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - log.start;
@@ -44,27 +44,27 @@ void noteLine(Log& log, char direction, std::string_view text, std::uint64_t exc
     log.unflushed = true;
 }
 
-void noteOutcome(Log& log, const Outcome& outcome) {
+void logOutcome(Log& log, const Outcome& outcome) {
     if (!log.file)
         return;
     const std::uint64_t number = outcome.exchange.number; // 0: no request was complete
     if (number > 0)
-        noteLine(log, '>', requestText(outcome.request), number);
+        logLine(log, '>', requestText(outcome.request), number);
     for (const std::string& note : outcome.exchange.notes)
-        noteLine(log, '!', number == 0 ? note : formatText("exchange %llu, %s", shown(number), note.c_str()));
+        logLine(log, '!', number == 0 ? note : formatText("exchange %llu, %s", shown(number), note.c_str()));
 }
 
-void noteTransmission(Log& log, const Transmission& transmission) {
+void logTransmission(Log& log, const Transmission& transmission) {
     if (!log.file)
         return;
     if (transmission.total != transmission.bytes.size()) {
-        noteLine(log, '<', formatText("[flood of %llu bytes]", shown(transmission.sent)));
+        logLine(log, '<', formatText("[flood of %llu bytes]", shown(transmission.sent)));
         return;
     }
     const std::string_view text = transmission.bytes;
     for (std::size_t start = 0; start < text.size();) {
         const std::size_t end = std::min(text.find("\r\n", start), text.size());
-        noteLine(log, '<', text.substr(start, end - start));
+        logLine(log, '<', text.substr(start, end - start));
         start = end + 2;
     }
 }

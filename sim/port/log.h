@@ -24,13 +24,13 @@ struct Log {
 [[nodiscard]] ErrorText openLog(Log& log, const std::string& path);
 
 /// Notes one line, with the number of the exchange unless that is 0.
-void noteLine(Log& log, char direction, std::string_view text, std::uint64_t exchange = 0);
+void logLine(Log& log, char direction, std::string_view text, std::uint64_t exchange = 0);
 
 /// Notes a request and what the faults did to its exchange.
-void noteOutcome(Log& log, const Outcome& outcome);
+void logOutcome(Log& log, const Outcome& outcome);
 
 /// Notes bytes that went to the host.
-void noteTransmission(Log& log, const Transmission& transmission);
+void logTransmission(Log& log, const Transmission& transmission);
 
 /// Makes what was noted visible to readers of the file. Fails when it could not be written.
 [[nodiscard]] ErrorText flushLog(Log& log);

@@ -32,7 +32,7 @@ ErrorText checkReplaceable(const std::string& link) {
     std::array<char, PATH_MAX> found{};
     const ssize_t length = readlink(link.c_str(), found.data(), found.size() - 1);
     if (length < 0 || !std::string_view(found.data()).starts_with("/dev/pts/"))
-        return link + ": exists and is no link of a simulator";
+        return link + ": exists and is not the link of a simulator";
     const Descriptor device(open(found.data(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     const auto holder = device ? lockHolder(device, linkByte(openLink(link))) : std::nullopt;
     return holder ? ErrorText(link + ": is the link of " + *holder) : std::nullopt;

@@ -44,7 +44,7 @@ constexpr int writesPerTurn = 64;
 constexpr Duration replugPause = std::chrono::milliseconds(100);
 
 /// A log is made readable when nothing has happened for this long.
-constexpr Duration logPatience = std::chrono::milliseconds(50);
+constexpr Duration logTimeout = std::chrono::milliseconds(50);
 
 sigset_t handledSignals() {
     sigset_t set;
@@ -84,13 +84,13 @@ void unplug(Server& server, std::optional<Duration> replug) {
     removeLink(server.pty, server.linkPath);
     server.pty = Pty{};
     server.link.queue.clear();
-    server.link.frozen = TimePoint{};
+    server.link.hungUntil = TimePoint{};
     server.outputBlocked = false;
     server.hosts = 0;
     restartFirmware(server.target.firmware);
     if (replug)
         server.replug = std::chrono::steady_clock::now() + *replug;
-    noteLine(server.log, '#', "unplugged");
+    logLine(server.log, '#', "unplugged");
 }
 
 ErrorText plugIn(Server& server) {
@@ -100,7 +100,7 @@ ErrorText plugIn(Server& server) {
     if (error)
         server.pty = Pty{};
     else
-        noteLine(server.log, '#', "plugged in as " + server.pty.path);
+        logLine(server.log, '#', "plugged in as " + server.pty.path);
     return error;
 }
 
@@ -117,7 +117,7 @@ void replug(Server& server, TimePoint now) {
 }
 
 void answer(Server& server, const Outcome& outcome, TimePoint arrived) {
-    noteOutcome(server.log, outcome);
+    logOutcome(server.log, outcome);
     if (outcome.exchange.unplug)
         unplug(server, outcome.exchange.replug);
     else
@@ -150,27 +150,27 @@ void sendOutput(Server& server) {
             server.outputBlocked = true;
             return;
         }
-        if (const auto complete = noteSent(server.link, static_cast<std::size_t>(sent)))
-            noteTransmission(server.log, *complete);
+        if (const auto complete = recordSent(server.link, static_cast<std::size_t>(sent)))
+            logTransmission(server.log, *complete);
     }
 }
 
-void noteHosts(Server& server) {
+void logHosts(Server& server) {
     for (const HostEvent event : takeHostEvents(server.pty)) {
         const bool opened = event == HostEvent::opened;
-        noteLine(server.log, '#', opened ? "opened by a host" : "closed by a host");
+        logLine(server.log, '#', opened ? "opened by a host" : "closed by a host");
         server.hosts += opened ? 1 : -1;
         if (server.hosts <= 0)
             endEndless(server.link);
     }
 }
 
-/// When the host's silence becomes a request: patience starts once the last answer is out.
+/// When the host's silence becomes a request: silenceTimeout starts once the last answer is out.
 std::optional<TimePoint> silenceDeadline(const Server& server) {
-    const auto time = patience(server.target.firmware);
+    const auto time = silenceTimeout(server.target.firmware);
     if (!time)
         return std::nullopt;
-    return std::max({server.lastInput, server.link.ready, server.link.free}) + *time;
+    return std::max({server.lastInput, server.link.ready, server.link.idleFrom}) + *time;
 }
 
 void handleTimes(Server& server) {
@@ -209,8 +209,8 @@ std::optional<TimePoint> nextTime(const Server& server, TimePoint now) {
 /// Waits until something happens or is due, `now` being the time.
 Events waitForEvents(const Server& server, TimePoint now) {
     std::optional<TimePoint> wake = nextTime(server, now);
-    const bool forLog = server.log.unflushed && (!wake || *wake > now + logPatience);
-    setEarlier(wake, forLog ? std::optional(now + logPatience) : std::nullopt);
+    const bool forLog = server.log.unflushed && (!wake || *wake > now + logTimeout);
+    setEarlier(wake, forLog ? std::optional(now + logTimeout) : std::nullopt);
 
     const bool mayRead = readableFrom(server.link) <= now;
     std::array<pollfd, 3> waits{};
@@ -247,7 +247,7 @@ void handleEvents(Server& server, const Events& events) {
     if (events.signals)
         handleSignals(server);
     if (events.hosts)
-        noteHosts(server);
+        logHosts(server);
     if (events.writable)
         server.outputBlocked = false;
     if (events.readable)
@@ -263,11 +263,11 @@ void serveLoop(Server& server) {
     reportLog(server);
 }
 
-/// A run does not test the faults that did not happen.
+/// A run does not test a fault that did not occur.
 void reportUnusedFaults(const Server& server) {
     for (const Fault& fault : server.target.faults)
-        if (fault.struck == 0)
-            std::fprintf(stderr, "vqxsim: fault '%s' never struck\n", printable(fault.given, 200).c_str());
+        if (fault.occurred == 0)
+            std::fprintf(stderr, "vqxsim: fault '%s' never occurred\n", printable(fault.given, 200).c_str());
 }
 
 ErrorText prepare(Server& server, const Service& service) {

@@ -16,9 +16,9 @@ inline std::string burst(const std::string& bytes, unsigned offset = 0) {
 }
 
 /// A target in batch mode, talked to.
-struct Talk {
-    explicit Talk(const std::vector<RegionSpec>& regions = {flashRegion, oddRegion, pagelessRegion},
-                  const std::string& folder = "") {
+struct SimSession {
+    explicit SimSession(const std::vector<RegionSpec>& regions = {flashRegion, oddRegion, pagelessRegion},
+                        const std::string& folder = "") {
         FirmwareConfig config;
         config.regions = regions;
         config.folder = folder;
@@ -26,7 +26,7 @@ struct Talk {
         target.firmware.batchMode = true;
     }
 
-    explicit Talk(std::initializer_list<const char*> faults) : Talk() {
+    explicit SimSession(std::initializer_list<const char*> faults) : SimSession() {
         for (const char* text : faults)
             EXPECT_EQ(readFault(text, target.faults.emplace_back()), std::nullopt) << text;
     }
