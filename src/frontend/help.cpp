@@ -1,9 +1,9 @@
 #include "frontend/help.h"
 
-#include "commands/passthrough.h"
 #include "frontend/command_table.h"
 #include "frontend/version.h"
 #include "link/ports.h"
+#include "link/protocol.h"
 #include "link/serial.h"
 #include "link/timing.h"
 #include "support/streams.h"
@@ -134,11 +134,12 @@ void target_usage(const char* deviceName, bool advanced) {
     HandlerData record;
     record.port->deviceName = deviceName;
     say("\nTarget commands (implemented on the device):\n");
-    if (const ErrorText error = genericHandler(record, advanced ? "helpadvanced" : "help", "", nullptr)) {
-        writeText(stderr, formatText("Cannot display target help: %s\n", error->c_str()));
+    const Result<std::string> answer = ask(record, advanced ? "helpadvanced" : "help");
+    if (!answer) {
+        writeText(stderr, formatText("Cannot display target help: %s\n", answer.error()->c_str()));
         return;
     }
-    std::string_view rest = record.response;
+    std::string_view rest = *answer;
     while (const std::optional<std::string_view> line = nextPiece(rest, "\r\n"))
         printHelpLine(*line);
 }
