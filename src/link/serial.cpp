@@ -33,7 +33,7 @@ struct Settings {
     std::uint32_t minRead = 1;
 } settings;
 
-PortCalls calls = systemPortCalls;
+PortCalls portCalls = systemPortCalls;
 
 /// The ports that get their settings back when the program exits.
 std::vector<Port*> openPorts;
@@ -127,7 +127,7 @@ short awaitEvents(const Port& port, short events, Clock::duration time) {
     limit.tv_sec = static_cast<decltype(limit.tv_sec)>(left / 1000000000);
     limit.tv_nsec = static_cast<decltype(limit.tv_nsec)>(left % 1000000000);
     pollfd wait{.fd = port.handle, .events = events, .revents = 0};
-    calls.poll(&wait, 1, &limit, nullptr);
+    portCalls.poll(&wait, 1, &limit, nullptr);
     return wait.revents;
 }
 
@@ -137,7 +137,7 @@ short awaitEvents(const Port& port, short events, Clock::duration time) {
 void busyWaitForAnswer(Port& port) {
     int waiting = 0;
     while (port.answerPending && port.answersQuickly) {
-        if (calls.waiting(port.handle, waiting) != 0 || waiting > 0)
+        if (portCalls.waiting(port.handle, waiting) != 0 || waiting > 0)
             return;
         port.answersQuickly = Clock::now() - port.written < busyWaitLimit;
         ::sched_yield();
@@ -220,7 +220,7 @@ void serial_terminate(Port& port) {
 
 int serial_read(Port& port, std::span<std::uint8_t> buffer) {
     return callPort(
-        port, [&] { return calls.read(port.handle, buffer.data(), buffer.size()); });
+        port, [&] { return portCalls.read(port.handle, buffer.data(), buffer.size()); });
 }
 
 int serial_write(Port& port, std::span<const std::uint8_t> bytes) {
@@ -230,7 +230,8 @@ int serial_write(Port& port, std::span<const std::uint8_t> bytes) {
         debug_print("Write [%d] '%.*s%s'", static_cast<int>(bytes.size()), shown,
                     reinterpret_cast<const char*>(bytes.data()), endsInReturn ? "\\r" : "");
     }
-    const int written = callPort(port, [&] { return calls.write(port.handle, bytes.data(), bytes.size()); });
+    const int written =
+        callPort(port, [&] { return portCalls.write(port.handle, bytes.data(), bytes.size()); });
     if (written < 0)
         reportDeviceGone(port);
     port.written = Clock::now();
@@ -303,8 +304,8 @@ void setDefaultSerialReadMinRead(std::uint32_t bytes) {
     settings.minRead = bytes;
 }
 
-void setPortCalls(const PortCalls& replacement) {
-    calls = replacement;
+void setPortCalls(const PortCalls& calls) {
+    portCalls = calls;
 }
 
 } // namespace secapp
