@@ -47,40 +47,6 @@ TEST(SimFaults, ChangeAnswers) {
     EXPECT_EQ(flooded.last.exchange.hang, seconds(2));
 }
 
-TEST(SimFaults, TellWhatTheyDid) {
-    const std::string line = "=print hi\r";
-    const std::string bytes = burst(std::string(32, 'b'));
-    const std::string pages = burst(std::string(0x200, '\0')) + "=programPage 10000000 1\r";
-    for (const auto& [fault, input, note] : std::vector<std::tuple<const char*, std::string, const char*>>{
-             {"error,text=no", line, "error: VQX_ERROR no"},
-             {"hang,s=0.5", line, "hang: 0.500 s"},
-             {"hang", line, "hang: 1.000 s"},
-             {"unplug", line, "unplug: the device vanishes"},
-             {"drop", line, "drop: no answer"},
-             {"delay,ms=2", line, "delay: 0.002 s"},
-             {"delay", line, "delay: 1.000 s"},
-             {"cut,bytes=3", line, "cut: 3 bytes of the answer left"},
-             {"cut", line, "cut: 6 bytes of the answer left"},
-             {"split,us=20", line, "split: single bytes, 0.000020 s apart"},
-             {"split", line, "split: single bytes, 0.001000 s apart"},
-             {"noise,bytes=5", line, "noise: 5 bytes"},
-             {"noise", line, "noise: 16 bytes"},
-             {"noend", line, "noend: no line end behind the status"},
-             {"ends,with=NUL", line, "ends: NUL"},
-             {"flood,bytes=7", line, "flood: 7 bytes"},
-             {"flood", line, "flood: 8388608 bytes"},
-             {"flood,bytes=endless", line, "flood: endless"},
-             {"flip,offset=0x1a", bytes, "flip: byte 0x1a of the burst"},
-             {"double,offset=0", bytes, "double: byte 0x0 of the burst"},
-             {"lose,offset=31", bytes + "b", "lose: byte 0x1f of the burst"},
-             {"stuckprogram,addr=0x10000005", pages, "stuckprogram: 0x10000005"},
-         }) {
-        SimSession session({fault});
-        session.say(input);
-        EXPECT_EQ(session.last.exchange.notes, std::vector<std::string>{note}) << fault;
-    }
-}
-
 TEST(SimFaults, MeetInTheOrderGiven) {
     const std::string hi = "hi\r\nVQX_OK\r\n";
     const struct {
@@ -210,18 +176,12 @@ TEST(SimOptions, RefuseNonsense) {
          "option --region: unknown memory setting 'sise=1' (base, size, page, buffer and blank exist)"},
         {{"--region", "A,size=0x1000000000"},
          "option --region: bad number in memory setting 'size=0x1000000000'"},
-        {{"--region", "A,size=0x10000M"}, "option --region: bad number in memory setting 'size=0x10000M'"},
         {{"--region", "A,base=0xFFFFFFFFF"},
          "memory 'A' ends at 0x100007ffff: the last usable address is 0xfffffffe"},
-        {{"--region", "A,base=0xFFFFM"},
-         "memory 'A' ends at 0xffff80000: the last usable address is 0xfffffffe"},
-        {{"--rate", "1000000000", "--latency", "1000000000", "--erase-time", "1000000000"}, ""},
         {{"--latency", "1000000001"}, "option --latency: '1000000001' is not a number from 0 to 1000000000"},
         {{"--fault", "noise,bytes=0x1000000", "--fault", "flood,bytes=0x10000000000", "--fault",
           "hang,s=1000000,chance=0.0001", "--fault", "flip,bit=7,chance=100"},
          ""},
-        {{"--fault", "drop,chance=100.0001"},
-         "option --fault: bad value in 'chance=100.0001': it takes a percentage from 0.0001 to 100"},
         {{"--region", ",size=1K"}, "a memory has an empty name"},
         {{"--region", "0x1f"}, "memory name '0x1f' reads as a number"},
         {{"--region", "A", "--region", "a,base=1M"}, "two memories are named 'A'"},
@@ -232,54 +192,19 @@ TEST(SimOptions, RefuseNonsense) {
         {{"--fault", "nonsense,at=1"}, "option --fault: unknown fault 'nonsense'"},
         {{"--fault", "drop,text=no"}, "option --fault: fault drop has no setting 'text'"},
         {{"--fault", "drop,at=1,9"}, "option --fault: fault drop has no setting '9'"},
-        {{"--fault", "drop,at=0"}, "option --fault: bad value in 'at=0': it takes a number above 0"},
-        {{"--fault", "delay,ms=nan"},
-         "option --fault: bad value in 'ms=nan': it takes a time of at most 1000000 s"},
         {{"--fault", "unplug,replug=1"}, "a device that is plugged in again needs --link"},
         {{"--fault", "flip,command=burst", "--fault", "stuckerase,command=eraseFlash,addr=0x14000000"}, ""},
-        {{"--fault", "error,command=programpage"},
-         "fault 'error,command=programpage' can never occur: the firmware has no such command"},
         {{"--fault", "error,command=unlock", "--accept", "unlock"}, ""},
-        {{"--fault", "flip,command=programPage"},
-         "option --fault: bad value in 'command=programPage': it takes the command at which the fault can occur"},
-        {{"--fault", "hang,s=0"}, "fault 'hang,s=0' can never occur: its time is 0"},
-        {{"--fault", "delay,us=0"}, "fault 'delay,us=0' can never occur: its time is 0"},
-        {{"--fault", "flood,bytes=0"}, "fault 'flood,bytes=0' can never occur: it has no bytes"},
-        {{"--fault", "noise,bytes=0,lines=0"},
-         "fault 'noise,bytes=0,lines=0' can never occur: it has no bytes"},
         {{"--fault", "noise,bytes=0"}, ""},
-        {{"--fault", "ends,with=CRLF"},
-         "fault 'ends,with=CRLF' can never occur: lines end with CRLF already"},
-        {{"--fault", "ignored,times=0"},
-         "option --fault: bad value in 'times=0': it takes a number from 1 to 1000000"},
-        {{"--fault", "ignored,line=full"},
-         "option --fault: bad value in 'line=full': it takes empty, repeat or zero"},
         {{"--null"}, "bad option '--null'"},
         {{"--seed=3", "--lin=x"}, "bad option '--lin=x'"},
         {{"--memory", "x", "--null-memory"}, "--memory and --null-memory exclude each other"},
-        {{"--fault", "drop,count=0"}, "option --fault: bad value in 'count=0': it takes a number above 0"},
-        {{"--fault", "drop,chance=0"},
-         "option --fault: bad value in 'chance=0': it takes a percentage from 0.0001 to 100"},
         {{"--fault", "unplug,byte=5,at=1"},
          "option --fault: 'byte' cannot be combined with at, count, chance or command"},
-        {{"--fault", "stuckprogram,addr=0x14400000"},
-         "fault 'stuckprogram,addr=0x14400000' can never occur: no memory has this address"},
         {{"--fault", "stuckerase", "--null-memory"},
          "fault 'stuckerase' can never occur: there is no memory"},
         {{"--fault", "stuckerase", "--no-flash"},
          "fault 'stuckerase' can never occur: no memory has this address"},
-        {{"--fault", "noise,bytes=endless"},
-         "option --fault: bad value in 'bytes=endless': it takes a number of at most 16 Mi; for a flood of at most 2^40, or endless"},
-        {{"--fault", "noise,bytes=0x1000001"},
-         "option --fault: bad value in 'bytes=0x1000001': it takes a number of at most 16 Mi; for a flood of at most 2^40, or endless"},
-        {{"--fault", "flood,bytes=0x10000000001"},
-         "option --fault: bad value in 'bytes=0x10000000001': it takes a number of at most 16 Mi; for a flood of at most 2^40, or endless"},
-        {{"--fault", "hang,s=1000000.000001"},
-         "option --fault: bad value in 's=1000000.000001': it takes a time of at most 1000000 s"},
-        {{"--fault", "hang,s=."}, "option --fault: bad value in 's=.': it takes a time of at most 1000000 s"},
-        {{"--fault", "ends,with=X"}, "option --fault: bad value in 'with=X': it takes CR, LF, CRLF or NUL"},
-        {{"--fault", "flip,bit=8"}, "option --fault: bad value in 'bit=8': it takes 0 to 7"},
-        {{"--fault", "noise,lines=2"}, "option --fault: bad value in 'lines=2': it takes 0 or 1"},
         {{"--fault", "error,text=a, b=c,sta=d"}, "option --fault: fault error has no setting 'sta'"},
         {{"--region", "A,base=0xFFFFF000,size=0xFFF"}, ""},
         {{"--region", "A,base=0xFFFFF000,size=0x1000"},
@@ -300,24 +225,71 @@ TEST(SimOptions, RefuseNonsense) {
     }
 }
 
-TEST(SimLink, TakesExactlyTheNominalTime) {
-    Link link;
-    link.speed = {1000000, milliseconds(1)};
-    TimePoint now = TimePoint() + seconds(100);
-    const TimePoint start = now;
-    Outcome outcome;
-    outcome.exchange.answer = ok;
-    for (int i = 0; i < 100; ++i) {
-        TimePoint arrived = carryBytes(link, now, 30000);
-        arrived = carryBytes(link, now + milliseconds(3), 2768);
-        queueAnswer(link, outcome, arrived);
-        EXPECT_TRUE(dueBytes(link, *nextDue(link) - microseconds(1)).empty());
-        now = *nextDue(link);
-        EXPECT_EQ(dueBytes(link, now), ok);
-        ASSERT_TRUE(recordSent(link, ok.size()));
+TEST(SimOptions, RefuseFaultsThatCannotOccur) {
+    const char* const badValues[][3] = {
+        {"drop,chance=100.0001", "chance=100.0001", "a percentage from 0.0001 to 100"},
+        {"drop,at=0", "at=0", "a number above 0"},
+        {"delay,ms=nan", "ms=nan", "a time of at most 1000000 s"},
+        {"flip,command=programPage", "command=programPage", "the command at which the fault can occur"},
+        {"ignored,times=0", "times=0", "a number from 1 to 1000000"},
+        {"ignored,line=full", "line=full", "empty, repeat or zero"},
+        {"drop,chance=0", "chance=0", "a percentage from 0.0001 to 100"},
+        {"noise,bytes=0x1000001", "bytes=0x1000001",
+         "a number of at most 16 Mi; for a flood of at most 2^40, or endless"},
+        {"flood,bytes=0x10000000001", "bytes=0x10000000001",
+         "a number of at most 16 Mi; for a flood of at most 2^40, or endless"},
+        {"hang,s=1000000.000001", "s=1000000.000001", "a time of at most 1000000 s"},
+        {"ends,with=X", "with=X", "CR, LF, CRLF or NUL"},
+        {"noise,lines=2", "lines=2", "0 or 1"},
+    };
+    for (const auto& [given, setting, takes] : badValues) {
+        Fault fault;
+        EXPECT_EQ(readFault(given, fault), formatText("bad value in '%s': it takes %s", setting, takes));
     }
-    const Duration nominal = 100 * (microseconds(32768 + 8) + milliseconds(1));
-    EXPECT_NEAR(static_cast<double>((now - start).count()), static_cast<double>(nominal.count()), 100000);
+    const char* const impossible[][2] = {
+        {"error,command=programpage", "the firmware has no such command"},
+        {"hang,s=0", "its time is 0"},
+        {"flood,bytes=0", "it has no bytes"},
+        {"noise,bytes=0,lines=0", "it has no bytes"},
+        {"ends,with=CRLF", "lines end with CRLF already"},
+        {"stuckprogram,addr=0x14400000", "no memory has this address"},
+    };
+    FirmwareConfig config;
+    config.regions = {flashRegion};
+    for (const auto& [given, why] : impossible) {
+        Fault fault;
+        ASSERT_EQ(readFault(given, fault), std::nullopt) << given;
+        EXPECT_EQ(checkFault(fault, config), formatText("fault '%s' can never occur: %s", given, why));
+    }
+}
+
+TEST(SimLink, TakesTheTimeThatTheOptionsSay) {
+    const char* words[] = {"vqxsim",  "--erase-time", "200",   "--program-time", "20000",         "--rate",
+                           "1000000", "--latency",    "40000", "--region",       "FLASH,size=4K", nullptr};
+    Options options;
+    ASSERT_EQ(readOptions(11, const_cast<char**>(words), options), std::nullopt);
+    SimSession session;
+    ASSERT_EQ(startFirmware(session.target.firmware, options.service.firmware), std::nullopt);
+    session.target.firmware.batchMode = true;
+    EXPECT_EQ((session.line("programPage 0 3"), session.last.busy), milliseconds(60));
+    EXPECT_EQ((session.line("eraseFlash 0"), session.last.busy), milliseconds(200));
+    Link link;
+    link.speed = options.service.speed;
+    TimePoint now = TimePoint() + seconds(100);
+    for (int i = 0; i < 2; ++i) {
+        const TimePoint arrived = carryBytes(link, now, 30000);
+        EXPECT_EQ(arrived - now, milliseconds(30));
+        queueAnswer(link, session.last, arrived);
+        const TimePoint due = arrived + milliseconds(200 + 40) + microseconds(8);
+        EXPECT_EQ(nextDue(link), due);
+        EXPECT_TRUE(dueBytes(link, due - microseconds(1)).empty());
+        queueAnswer(link, session.last, arrived);
+        EXPECT_EQ(dueBytes(link, due), ok);
+        ASSERT_TRUE(recordSent(link, ok.size()));
+        EXPECT_EQ(nextDue(link), due + milliseconds(200)) << "answers come one after the other";
+        ASSERT_TRUE(recordSent(link, ok.size()));
+        now = due + seconds(1);
+    }
 }
 
 TEST(SimLink, SpacesBytesAndRepeatsFloods) {
