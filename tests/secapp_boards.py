@@ -164,7 +164,8 @@ def files_and_names():
 
     write({"settings/config": "--dry-run\n", "settings/.parallel/config": "--dry-run\n"})
     settings = {"PARALLEL": "--shellquote", "PARALLEL_SHELL": "/bin/false", "SHELL": "/bin/false",
-                "PARALLEL_HOME": f"{here}/settings", "HOME": f"{here}/settings"}
+                "PARALLEL_ENV": "exit 0\1", "PARALLEL_HOME": f"{here}/settings",
+                "HOME": f"{here}/settings"}
     run(0, "../script", "../good 1", "-v", "serial=1", "--image", "../image", "--secapp",
         "./tested_secapp", cwd="bin", env={**os.environ, **settings})
     holds("good 1", IMAGE)
@@ -175,7 +176,8 @@ def refusals():
     os.symlink("good 1", "other")
     os.mkfifo("fifo")
     write({"empty": "", "elf": b"\x7fELF\2\1\1" + bytes(64), "srec": "S00600004844521B\r\n",
-           "hex": ":020000040000FA\r\n:00000001FF\r\n", "lost": FILE.replace("[file]", "none.bin"),
+           "hex": ":020000040000FA\r\n:00000001FF\r\n", "file": FILE,
+           "lost": FILE.replace("[file]", "none.bin"),
            "outside": FILE.replace("[file]", os.path.abspath("a.bin"))})
     for name, table in {
             "board": "board\nx\n", "empty": "device,serial\ngood 1,\n",
@@ -210,7 +212,7 @@ def refusals():
             (1, "script:1: error: '[image]'", "script", "good 1", "-v", "serial=1"),
             (1, "lost:1: error: 'none.bin'", "lost", "good 1"),
             (1, "file: error: [image] is not programmed or verified (good 1)", "file", "good 1",
-             *image, "-v", "file=a.bin"),
+             *image, "-v", "file=image"),
             (1, f"the script names {os.getcwd()}/a.bin: ", "outside", "good 1"),
             (1, "fifo is not a regular file", "file", "good 1", "-v", "file=fifo"),
             (1, "image is given twice", "script", "good 1", *image, "-v", "image=a.bin"),
@@ -412,8 +414,8 @@ def remote_hosts():
     folder = os.getcwd()
     start_server(folder)
     device = f"{folder}/good 3"
-    write({"20261126": os.urandom(1000), "second": os.urandom(500),
-           "both": SCRIPT.strip() + "; program second MORVI+0x1000; verify second MORVI+0x1000\n"})
+    write({"20261126": os.urandom(1000), "../second": os.urandom(500), "both": SCRIPT.strip()
+           + "; program ../second MORVI+0x1000; verify ../second MORVI+0x1000\n"})
     ssh = ("--ssh", f"ssh -F {folder}/ssh_config", "--secapp", SECAPP, "--json")
     ended = run(1, "both", f"{device}@here", "/none@here", "/x@bare", "/x@away", "--image",
                 "20261126", "-v", "serial=a@b", "--host", "here", "--host", "bare", "--host",
