@@ -261,8 +261,8 @@ TEST_F(Link, RefusesAPortThatAnotherHostHolds) {
     const int other = open(board.port().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0) << "opened elsewhere without a lock";
     ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
-    // Two more locks on files that have nothing to do with the port, and locks of another kind on the port,
-    // newer than the holder's on each processor's list.
+    // Two locks on unrelated files, and locks of another kind on the port, newer than the holder's on each
+    // processor's list.
     const Result r = run("exec 8>a 9>b 7<>$PORT; flock 8; flock -s 9; exec python3 -c 'import fcntl, os\n"
                          "for cpu in os.sched_getaffinity(0):\n"
                          "    os.sched_setaffinity(0, {cpu})\n"
@@ -342,7 +342,7 @@ TEST_F(Link, NeverTalksToTheTargetOnClosedStandardStreams) {
     }
 }
 
-// The ports of a made folder, listed by the tool's own function.
+// The ports of a test directory in place of the system's.
 class Discovery : public Secapp {
 protected:
     void addTty(const std::string& name, const std::string& driver) const {
@@ -353,8 +353,8 @@ protected:
             std::filesystem::create_symlink(driver, folder / "devices" / name / "driver");
     }
 
-    // Runs the command where the made folder and the board stand in the place of the system's. In a chroot,
-    // whose root is no mount, the mounts keep their propagation, which must be to nowhere.
+    // Runs the command with the test directory and the board mounted in place of the system's. In a chroot,
+    // whose root is not a mount, the mounts keep their propagation, which must be private.
     [[nodiscard]] static std::string inMadeSystem(const std::string& command) {
         return std::string("mkdir -p dev/pts; ln -sf $PORT dev/ttyACM0\nown=") +
                (getuid() == 0 ? "-m" : "-rm") +
@@ -365,10 +365,10 @@ protected:
                command + "'";
     }
 
-    // Why that cannot be, if so.
+    // Why that is not possible; empty if it is.
     std::string refusal() {
         const Result r = run("mkdir -p tty; " + inMadeSystem("true"));
-        return r.status == 0 ? "" : "no mounts of one's own: " + r.err;
+        return r.status == 0 ? "" : "no private mounts: " + r.err;
     }
 };
 

@@ -171,12 +171,6 @@ TEST_F(Wire, LeavesTheUsersDelaysOutOfTheTimeOfTheHandshake) {
     EXPECT_EQ(getControl(record), std::nullopt);
 }
 
-TEST_F(Wire, WritesToAPortThatTakesSingleBytes) {
-    fakePort.room = 1;
-    EXPECT_EQ(writeAll(record, bytesOf("hello"), seconds(1)), std::nullopt);
-    EXPECT_EQ(fakePort.output, "hello");
-}
-
 TEST_F(Wire, WritesForNoLongerThanItsTimeoutInAll) {
     fakePort.room = 1;
     EXPECT_EQ(writeAll(record, bytesOf("hello"), shortPause), std::nullopt);

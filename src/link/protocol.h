@@ -33,7 +33,7 @@ namespace secapp {
 [[nodiscard]] ErrorText openPort(HandlerData& record);
 
 /// Sends the text unchanged and opens the port on first use. Returns the bytes written or a negative number,
-/// including that of a failed opening. The next `getResponse` then fails, too.
+/// including that of a failed opening. The next `getResponse` also fails then.
 int writeLineRaw(HandlerData& record, std::string_view text);
 
 /// Writes all bytes to the open port; waits at most the time-out of an answer while it takes none.

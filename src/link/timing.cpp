@@ -37,7 +37,7 @@ void printTimer(int slot, const std::string& elapsed, std::string_view format) {
     if (format.empty())
         format = standard;
     std::string line(format);
-    // The last one: a label before it may contain "%s", too.
+    // The last one: a label before it may also contain "%s".
     if (const std::size_t at = line.rfind("%s"); at != std::string::npos)
         line.replace(at, 2, elapsed);
     writeText(stderr, line);
