@@ -142,14 +142,11 @@ TEST_F(Commands, ChecksFlashArgumentsInOrder) {
 }
 
 TEST_F(Commands, ChoosesTheRegion) {
-    struct Case {
-        std::string regions, command, conversation;
-    };
     const auto region = [](const char* base, const char* size, const char* page) {
         return std::string("Name=R\nBase=") + base + "\nSize=" + size + "\nPage=" + page + "\n";
     };
     const std::string two = "Number of Flash Devices=2\n";
-    for (const Case& c : std::vector<Case>{
+    for (const auto& [regions, command, conversation] : Rows<3>{
              // The last of those that hold the address and the image.
              {two + region("0", "0x400", "4") + region("0x100", "0x400", "8"), "program +w1 1 0x100 1",
               "dataSet 2 0|databurst 1 0 ffffff01|programPage 100 1|dataSet 2 0|"},
@@ -161,9 +158,9 @@ TEST_F(Commands, ChoosesTheRegion) {
               "dataSet 1 0|databurst 4 0 33323130|programPage fffffffc 1|dataSet 1 0|"},
              {region("0x80000000", "4", "4"), "erase R", "eraseFlash 80000000|"},
          }) {
-        board.answers.insert_or_assign("queryFlash", c.regions + "VQX_OK\n");
-        EXPECT_EQ(runScript(c.command).status, c.conversation.empty() ? 255 : 0) << c.command;
-        EXPECT_EQ(board.conversation(), "queryFlash|" + c.conversation) << c.command;
+        board.answers.insert_or_assign("queryFlash", regions + "VQX_OK\n");
+        EXPECT_EQ(runScript(command).status, conversation.empty() ? 255 : 0) << command;
+        EXPECT_EQ(board.conversation(), "queryFlash|" + conversation) << command;
     }
 }
 
@@ -195,7 +192,7 @@ TEST_F(Commands, ErasesAndBlankChecksLists) {
 }
 
 TEST_F(Commands, ShowsDotsWhileErasingWithoutLimit) {
-    board.answers.emplace("eraseFlash", Answer("VQX_OK\n", Answer::Style::atOnce, 2200));
+    board.answers.emplace("eraseFlash", Answer("VQX_OK\n", 2200));
     board.answers.emplace("hello", "");
     Result r = run("exec secapp -g 1000 -d $PORT 'erase FLASH;hello'");
     r.seconds -= 2;
@@ -239,17 +236,11 @@ TEST_F(Commands, ShowsTargetInformation) {
     const std::string flashLine = "FLASH: 0x00000000-0x0007ffff (512K bytes) PageSize: 0x200\n";
     const std::string morviLine = "Morvi (fam x): 0x14000000-0x143fffff (4096K bytes) PageSize: 0x100\n";
     const std::string noId = "ID: Not available (no internal flash)\n";
-    struct Case {
-        std::string regions, conversation, out;
-    };
-    const auto prepare = [&] {
-        board.answers.insert_or_assign("queryPart",
-                                       "PARTID = P0\npartid=P1\nCore Clock= 12 M=9\ndecode = D1\nVQX_OK\n");
-        board.answers.insert_or_assign("queryID", "12 34\n56\nVQX_OK\n");
-        board.answers.insert_or_assign("queryMORVI", "Other=1\nDevice Family = fam x \nVQX_OK\n");
-    };
-    prepare();
-    for (const Case& c : std::vector<Case>{
+    board.answers.insert_or_assign("queryPart",
+                                   "PARTID = P0\npartid=P1\nCore Clock= 12 M=9\ndecode = D1\nVQX_OK\n");
+    board.answers.insert_or_assign("queryID", "12 34\n56\nVQX_OK\n");
+    board.answers.insert_or_assign("queryMORVI", "Other=1\nDevice Family = fam x \nVQX_OK\n");
+    for (const auto& [regions, conversation, out] : Rows<3>{
              {"Number of Flash Devices=2\n" + flash + morvi, "queryPart|queryFlash|queryID|queryMORVI|",
               part + flashLine + morviLine + "ID: 12 34\n56\n\n"},
              {flash, "queryPart|queryFlash|queryID|", part + flashLine + "ID: 12 34\n56\n\n"},
@@ -264,17 +255,17 @@ TEST_F(Commands, ShowsTargetInformation) {
              {"Name=H\nSize=0xFFFFFC00\n", "queryPart|queryFlash|queryID|",
               part + "H: 0x00000000-0xfffffbff (-1K bytes) PageSize: 0x0\nID: 12 34\n56\n\n"},
          }) {
-        board.answers.insert_or_assign("queryFlash", c.regions + "VQX_OK\n");
-        SCOPED_TRACE(c.regions);
+        board.answers.insert_or_assign("queryFlash", regions + "VQX_OK\n");
+        SCOPED_TRACE(regions);
         const Result r = runScript("targetInfo ignored");
-        EXPECT_EQ(r.out, c.out);
-        EXPECT_EQ(board.conversation(), c.conversation);
+        EXPECT_EQ(r.out, out);
+        EXPECT_EQ(board.conversation(), conversation);
         EXPECT_EQ(r.err, "");
     }
 
     board.answers.insert_or_assign("queryFlash", "Number of Flash Devices=2\n" + flash + morvi + "VQX_OK\n");
-    for (const auto& [query, out] : std::vector<std::pair<std::string, std::string>>{
-             {"queryPart", ""}, {"queryFlash", part}, {"queryID", part}, {"queryMORVI", part}}) {
+    for (const auto& [query, out] :
+         Rows<2>{{"queryPart", ""}, {"queryFlash", part}, {"queryID", part}, {"queryMORVI", part}}) {
         const auto before = board.answers;
         board.answers.insert_or_assign(query, "Partid=X\nVQX_ERROR no\n");
         const Result r = runScript("targetInfo");

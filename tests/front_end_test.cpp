@@ -122,12 +122,8 @@ TEST_F(FrontEnd, EchoesWhatTheLettersAskFor) {
     const std::string both = "batchmode 1\n=batchmode 1 \r\n=print 1\r\nhello\n=hello \r\n";
     const std::string lines = "=print 1\n1\nVQX_OK\nVQX_OK\nhi\nhi\nVQX_OK\n";
     const std::string port = "Using serial port " + board.port() + "\n";
-    struct Case {
-        std::string options, err, out;
-        bool debug = false;
-    };
     board.answers.emplace("hello", "hi\nVQX_OK\n");
-    for (const Case& c : std::vector<Case>{
+    for (const auto& [options, err, out] : Rows<3>{
              {"", "", "hi\n"},
              {"-e nq", "", "hi\n"},
              {"-e sq", script, "hi\n"},
@@ -139,16 +135,16 @@ TEST_F(FrontEnd, EchoesWhatTheLettersAskFor) {
              {"-e s -e t", both, "hi\n"},
              {"-e n", both, lines + "Processed 1 lines\n"},
              {"-e n -e q", "", "hi\n"},
-             {"-e p -e d", both, lines + "Processed 1 lines\n", true},
-             {"-e dq", "", "hi\n", true},
-             {"-e sd -e q -e s", script, "hi\n", true},
+             {"-e p -e d", both, lines + "Processed 1 lines\n"},
+             {"-e dq", "", "hi\n"},
+             {"-e sd -e q -e s", script, "hi\n"},
              {"-e NABSE12", "", "hi\n"},
          }) {
-        SCOPED_TRACE(c.options);
-        const Result r = run("exec secapp -d $PORT " + c.options + " hello");
-        EXPECT_EQ(withoutNumbers(withoutTraces(r.err)), withoutNumbers(c.err));
-        EXPECT_EQ(withoutNumbers(r.out), withoutNumbers(c.out));
-        EXPECT_EQ(r.err.starts_with("DEBUG: "), c.debug) << r.err;
+        SCOPED_TRACE(options);
+        const Result r = run("exec secapp -d $PORT " + options + " hello");
+        EXPECT_EQ(withoutNumbers(withoutTraces(r.err)), withoutNumbers(err));
+        EXPECT_EQ(withoutNumbers(r.out), withoutNumbers(out));
+        EXPECT_EQ(r.err.starts_with("DEBUG: "), options.find('d') != std::string::npos) << r.err;
     }
     EXPECT_EQ(run("exec secapp -b -d $PORT -e s 'hello;setBoot;' 2>&1").out,
               "hello\nhi\nsetBoot\n" +
@@ -166,10 +162,7 @@ TEST_F(FrontEnd, EchoesWhatTheLettersAskFor) {
 }
 
 TEST_F(FrontEnd, InterpretsPrefixes) {
-    struct Case {
-        std::string options, command, err, conversation;
-    };
-    for (const Case& c : std::vector<Case>{
+    for (const auto& [options, command, err, conversation] : Rows<4>{
              {"-e t", "-hello", "", "hello |"},
              {"-e n", "! hello", "", "hello |"},
              {"-e s", "-#hello", "", "#hello |"},
@@ -182,10 +175,10 @@ TEST_F(FrontEnd, InterpretsPrefixes) {
              {"", "+", "+\n" + report("script:1", "Unrecognised command: ", "+", ""), ""},
              {"", " -", report("script:1", "Unrecognised command: ", " -", ""), ""},
          }) {
-        SCOPED_TRACE(c.options + " " + c.command);
-        const Result r = runScript(c.command, "-b -v v=5 " + c.options);
-        EXPECT_EQ(withoutNumbers(withoutTraces(r.err)), withoutNumbers(c.err));
-        EXPECT_EQ(board.conversation(), c.conversation);
+        SCOPED_TRACE(options + " " + command);
+        const Result r = runScript(command, "-b -v v=5 " + options);
+        EXPECT_EQ(withoutNumbers(withoutTraces(r.err)), withoutNumbers(err));
+        EXPECT_EQ(board.conversation(), conversation);
     }
 }
 
@@ -225,9 +218,6 @@ TEST_F(FrontEnd, AsksForConfirmation) {
 }
 
 TEST_F(FrontEnd, SubstitutesVariables) {
-    struct Case {
-        std::string options, script, err;
-    };
     const std::string name(300, 'n');
     std::string growing;
     for (char variable = 'a'; variable < 'g'; variable++) {
@@ -235,7 +225,7 @@ TEST_F(FrontEnd, SubstitutesVariables) {
         for (int i = 0; i < 32; i++)
             growing += std::string("[") + static_cast<char>(variable + 1) + "]";
     }
-    for (const Case& c : std::vector<Case>{
+    for (const auto& [options, script, err] : Rows<3>{
              {"-v a=10", "echo [a][a] [b] [A]", "1010 [b] [A]\n"},
              {"-v 'x=[y]' -v y=5", "echo [x]", "5\n"},
              {"-v y=5 -v 'x=[y]'", "echo [x]", "[y]\n"},
@@ -260,16 +250,13 @@ TEST_F(FrontEnd, SubstitutesVariables) {
              {"", "VAR", report("script:1", "No variable specified for VAR command", "VAR", "")},
              {"", "var ==", report("script:1", "No variable specified for var command", "var ==", "")},
          })
-        EXPECT_EQ(runScript(c.script, "-b " + c.options).err, c.err) << c.options << c.script;
+        EXPECT_EQ(runScript(script, "-b " + options).err, err) << options << script;
     EXPECT_EQ(runScript("va x").status, 0);
     EXPECT_EQ(board.conversation(), "queryFlash|va x |");
 }
 
 TEST_F(FrontEnd, EchoesDelaysPausesAndTimes) {
-    struct Case {
-        std::string script, input, out, err;
-    };
-    for (const Case& c : std::vector<Case>{
+    for (const auto& [script, input, out, err] : Rows<4>{
              {"echo hello   world \nECHO 100% %n%s\n-echo\nEcho\ttab", "", "",
               "hello   world\n100% %n%s\n\ntab\n"},
              {"delay 0x10\ndelay 1 2", "", "", ""},
@@ -279,10 +266,10 @@ TEST_F(FrontEnd, EchoesDelaysPausesAndTimes) {
              {"pause of course\necho on", "\n", "of course", "on\n"},
              {"timer start\ntimer print\ntimer stop;timer off", "", "Elapsed time #s\n", ""},
          }) {
-        SCOPED_TRACE(c.script);
-        const Result r = runScript(c.script, "-b", c.input);
-        EXPECT_EQ(timed(r), c.out);
-        EXPECT_EQ(r.err, c.err);
+        SCOPED_TRACE(script);
+        const Result r = runScript(script, "-b", input);
+        EXPECT_EQ(timed(r), out);
+        EXPECT_EQ(r.err, err);
         EXPECT_EQ(r.status, 0);
     }
     EXPECT_EQ(run("exec secapp -b -d $PORT -t", "pause\nswallowed\necho next\n").err, "next\n");
@@ -295,7 +282,7 @@ TEST_F(FrontEnd, EchoesDelaysPausesAndTimes) {
 
 TEST_F(FrontEnd, ReportsMistakesInScriptAids) {
     const std::string usage = ": Missing parameter \nUsage: timer <start|stop|print>";
-    for (const auto& [command, text] : std::vector<std::pair<std::string, std::string>>{
+    for (const auto& [command, text] : Rows<2>{
              {"delay", "No time specified for delay"},
              {"DELAY", "No time specified for DELAY"},
              {"delay 1000x", "Unable to decode value '1000x' as decimal (char=0x78 errno=0 - Success)"},

@@ -24,60 +24,30 @@ const char* const twoRegions =
     "VQX_OK\n";
 
 struct Board::Thread {
-    std::atomic<int> master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     int slave = -1; // kept open: the device exists between runs
     std::atomic<bool> stop = false;
-    std::atomic<bool> stopsReading = false;
     std::mutex mutex; // guards all that follows
     TargetBehaviour behaviour;
-    std::string received;
-    std::string pending;
-    std::string lines;
-    std::vector<std::string> bursts;
-    std::size_t burstLeft = 0;
-    int attempts = 0;
-    bool unsolicited = true;
+    struct Received {
+        std::string bytes, pending, lines, bursts;
+        std::size_t burstLeft = 0;
+        int attempts = 0;
+    } received;
     std::thread worker;
-
-    void startOver(const TargetBehaviour& next) {
-        behaviour = next;
-        received.clear();
-        pending.clear();
-        lines.clear();
-        bursts.clear();
-        burstLeft = 0;
-        attempts = 0;
-    }
 
     void pauseFor(int ms) const {
         for (; ms > 0 && !stop; ms -= 5)
             std::this_thread::sleep_for(std::chrono::milliseconds(std::min(ms, 5)));
     }
 
-    void send(std::string_view text) {
-        while (!text.empty() && !stop) {
-            const ssize_t n = ::write(master, text.data(), text.size());
-            if (n > 0)
-                text.remove_prefix(static_cast<std::size_t>(n));
-            else
-                pauseFor(1);
-        }
-    }
-
     void send(const Answer& answer) {
         pauseFor(answer.delayms);
-        if (answer.style == Answer::Style::byteByByte) {
-            for (const char& c : answer.text) {
-                send(std::string_view(&c, 1));
-                pauseFor(20);
-            }
-        } else {
-            send(std::string_view(answer.text));
-        }
-        stopsReading = answer.style == Answer::Style::stopsReading;
-        if (answer.style == Answer::Style::hangUp) {
-            close(master.exchange(-1));
-            stop = true;
+        std::string_view text = answer.text;
+        while (!text.empty() && !stop) {
+            const ssize_t n = ::write(master, text.data(), answer.byteDelayms > 0 ? 1 : text.size());
+            text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+            pauseFor(n > 0 ? answer.byteDelayms : 1);
         }
     }
 
@@ -94,77 +64,61 @@ struct Board::Thread {
 
     Answer handshake(const std::string& token) {
         if (behaviour.onHandshake)
-            return behaviour.onHandshake(++attempts, token);
+            return behaviour.onHandshake(++received.attempts, token);
         return "=print " + token + "\n" + token + "\nVQX_OK\n";
     }
 
     Answer command(const std::string& line) {
         if (line.starts_with("print ") && line.find_first_not_of("0123456789", 6) == std::string::npos)
             return handshake(line.substr(6));
-        lines += line + "|";
+        received.lines += line + "|";
         Answer answer = answerTo(line);
         if (line.starts_with("databurst ") && answer.text.starts_with("VQX_OK"))
-            burstLeft = std::stoul(line.substr(10), nullptr, 16);
-        if (burstLeft > 0)
-            bursts.emplace_back();
+            received.burstLeft = std::stoul(line.substr(10), nullptr, 16);
         return answer;
     }
 
     // Takes one complete request from `pending`.
     std::optional<Answer> next() {
-        if (burstLeft > 0) {
-            const std::string piece = pending.substr(0, burstLeft);
-            pending.erase(0, piece.size());
-            bursts.back() += piece;
-            burstLeft -= piece.size();
-            return burstLeft == 0 ? std::optional(answerTo("burst")) : std::nullopt;
+        if (received.burstLeft > 0) {
+            const std::string piece = received.pending.substr(0, received.burstLeft);
+            received.pending.erase(0, piece.size());
+            received.bursts += piece;
+            received.burstLeft -= piece.size();
+            return received.burstLeft == 0 ? std::optional(answerTo("burst")) : std::nullopt;
         }
-        if (pending.empty())
+        if (received.pending.empty())
             return {};
-        if (pending.front() == '=') {
-            const std::size_t end = pending.find('\r');
+        if (received.pending.front() == '=') {
+            const std::size_t end = received.pending.find('\r');
             if (end == std::string::npos)
                 return {};
-            const std::string line = pending.substr(1, end - 1);
-            pending.erase(0, end + 1);
+            const std::string line = received.pending.substr(1, end - 1);
+            received.pending.erase(0, end + 1);
             return command(line);
         }
-        if (pending.front() == '\r') {
-            pending.erase(0, 1);
+        if (received.pending.front() == '\r') {
+            received.pending.erase(0, 1);
             return answerTo("\r");
         }
-        const std::string line = '@' + pending;
-        pending.clear();
-        lines += line + "|";
+        const std::string line = '@' + received.pending;
+        received.pending.clear();
+        received.lines += line + "|";
         return answerTo(line);
-    }
-
-    // Sends unsolicited output. False when there is none, or no more.
-    bool sendsUnsolicited() {
-        const std::lock_guard lock(mutex);
-        if (!unsolicited || behaviour.unsolicitedOutput.empty())
-            return false;
-        [[maybe_unused]] const ssize_t ignored =
-            ::write(master, behaviour.unsolicitedOutput.data(), behaviour.unsolicitedOutput.size());
-        return true;
     }
 
     void work() {
         while (!stop) {
             pollfd waiting{master, POLLIN, 0};
-            const int timeoutms = sendsUnsolicited() ? 0 : 5;
-            if (stopsReading || poll(&waiting, 1, timeoutms) <= 0) {
-                pauseFor(stopsReading ? 5 : 0);
+            if (poll(&waiting, 1, 5) <= 0)
                 continue;
-            }
             const std::lock_guard lock(mutex);
             char bytes[4096];
             const ssize_t n = ::read(master, bytes, sizeof bytes);
             if (n <= 0)
                 continue;
-            unsolicited = false;
-            received.append(bytes, static_cast<std::size_t>(n));
-            pending.append(bytes, static_cast<std::size_t>(n));
+            received.bytes.append(bytes, static_cast<std::size_t>(n));
+            received.pending.append(bytes, static_cast<std::size_t>(n));
             while (const auto answer = next())
                 send(*answer);
         }
@@ -173,7 +127,7 @@ struct Board::Thread {
     // Waits until everything that a run has written is read.
     std::unique_lock<std::mutex> lockWhenRead() {
         pollfd waiting{master, POLLIN, 0};
-        while (!stop && !stopsReading && poll(&waiting, 1, 0) > 0)
+        while (!stop && poll(&waiting, 1, 0) > 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return std::unique_lock(mutex);
     }
@@ -201,17 +155,18 @@ Board::~Board() {
 std::string Board::conversation() {
     const auto lock = thread_->lockWhenRead();
     const std::string opening = "batchmode 1 |";
-    return thread_->lines.starts_with(opening) ? thread_->lines.substr(opening.size()) : thread_->lines;
+    return thread_->received.lines.starts_with(opening) ? thread_->received.lines.substr(opening.size())
+                                                        : thread_->received.lines;
 }
 
 std::string Board::bytes() {
     const auto lock = thread_->lockWhenRead();
-    return thread_->received;
+    return thread_->received.bytes;
 }
 
-std::vector<std::string> Board::bursts() {
+std::string Board::bursts() {
     const auto lock = thread_->lockWhenRead();
-    return thread_->bursts;
+    return thread_->received.bursts;
 }
 
 termios Board::settings() const {
@@ -227,7 +182,8 @@ void Board::setSettings(const termios& settings) {
 void Board::begin() {
     const bool running = thread_->worker.joinable();
     const auto lock = running ? thread_->lockWhenRead() : std::unique_lock(thread_->mutex);
-    thread_->startOver(*this);
+    thread_->behaviour = *this;
+    thread_->received = {};
     if (!running)
         thread_->worker = std::thread([this] { thread_->work(); });
 }
@@ -317,30 +273,8 @@ std::string report(const std::string& where, const std::string& text, const std:
 }
 
 std::string withoutNumbers(const std::string& text) {
-    std::string without;
-    for (const char c : text) {
-        const bool digit = c >= '0' && c <= '9';
-        if (!digit || !without.ends_with('#'))
-            without += digit ? '#' : c;
-    }
-    return without;
-}
-
-std::string masked(const std::string& text) {
-    const char* const digits = "0123456789";
-    std::string result;
-    for (std::size_t i = 0; i < text.size();) {
-        std::size_t end = std::min(text.find_first_not_of(digits, i), text.size());
-        if (end > i && text[end] == '.') {
-            end = std::min(text.find_first_not_of(digits, end + 1), text.size());
-            result += '#';
-        } else {
-            end = std::max(end, i + 1);
-            result.append(text, i, end - i);
-        }
-        i = end;
-    }
-    return result;
+    static const std::regex numbers("[0-9]+");
+    return std::regex_replace(text, numbers, "#");
 }
 
 std::string withoutTraces(const std::string& text) {
@@ -362,6 +296,7 @@ std::string image(std::size_t size) {
 
 std::string timed(const Result& result, double least) {
     static const std::regex number("([0-9]+[.]([0-9]*))(s?)");
+    static const std::regex numbers("[0-9]+[.][0-9]*");
     for (std::sregex_iterator at(result.out.begin(), result.out.end(), number), end; at != end; ++at) {
         EXPECT_EQ(at->length(2), 3) << result.out;
         if (at->length(3) == 0)
@@ -370,5 +305,5 @@ std::string timed(const Result& result, double least) {
         EXPECT_TRUE(seconds >= least && seconds <= result.seconds + 0.001) << at->str() << " in\n"
                                                                            << result.out;
     }
-    return masked(result.out);
+    return std::regex_replace(result.out, numbers, "#");
 }

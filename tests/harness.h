@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -13,19 +14,12 @@
 
 /// The answer of a scripted target to one command.
 struct Answer {
-    enum class Style {
-        atOnce,
-        byteByByte,   ///< with a pause of 20 ms after every byte
-        hangUp,       ///< the device vanishes after the text
-        stopsReading, ///< the target stops reading after the text
-    };
-
     std::string text;
-    Style style = Style::atOnce;
     int delayms = 0;
+    int byteDelayms = 0; ///< pause after every byte
 
     Answer(const char* t) : text(t) {}
-    Answer(std::string t, Style s = Style::atOnce, int ms = 0) : text(std::move(t)), style(s), delayms(ms) {}
+    Answer(std::string t, int ms = 0, int byte = 0) : text(std::move(t)), delayms(ms), byteDelayms(byte) {}
 };
 
 /// The behaviour of a scripted target. A test changes it before a run.
@@ -37,8 +31,6 @@ struct TargetBehaviour {
     std::function<std::optional<Answer>(const std::string& line)> on;
     /// The answer to the Nth test (from 1) of the handshake.
     std::function<Answer(int attempt, const std::string& token)> onHandshake;
-    /// Sent repeatedly from the start until the first command is received.
-    std::string unsolicitedOutput;
 };
 
 /// A scripted target on a pseudo-terminal, run by a thread of the test. It answers the handshake, answers
@@ -58,8 +50,8 @@ public:
     [[nodiscard]] std::string conversation();
     /// Every byte received in the last run.
     [[nodiscard]] std::string bytes();
-    /// The raw bytes of each burst of the last run.
-    [[nodiscard]] std::vector<std::string> bursts();
+    /// The bytes of all bursts of the last run.
+    [[nodiscard]] std::string bursts();
     /// The present settings of the port.
     [[nodiscard]] termios settings() const;
     void setSettings(const termios& settings);
@@ -104,12 +96,13 @@ private:
     std::filesystem::path capture_;
 };
 
+/// A table of texts.
+template <std::size_t columns>
+using Rows = std::vector<std::array<std::string, columns>>;
+
 /// The report of a failed run.
 std::string report(const std::string& where, const std::string& text, const std::string& command,
                    const std::string& lastTargetCommand);
-
-/// The text with every number that has decimals replaced by "#", so that times and rates compare equal.
-std::string masked(const std::string& text);
 
 /// The text with every run of digits replaced by "#".
 std::string withoutNumbers(const std::string& text);
@@ -124,6 +117,6 @@ std::string image(std::size_t size);
 /// a buffer of 32 KiB, as the target lists them.
 extern const char* const twoRegions;
 
-/// What a run wrote to standard output, as `masked` gives it. Fails the test when a number with decimals has
-/// not three of them, or when a time is not between `least` and the seconds of the whole run.
+/// What a run wrote to standard output, with "#" for each number that has decimals. Fails the test when such
+/// a number has not three of them, or when a time is not between `least` and the seconds of the whole run.
 std::string timed(const Result& result, double least = 0);

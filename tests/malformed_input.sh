@@ -105,8 +105,9 @@ closed 0 'ended' '2>&-'
 closed 255 'No space left on device' '>/dev/full'
 closed 0 'Verified 16 bytes' '2>/dev/full'
 
-run 'unplugged device' 255 'is gone' "$vqxsim" --fault unplug,at=3 -- \
-    "$secapp" -d {} 'queryFlash; queryFlash; queryFlash'
+run 'unplugged device' 255 'Input/output error' "$vqxsim" --fault unplug,at=3 -- \
+    "$secapp" -g 0 -d {} 'queryFlash; queryFlash; queryFlash'
+grep -q '^Device /dev/.* is gone$' output || fail 'unplugged device: does not name it'
 
 # The first secapp keeps its port until its standard input ends.
 # shellcheck disable=SC2016

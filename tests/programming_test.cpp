@@ -20,37 +20,24 @@ protected:
 
 const std::size_t flashSize = 0x80000;
 
-struct Transport {
-    const char* name;
-    const char* options;
-    std::size_t largest;
-};
-
-void PrintTo(const Transport& transport, std::ostream* out) {
-    *out << transport.options;
-}
-
-class ProgrammingImages : public Programming, public testing::WithParamInterface<Transport> {};
-
-INSTANTIATE_TEST_SUITE_P(Encoders, ProgrammingImages,
-                         testing::Values(Transport{"Binary", "", 524288}, Transport{"Hex", "-a 0", 65537},
-                                         Transport{"OddBursts", "-m 1000", 65537},
-                                         Transport{"LongPackets", "-a 0 -w 64", 65537},
-                                         Transport{"ShortPackets", "-a 0 -w 1", 513}),
-                         [](const auto& instance) { return std::string(instance.param.name); });
-
-TEST_P(ProgrammingImages, ArriveByteForByte) {
-    for (const std::size_t size : {0U, 1U, 3U, 31U, 512U, 513U, 32768U, 65537U, 524288U}) {
-        if (size > GetParam().largest)
-            continue;
-        const std::string bytes = image(size);
-        write("image", bytes);
-        const Result r = vqxsim("erase FLASH\nprogram image FLASH\nverify image FLASH", GetParam().options);
-        EXPECT_EQ(r.status, 0) << size << r.err;
-        EXPECT_TRUE(memory("FLASH") == bytes + std::string(flashSize - size, '\xff')) << size;
-        const std::string rest = std::to_string(size) + " bytes to 0x10000000 in ";
-        EXPECT_NE(r.out.find("\nProgrammed " + rest), std::string::npos) << r.out;
-        EXPECT_NE(r.out.find("\nVerified " + rest), std::string::npos) << r.out;
+TEST_F(Programming, ArrivesByteForByte) {
+    for (const auto& [options, sizes] : std::vector<std::pair<std::string, std::vector<std::size_t>>>{
+             {"", {0, 1, 3, 31, 512, 513, 32768, 65537, flashSize}},
+             {"-m 1000", {513, 65537}},
+             {"-a 0", {0, 31, 513, 65537}},
+             {"-a 0 -w 64", {3, 513, 65537}},
+             {"-a 0 -w 1", {1, 513}}}) {
+        for (const std::size_t size : sizes) {
+            SCOPED_TRACE(options + " " + std::to_string(size));
+            const std::string bytes = image(size);
+            write("image", bytes);
+            const Result r = vqxsim("erase FLASH\nprogram image FLASH\nverify image FLASH", options);
+            EXPECT_EQ(r.status, 0) << r.err;
+            EXPECT_TRUE(memory("FLASH") == bytes + std::string(flashSize - size, '\xff'));
+            const std::string rest = std::to_string(size) + " bytes to 0x10000000 in ";
+            EXPECT_NE(r.out.find("\nProgrammed " + rest), std::string::npos) << r.out;
+            EXPECT_NE(r.out.find("\nVerified " + rest), std::string::npos) << r.out;
+        }
     }
 }
 

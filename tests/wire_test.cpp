@@ -187,6 +187,9 @@ TEST_F(Wire, DrainsOldInput) {
     fakePort.input = "stale\nVQX_OK\n";
     flush(record);
     EXPECT_EQ(fakePort.input, "");
+    fakePort.endless = "stale\n";
+    flush(record);
+    EXPECT_EQ((fakePort.now - TimePoint()) / seconds(1), 1);
 }
 
 TEST(Timing, SubtractsTimes) {
@@ -205,12 +208,15 @@ TEST(Timing, SubtractsTimes) {
 }
 
 TEST_F(Wire, SendsNothingAfterAnIncompleteLine) {
-    for (const auto& [error, text] :
-         {std::pair(EIO, "Input/output error"), {0, "Resource temporarily unavailable"}}) {
-        SCOPED_TRACE(text);
+    for (const auto& [error, text] : {std::pair(EIO, "Input/output error"),
+                                      {0, "Resource temporarily unavailable"},
+                                      {EAGAIN, "Resource temporarily unavailable"}}) {
+        SCOPED_TRACE(error);
         record.port->connectionError.reset();
         fakePort.room = 0;
         fakePort.writeError = error;
+        EXPECT_EQ(writeRawFully(record, bytesOf("lost")), text);
+        record.port->connectionError.reset();
         EXPECT_EQ(sendCommand(record, "lost"), text);
         fakePort.room = 100;
         fakePort.input = "VQX_OK\n";
