@@ -1,6 +1,7 @@
 #include "fuzz.h"
 
 #include "commands/expressions.h"
+#include "support/numbers.h"
 
 #include <algorithm>
 #include <cctype>
@@ -97,6 +98,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(static_cast<bool>(value) == expected.has_value(), "which expressions are refused");
     require(value || value.error() == reference.error, "the message for a bad expression");
     require(!value || *value == *expected, "the value of an expression");
+    std::uint32_t number = 0;
+    const Number expectedNumber = referenceNumber(text);
+    require(!secapp::decode(text, number) == expectedNumber.isWhole, "which numbers are refused");
+    require(number == expectedNumber.value, "the value of a number");
     require(secapp::isNumeric(text) == looksNumeric(text), "which texts count as fill values");
     return 0;
 }

@@ -134,13 +134,12 @@ void answer(Firmware& firmware, const vqxsim::Request& request, State& state) {
 }
 
 void startFuzzed(Firmware& firmware) {
-    const vqxsim::FirmwareConfig config{
-        .regions =
-            {{.name = "FLASH", .base = 0x1000, .size = 1000, .page = 8, .buffer = 512, .blank = 0xFF},
-             {.name = "MORVI", .base = 0x2000, .size = 700, .page = 7, .buffer = 64, .blank = 0x00},
-             {.name = "ODD", .base = 0xFFFFFF00, .size = 0x180, .page = 0, .buffer = 0x8001, .blank = 0x5A},
-             {.name = "FAR", .base = 0x100000000, .size = 3, .page = 1, .buffer = 0, .blank = 0xFF}},
-        .folder = {}};
+    // Each memory: name, base, size, page, buffer, blank.
+    const vqxsim::FirmwareConfig config{.regions = {{"FLASH", 0x1000, 1000, 8, 512, 0xFF},
+                                                    {"MORVI", 0x2000, 700, 7, 64, 0x00},
+                                                    {"ODD", 0xFFFFFF00, 0x180, 0, 0x8001, 0x5A},
+                                                    {"FAR", 0x100000000, 3, 1, 0, 0xFF}},
+                                        .folder = {}};
     require(!vqxsim::startFirmware(firmware, config), "the firmware starts");
 }
 

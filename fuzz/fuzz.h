@@ -26,7 +26,6 @@ void silenceOutput();
 struct Number {
     std::uint32_t value = 0;
     bool isWhole = false; ///< nothing but the number was there, and it fits
-    std::string error;    ///< the message for one that is not whole
 };
 [[nodiscard]] Number referenceNumber(std::string_view text);
 

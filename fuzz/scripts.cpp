@@ -21,35 +21,16 @@ namespace {
 /// Enough for variables that double their length with each command to reach their limit.
 constexpr int commandLimit = 40;
 
-/// Whoever sits at the terminal says yes to everything.
-constexpr std::string_view answers =
-    "\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n"
-    "\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n";
-static_assert(answers.size() >= std::size_t{2} * commandLimit);
+/// The user confirms everything.
+std::string answers(std::size_t{2} * commandLimit, '\n');
 
 void startTarget() {
-    const vqxsim::FirmwareConfig config{
-        .regions =
-            {{.name = "FLASH",
-              .base = 0x10000000,
-              .size = 0x2000,
-              .page = 512,
-              .buffer = 0x800,
-              .blank = 0xFF},
-             {.name = "BANKB",
-              .base = 0x10002000,
-              .size = 0x1000,
-              .page = 64,
-              .buffer = 0x100,
-              .blank = 0x00},
-             {.name = "MORVI",
-              .base = 0x14000000,
-              .size = 0x1000,
-              .page = 256,
-              .buffer = 0x80,
-              .blank = 0xFF},
-             {.name = "TOP", .base = 0xFFFFFF00, .size = 0x100, .page = 16, .buffer = 0x80, .blank = 0xFF}},
-        .folder = {}};
+    // Each memory: name, base, size, page, buffer, blank.
+    const vqxsim::FirmwareConfig config{.regions = {{"FLASH", 0x10000000, 0x2000, 512, 0x800, 0xFF},
+                                                    {"BANKB", 0x10002000, 0x1000, 64, 0x100, 0x00},
+                                                    {"MORVI", 0x14000000, 0x1000, 256, 0x80, 0xFF},
+                                                    {"TOP", 0xFFFFFF00, 0x100, 16, 0x80, 0xFF}},
+                                        .folder = {}};
     MemoryPort& port = memoryPort();
     port.toHost.clear();
     port.taken = 0;
@@ -67,7 +48,7 @@ std::uint32_t applySettings(unsigned settings) {
 
 void resetTool() {
     silenceOutput();
-    static std::FILE* const terminal = ::fmemopen(const_cast<char*>(answers.data()), answers.size(), "r");
+    static std::FILE* const terminal = ::fmemopen(answers.data(), answers.size(), "r");
     require(terminal != nullptr, "the answers can be read");
     std::rewind(terminal);
     stdin = terminal;
