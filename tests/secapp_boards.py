@@ -58,8 +58,9 @@ def board(name, *options):
     return simulator
 
 
-def run(status, *words, **keywords):
-    ended = subprocess.run([secapp_boards, *words], timeout=120, text=True, capture_output=True,
+def run(status, *words, output="", **keywords):
+    command = ["sh", "-c", f'exec "$0" "$@" {output}', secapp_boards, *words]
+    ended = subprocess.run(command, timeout=120, text=True, capture_output=True,
                            errors="surrogateescape", check=False, **keywords)
     if ended.returncode != status:
         sys.exit(f"{words}: status {ended.returncode} instead of {status}\n"
@@ -165,7 +166,8 @@ def files_and_names():
     write({"settings/config": "--dry-run\n", "settings/.parallel/config": "--dry-run\n"})
     settings = {"PARALLEL": "--shellquote", "PARALLEL_SHELL": "/bin/false", "SHELL": "/bin/false",
                 "PARALLEL_ENV": "exit 0\1", "PARALLEL_HOME": f"{here}/settings",
-                "HOME": f"{here}/settings"}
+                "HOME": f"{here}/settings",
+                "PATH": f"../{os.path.relpath(programs)}:{path}"}
     run(0, "../script", "../good 1", "-v", "serial=1", "--image", "../image", "--secapp",
         "./tested_secapp", cwd="bin", env={**os.environ, **settings})
     holds("good 1", IMAGE)
@@ -279,6 +281,8 @@ def reports():
     words = ("good 1", "--json", "--secapp", SECAPP)
     expect("an early end", {"good 1": ("failed", 0, "secapp did not run the script to its end")},
            rows(run(1, "help", *words, "--force").stdout))
+    for output in (">&-", ">/dev/full"):
+        expect(output, "standard output: ", run(1, "hello", *words, output=output).stderr)
     expect("a warning", "only:1: warning: no verify of 'image'", run(0, "only", *words).stderr)
     output = run(0, "script", *words, "--image", "image", "-v", "serial=1", "--identify").stdout
     expect("the identity", "Serial = 5a100000-00000001-00c0ffee-20240229; USB vendor",
@@ -293,7 +297,8 @@ def rehearsal():
     """If the script does not fit one kind of board, all are only asked for their memories."""
     small = board("small", "--region", "MORVI,base=0x1000,size=64K,page=256,buffer=4K")
     write({"special": "unlockSpecial\n" + FILE, "small.bin": os.urandom(9000)})
-    words = ("good 1", "good 2", "small", "--json", "--secapp", "recording_secapp", "--rehearse")
+    words = ("good 1", "good 2", "small", "--json", "--secapp", "recording_secapp -e n",
+             "--rehearse")
     output = run(1, "special", *words, "--accept", "unlockSpecial", "-v", "file=image").stdout
     got = rows(output)
     expect("the row of the small one", "on its twin: Binary image image", got.pop("small")[2])
@@ -344,9 +349,12 @@ def killed():
     for victim in ("parallel", "itself"):
         write({"pids": ""})
         words = ("--logs", f"killed {victim}", "--json")
-        running = start(secapp_boards, "script", "good 1", "slow", "--image", "image", "-v",
-                        "serial=1", *words, "--secapp", "waiting_secapp", stdout=subprocess.PIPE,
-                        stderr=subprocess.DEVNULL, text=True)
+        # Without standard output, GNU parallel must still hold the lock.
+        output = ">&-" if victim == "itself" else ""
+        running = start("sh", "-c", f'exec "$0" "$@" {output}', secapp_boards, "script", "good 1",
+                        "slow", "--image", "image", "-v", "serial=1", *words, "--secapp",
+                        "waiting_secapp", stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                        text=True)
         wait_until(lambda: read("pids").count("\n") == 2
                    and " end 0\n" in read(f"killed {victim}/1-good_1.log"))
         child = read(f"/proc/{running.pid}/task/{running.pid}/children").split()[0]
@@ -467,7 +475,8 @@ with tempfile.TemporaryDirectory() as temporary:
     os.symlink(programs / "secapp", "bin/tested_secapp")
     write_program("recording_secapp", f'echo "$@" >>{os.getcwd()}/ran; exec {SECAPP} "$@"')
     write_program("waiting_secapp", f'echo $$ >>{os.getcwd()}/pids; exec {SECAPP} "$@"')
-    os.environ["PATH"] = f"{os.getcwd()}/bin:{programs}:{os.environ['PATH']}"
+    path = os.environ["PATH"]
+    os.environ["PATH"] = f"{os.getcwd()}/bin:{programs}:{path}"
     write({"script": SCRIPT, "image": IMAGE})
     try:
         for check in (documented, many_boards, files_and_names, refusals, records, reports,
