@@ -15,7 +15,7 @@ using namespace fuzzing;
 
 namespace {
 
-/// A pipe takes no more at once.
+/// A pipe accepts no more in one write.
 constexpr std::size_t pipeRoom = 60000;
 
 std::string shown;
@@ -24,7 +24,7 @@ void keepShown(secapp::HandlerData& /*record*/, std::string_view text, bool addN
     shown.append(text).append(addNewline ? "\n" : "");
 }
 
-/// The descriptor of a port that gives these bytes and is then gone.
+/// The descriptor of a port that sends these bytes and then vanishes.
 int portWith(std::string_view bytes) {
     int ends[2] = {-1, -1};
     require(::pipe(ends) == 0, "a pipe can be made");
@@ -34,8 +34,8 @@ int portWith(std::string_view bytes) {
     return ends[0];
 }
 
-/// Takes the next line off the bytes, or as much of an over-long one as the reader holds; none without its
-/// end.
+/// Removes the next line from the bytes, or the first piece of a line over the limit. Empty without the end
+/// of the line.
 std::optional<std::string> takeLine(std::string_view& bytes) {
     constexpr auto limit = static_cast<std::size_t>(secapp::answerLineLimit);
     const std::size_t end = bytes.find_first_of(std::string_view("\r\n\0", 3));
@@ -68,7 +68,7 @@ secapp::ErrorText takeAnswer(std::string_view& bytes, std::string& kept, bool& e
     return std::strerror(EIO);
 }
 
-/// Sets what a line "key = value" of a region list says; false when the list ends with it.
+/// Applies a line "key = value" of a list of memories; false when the list ends with it.
 bool applyLine(const std::string& line, secapp::FlashList& list) {
     const std::size_t equals = line.find('=');
     const std::string key = lowered(stripped(line.substr(0, equals)));
@@ -76,8 +76,8 @@ bool applyLine(const std::string& line, secapp::FlashList& list) {
         return false;
     if (equals == std::string::npos)
         return true;
-    const std::string behind = line.substr(equals + 1);
-    const std::string value = stripped(behind.substr(0, behind.find('=')));
+    const std::string rest = line.substr(equals + 1);
+    const std::string value = stripped(rest.substr(0, rest.find('=')));
     const std::uint32_t number = referenceNumber(value).value;
     if (key == "number of flash devices")
         list.declaredCount = number;
@@ -127,8 +127,8 @@ void checkRegions(std::string_view text) {
 
 } // namespace
 
-/// Any bytes come from the target: all answers in them are read and held against a reading of the whole, and
-/// what was kept is read as a list of regions, as are the bytes themselves.
+/// The target sends any bytes. Reads all answers in them, and the bytes and the kept lines as lists of
+/// memories, and compares the results with a second implementation.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     silenceOutput();
     std::string_view rest = textOf(data, std::min(size, pipeRoom));

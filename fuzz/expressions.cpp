@@ -83,12 +83,7 @@ bool looksNumeric(std::string_view text) {
                        [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
 }
 
-} // namespace
-
-/// Any text is evaluated as an address expression, with regions at hand, and held against another way of
-/// doing it.
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view text = textOf(data, size);
+void check(std::string_view text) {
     Reference reference{text, {}};
     const std::optional<std::uint64_t> expected = reference.sum(text);
 
@@ -103,5 +98,18 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(!secapp::decode(text, number) == expectedNumber.isWhole, "which numbers are refused");
     require(number == expectedNumber.value, "the value of a number");
     require(secapp::isNumeric(text) == looksNumeric(text), "which texts count as fill values");
+}
+
+} // namespace
+
+/// Evaluates each line as an address expression and as a number, and compares the results with a second
+/// implementation.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view text = textOf(data, size);
+    for (std::size_t at = 0; at <= size;) {
+        const std::size_t end = std::min(text.find('\n', at), size);
+        check(text.substr(at, end - at));
+        at = end + 1;
+    }
     return 0;
 }

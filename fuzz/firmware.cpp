@@ -12,10 +12,10 @@ using vqxsim::RequestKind;
 
 namespace {
 
-/// In the input: the host is silent for longer than the firmware's silenceTimeout.
+/// In the input: the host is silent for longer than the firmware waits.
 constexpr char silenceByte = '\x01';
 
-/// Beyond twice its request, which it may repeat and print, no answer is longer than this.
+/// The most bytes of an answer besides its request, which it may contain twice.
 constexpr std::size_t answerRoom = 8192;
 
 /// More requests in one input only cost time.
@@ -23,15 +23,14 @@ constexpr int requestLimit = 60;
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// What a host can change. Sizes that are no multiples of anything show whether memory behind a region is
-/// used.
+/// The contents that a host can change. Odd sizes show whether bytes after the end of a memory are used.
 struct State {
     std::vector<Bytes> regions;
     Bytes buffer;
     bool operator==(const State&) const = default;
 };
 
-/// The content without touching anything, which would change what the memory does next.
+/// The content, read without the functions that mark blocks as touched.
 Bytes contentOf(const vqxsim::SparseMemory& memory) {
     constexpr std::size_t blockSize = 0x10000;
     constexpr std::size_t pageSize = 4096;
@@ -44,9 +43,9 @@ Bytes contentOf(const vqxsim::SparseMemory& memory) {
             std::fill_n(content.data() + start, length, memory.fillValue[start / blockSize]);
     }
     const std::uint8_t* const end = memory.bytes.get() + content.size();
-    const std::size_t behind = (pageSize - content.size() % pageSize) % pageSize;
-    require(std::all_of(end, end + behind, [](std::uint8_t byte) { return byte == 0; }),
-            "the memory behind a region is untouched");
+    const std::size_t padding = (pageSize - content.size() % pageSize) % pageSize;
+    require(std::all_of(end, end + padding, [](std::uint8_t byte) { return byte == 0; }),
+            "the bytes after a memory are untouched");
     return content;
 }
 
@@ -145,7 +144,7 @@ void startFuzzed(Firmware& firmware) {
 
 } // namespace
 
-/// Any bytes reach the simulated firmware. After each request its memory and its answer are what they may be.
+/// The simulated firmware receives any bytes. Checks its memory and its answer after each request.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Firmware firmware;
     startFuzzed(firmware);

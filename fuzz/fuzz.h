@@ -5,24 +5,24 @@
 #include <string>
 #include <string_view>
 
-/// What every fuzz target is: runs one input. Each room beside this one that defines it is one target; a
-/// fuzzer or the replay of the corpus drives it.
+/// Runs one input. Each source file that defines it is one fuzz target; a fuzzer or the replay of the corpus
+/// calls it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace fuzzing {
 
-/// Ends the program with the text when something that must hold does not.
+/// Ends the program with the text if the condition is false.
 void require(bool holds, const char* what);
 
-/// Sends what the tool writes to its standard output and standard error to nowhere; reports of the
-/// sanitizers, of the fuzzer and of `require` still appear.
+/// Discards what secapp writes to standard output and standard error; the reports of the sanitizers, of the
+/// fuzzer and of `require` still appear.
 void silenceOutput();
 
 [[nodiscard]] inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-/// A number as the tool must read it, worked out digit by digit.
+/// A number as secapp must read it.
 struct Number {
     std::uint32_t value = 0;
     bool isWhole = false; ///< nothing but the number was there, and it fits

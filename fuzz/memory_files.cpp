@@ -27,7 +27,7 @@ std::optional<std::string> madeImage(std::string_view name) {
 
 } // namespace fuzzing
 
-// Stands in for that room of the tool: a fuzzer must not read whatever files its inputs happen to name.
+// Replaces the module support/file of secapp: a fuzzer must not read the files that its inputs name.
 namespace secapp {
 namespace {
 

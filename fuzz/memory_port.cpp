@@ -29,7 +29,7 @@ ssize_t readPort(int /*handle*/, void* buffer, std::size_t size) {
     }
     std::memcpy(buffer, port.toHost.data() + port.taken, count);
     port.taken += count;
-    // As the settings of a real port have it.
+    // As a port with ICRNL does.
     std::replace_if(
         static_cast<char*>(buffer), static_cast<char*>(buffer) + count, [](char c) { return c == '\r'; },
         '\n');
@@ -49,7 +49,7 @@ int pollPort(pollfd* port, nfds_t /*count*/, const timespec* /*limit*/, const si
 }
 
 int waitingBytes(int /*handle*/, int& bytes) {
-    bytes = 1; // whoever reads is answered at once
+    bytes = 1; // so that secapp reads without waiting
     return 0;
 }
 
@@ -64,7 +64,7 @@ const char* memoryDevice() {
     // Sleeping would only cost time.
     secapp::setClockCalls({.now = secapp::systemClockCalls.now, .sleep = [](std::uint32_t) {}});
     secapp::setPortCalls({.read = readPort, .write = writePort, .poll = pollPort, .waiting = waitingBytes});
-    // One of this process's own: the tool locks it.
+    // A terminal of this process, because secapp locks it.
     static const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
     require(::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0, "there is a terminal to open");
     return ::ptsname(terminal);

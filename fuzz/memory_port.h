@@ -4,22 +4,22 @@
 
 namespace fuzzing {
 
-/// A simulated target in memory. Nobody waits for it: a target that has nothing to say is silent for as long
-/// as it takes to make its firmware act, and after that it is gone.
+/// A simulated target in memory. No read waits: if the target has nothing to send, its firmware's time-out
+/// occurs, and after that the device is gone.
 struct MemoryPort {
     vqxsim::Firmware firmware;
-    /// Answers, and how much of them the tool has read.
+    /// Answers, and the number of their bytes that secapp has read.
     std::string toHost;
     std::size_t taken = 0;
-    /// The most bytes that the port takes at once.
+    /// The most bytes that the port accepts in one write.
     std::size_t writeLimit = 4096;
 };
 [[nodiscard]] MemoryPort& memoryPort();
 
-/// The device that the tool must open: every byte of its port then goes to the memory port, or comes from it.
+/// The path that secapp must open; its port then reads from and writes to the memory port.
 [[nodiscard]] const char* memoryDevice();
 
-/// The image that a name such as "image513" stands for, that many bytes long; none for other names.
+/// The image with a name such as "image513", which gives its size in bytes; empty for other names.
 [[nodiscard]] std::optional<std::string> madeImage(std::string_view name);
 
 } // namespace fuzzing

@@ -50,7 +50,7 @@ Number readDigits(std::string_view text, unsigned base) {
 void require(bool holds, const char* what) {
     if (holds)
         return;
-    // Not the stream: it may be silenced.
+    // Not through stderr, which may be silenced.
     ::dprintf(2, "Does not hold: %s\n", what);
     std::abort();
 }

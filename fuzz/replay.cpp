@@ -5,7 +5,7 @@
 #include <iostream>
 #include <iterator>
 
-/// Runs a fuzz target on every file of the folder that the argument names.
+/// Runs a fuzz target on every file of a directory.
 int main(int argc, char** argv) {
     const std::filesystem::path folder(argc > 1 ? argv[1] : "");
     int inputs = 0;

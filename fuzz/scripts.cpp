@@ -62,8 +62,8 @@ bool isQuiet(const MemoryPort& port) {
     return port.taken == port.toHost.size() && port.firmware.line.empty() && !port.firmware.burst;
 }
 
-/// What a successful command with a plain address promised: the target holds the image, or the region is
-/// blank from there on.
+/// Checks the promise of a successful command with a plain address: the target holds the image, or the memory
+/// is blank from there to its end.
 void checkPromise(std::string_view command) {
     std::vector<std::string> words;
     while (const auto word = secapp::nextWord(command))
@@ -75,7 +75,7 @@ void checkPromise(std::string_view command) {
         return;
     const std::optional<std::uint64_t> address = vqxsim::parseNumber(words.back());
     const std::optional<std::string> image = transfers ? madeImage(words[1]) : std::nullopt;
-    // The rest of such commands needs a second evaluation of expressions.
+    // Others would need a second evaluation of expressions.
     if (!address || !words.back().starts_with("0x") || *address > UINT32_MAX || (transfers && !image))
         return;
     vqxsim::Flash& flash = memoryPort().firmware.flash;
@@ -95,7 +95,7 @@ void checkPromise(std::string_view command) {
                 "success means that the region is blank");
 }
 
-/// Runs one command and checks what must hold after any; false when it failed.
+/// Runs one command and checks the rules for all commands; false when it failed.
 bool runCommand(secapp::HandlerData& record, std::string_view command, std::uint32_t echoFlags) {
     const bool quiet = isQuiet(memoryPort());
     const std::optional<std::string> text =
@@ -115,8 +115,8 @@ bool runCommand(secapp::HandlerData& record, std::string_view command, std::uint
 
 } // namespace
 
-/// The first byte chooses settings, the rest is a script. It runs, until a command fails, against a simulated
-/// target in memory.
+/// The first byte chooses settings, the rest is a script. Runs it on a simulated target in memory until a
+/// command fails.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0)
         return 0;
@@ -126,7 +126,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     secapp::HandlerData record;
     record.port->deviceName = memoryDevice();
     std::string script(textOf(data + 1, size - 1));
-    // A script line with a zero byte is refused before it comes to this.
+    // secapp refuses a script line with a zero byte earlier.
     std::replace(script.begin(), script.end(), '\0', ' ');
     std::string_view rest = script;
     for (int commands = 0; commands < commandLimit; ++commands) {
