@@ -1,7 +1,8 @@
-"""What the tool must say to a target, and what a simulated target's log tells of it.
+"""The requests that secapp must send to a target, and the log of a simulated target.
 
-The commands below are a model of the tool that knows nothing of its code. Each is a generator: it gives the requests that
-must be sent, one after the other, is sent a `Reply` for each, and raises `Failed` when the command must fail."""
+The commands below are a model of secapp that is independent of its code. Each is a generator: it
+yields the requests that must be sent, one after the other, receives an `Answer` to each, and raises
+`Failed` when the command must fail."""
 
 import re
 
@@ -12,54 +13,56 @@ LINE_LIMIT = 16384
 EDGES = re.compile(r"^(?: |\\x09|\\x0b|\\x0c)+|(?: |\\x09|\\x0b|\\x0c)+$")
 OK = "VQX_OK"
 
-# What the words of pass-through commands evaluate to, and whether a region's name is in them.
-VALUES = {"FLASH": (BASE, True), "flash+28": (BASE + 28, True), "FLASH+4*8": (BASE + 32, True), "2+FLASH": (BASE + 2, True),
-          "NOSUCH": (None, True), "0x99999999": (0x99999999, False), "0x100000": (0x100000, False), "64": (64, False),
-          "8": (8, False), "7": (7, False), "0": (0, False), "1/0": (None, False), "1-2": (2**64 - 1, False),
-          "FLASH*4096": (BASE * 4096, True), "+5": (None, False)}
+# The values of the words of pass-through commands, and whether a memory's name is in them.
+VALUES = {"FLASH": (BASE, True), "flash+28": (BASE + 28, True), "FLASH+4*8": (BASE + 32, True),
+          "2+FLASH": (BASE + 2, True), "FLASH*4096": (BASE * 4096, True), "NOSUCH": (None, True),
+          "0x99999999": (0x99999999, False), "0x100000": (0x100000, False), "64": (64, False),
+          "8": (8, False), "7": (7, False), "0": (0, False), "1-2": (2**64 - 1, False),
+          "1/0": (None, False), "+5": (None, False)}
 
 
 class Failed(Exception):
-    """The command in hand must fail, with this text."""
+    """The current command must fail, with this text."""
 
 
 class Refused(Failed):
     """The target refused a request, with this text."""
 
 
-class Reply:
-    """What the tool gets for a request: the lines that it keeps, or only the first few of them when it is not sure that
-    they came, and what they must lead to, if anything."""
+class Answer:
+    """The answer to a request: the lines that secapp keeps, the failure that must follow, if any,
+    and whether secapp must have received all lines, not only the first few."""
 
-    def __init__(self, lines, failure=None, sure=True):
-        self.lines, self.failure, self.sure = lines, failure, sure
+    def __init__(self, lines, failure=None, complete=True):
+        self.lines, self.failure, self.complete = lines, failure, complete
 
 
-class Host:
-    """The state of the model: the settings, what was shown, and what the target's memory must hold."""
+class HostModel:
+    """The state of the model: the settings, the expected output and memory of the target."""
 
     def __init__(self, case):
         self.case = case
-        self.output = []  # texts; a list among them holds the lines of which only the first few may have come
+        self.output = []  # texts; a list among them has lines of which only the first few may come
         self.memory = bytearray(case["before"])
-        self.unseen = set()  # addresses of bits that did not take, which nobody has verified since
-        self.patient = False  # whether an answer is awaited without limit
+        self.undetected = set()  # addresses of stuck bits that no verify has read since
+        self.has_timeout = True  # of the answers
 
     def ask(self, request, shown=True):
-        """Sends a request and gives the lines of its answer."""
-        reply = yield request
+        """Sends a request and returns the lines of its answer."""
+        answer = yield request
         if shown:
-            self.output += [line + "\n" for line in reply.lines] if reply.sure else [reply.lines]
-        if reply.failure:
-            raise reply.failure
-        return reply.lines
+            lines = [line + "\n" for line in answer.lines]
+            self.output += lines if answer.complete else [answer.lines]
+        if answer.failure:
+            raise answer.failure
+        return answer.lines
 
     def write(self, address, data):
         self.memory[address - BASE:address - BASE + len(data)] = data
 
 
 def query(host, shown=False):
-    """Asks for the regions, between debug options that the target may refuse."""
+    """Asks for the memories, between debug options that the target may refuse."""
     yield from debug_options(host, host.case["debug"], shown)
     yield from host.ask("queryFlash", shown)
     yield from debug_options(host, 7, shown)
@@ -74,7 +77,7 @@ def debug_options(host, number, shown):
 
 
 def pass_through(host, word, *arguments):
-    """Words with names are evaluated with the regions, which are asked for once, and again when they were refused."""
+    """Evaluates words with names; asks for the memories once, and again if the target refused."""
     known, line = False, word
     for argument in arguments:
         value, named = VALUES[argument]
@@ -96,11 +99,11 @@ def blank_check(host):
 def erase(host, item, offset):
     yield from query(host)
     host.output.append(f"Erasing {item} ")
-    host.patient = True
+    host.has_timeout = False
     try:
         yield from host.ask(f"eraseFlash {BASE + offset:x}")
     finally:
-        host.patient = False
+        host.has_timeout = True
         host.output.append("... completed in 0.000s\n")
     host.write(BASE + offset, b"\xff" * (FLASH_SIZE - offset))
 
@@ -109,23 +112,28 @@ def target_info(host):
     answer = yield from host.ask("queryPart", False)
     part = dict(re.split(r"\s*=\s*", line, maxsplit=1) for line in answer if "=" in line)
     if "Partid" in part:
-        host.output.append(f"{part.get('Decode', '')} PartID: {part['Partid']} Clock: {part.get('Core clock', '')}Hz\n")
+        host.output.append(f"{part.get('Decode', '')} PartID: {part['Partid']} "
+                           f"Clock: {part.get('Core clock', '')}Hz\n")
     yield from query(host)
     identity = yield from host.ask("queryID", False)
-    host.output.append(f"FLASH: 0x{BASE:08x}-0x{BASE + FLASH_SIZE - 1:08x} ({FLASH_SIZE // 1024}K bytes) PageSize: "
-                       f"0x{host.case['page']:x}\nID: " + "".join(line + "\n" for line in identity) + "\n")
+    host.output.append(f"FLASH: 0x{BASE:08x}-0x{BASE + FLASH_SIZE - 1:08x} "
+                       f"({FLASH_SIZE // 1024}K bytes) PageSize: 0x{host.case['page']:x}\n"
+                       "ID: " + "".join(line + "\n" for line in identity) + "\n")
 
 
 def words_of(data, pad=b"\xff"):
-    """The words of the data; `pad` is what the last one lacks."""
+    """The 32-bit words of the data; `pad` completes the last one."""
     data += pad * (-len(data) % 4)
     return [int.from_bytes(data[at:at + 4], "little") for at in range(0, len(data), 4)]
 
 
 def with_check_word(image):
-    """The image as it is once its eighth word makes the first eight add up to zero; a shorter one has none."""
+    """The image with an eighth word that makes the sum of the first eight zero; a shorter image is
+    returned unchanged."""
+    if len(image) < 32:
+        return image
     total = sum(words_of(image[:28]))
-    return image if len(image) < 32 else image[:28] + (-total % 2**32).to_bytes(4, "little") + image[32:]
+    return image[:28] + (-total % 2**32).to_bytes(4, "little") + image[32:]
 
 
 def with_word_from_target(host, image, address):
@@ -137,7 +145,7 @@ def with_word_from_target(host, image, address):
 
 
 def encode(host, chunk, burst, pad):
-    """Carries a chunk into the target's buffer, in bursts or in lines of words."""
+    """Sends a chunk to the target's buffer, in bursts or in lines of words."""
     if host.case["encoder"] == 1:
         for at in range(0, len(chunk), burst):
             data = chunk[at:at + burst]
@@ -154,23 +162,26 @@ def encode(host, chunk, burst, pad):
 def download(host, image, check):
     size = host.case["limit"] or 32768
     if check and size < 32 <= len(image):
-        raise Failed(f"The check word of an image does not fit a transfer buffer of {size} bytes")
+        raise Failed("The check word of an image does not fit a transfer buffer of "
+                     f"{size} bytes")
     if check:
         image = with_check_word(image)
     for at in range(0, len(image), size):
         yield from host.ask(f"dataSet {size // 4:x} 0")
         yield from encode(host, image[at:at + size], size, b"\0")
     yield from host.ask(f"dataSet {size // 4:x} 0")
-    host.output.append(f"\nDownloaded {len(image)} bytes to 0x0 in 0.000s (0.000KB/sec)\n")
+    host.output.append(f"\nDownloaded {len(image)} bytes to 0x0 in 0.000s "
+                       "(0.000KB/sec)\n")
 
 
 def transfer(host, word, image, offset, check="", width=1):
-    """Programs or verifies: buffer by buffer, each committed before the next one is begun."""
+    """Programs or verifies one buffer after the other."""
     page, buffer = host.case["page"], host.case["buffer"]
     address, staged = BASE + offset, b""
     yield from query(host)
     if buffer % width and width % buffer:
-        raise Failed(f"Fill width {width} does not fit the buffer of memory FLASH ({buffer} bytes)")
+        raise Failed(f"Fill width {width} does not fit the buffer of memory FLASH "
+                     f"({buffer} bytes)")
     if check == "+c":
         image = with_check_word(image)
     if check == "+i" and image:
@@ -182,39 +193,41 @@ def transfer(host, word, image, offset, check="", width=1):
             if word == "program":
                 host.write(address, staged.ljust(pages * page, b"\xff"))
             else:
-                host.unseen -= set(range(address, address + pages * page))
+                host.undetected -= set(range(address, address + pages * page))
             address += len(staged)
         yield from host.ask(f"dataSet {buffer // 4:x} ff")
         staged = image[at:at + buffer]
         yield from encode(host, staged, host.case["limit"] or buffer, b"\xff")
     done = "Programmed" if word == "program" else "Verified"
-    host.output.append(f"\n{done} {len(image)} bytes to 0x{BASE + offset:x} in 0.000s (0.000KB/sec)\n")
+    host.output.append(f"\n{done} {len(image)} bytes to 0x{BASE + offset:x} in 0.000s "
+                       "(0.000KB/sec)\n")
 
 
 class Exchange:
-    """A request as the log has it, the faults that struck it, and its answer: the lines that the tool must keep, and the
-    status, an error's text or `OK`, or None when no status came to its end."""
+    """A request as the log shows it, the faults that occurred, and its answer: the lines that
+    secapp must keep, and the status: an error's text, `OK`, or None without a complete status."""
 
     def __init__(self, stamp, request):
         self.stamp, self.request, self.faults = float(stamp), request, []
         self.lines, self.status, self.longest = [], None, 0
 
-    def take(self, text, flood_lines):
-        """Takes a line of the log that belongs to the answer; it shows line ends other than CR LF in hexadecimal."""
+    def add_text(self, text, flood_lines):
+        """Adds a line of the log to the answer. Line ends other than CR LF are hexadecimal."""
         flood = re.fullmatch(r"\[flood of (\d+) bytes\]", text)
         if flood and "ignored" in dict(self.faults):
             lines = []
         elif flood:
             length, step = int(flood[1]), 64 if flood_lines else LINE_LIMIT
-            lines = ["f" * min(62 if flood_lines else step, length - at) for at in range(0, length, step)]
+            lines = ["f" * min(62 if flood_lines else step, length - at)
+                     for at in range(0, length, step)]
         else:
             lines = [EDGES.sub("", line) for line in re.split(r"\\x0d|\\x0a|\\x00", text)]
         for line in lines:
             self.longest = max(self.longest, len(line))
             if self.status is None and line and not line.startswith("="):
-                self.keep(line)
+                self.add(line)
 
-    def keep(self, line):
+    def add(self, line):
         if line.startswith(OK):
             self.status = OK
             return
@@ -224,28 +237,28 @@ class Exchange:
 
 
 def read_log(log, flood_lines):
-    """The exchanges of a log, the kinds of the faults that struck, when the device vanished, if it did, and whether it hung in
-    the middle of a request to the end."""
-    exchanges, struck, unplugged, early = [], [], None, []
+    """The exchanges of a log, the kinds of the faults that occurred, when the device vanished, if
+    it did, and whether the target hung in the middle of a request to the end."""
+    exchanges, occurred, unplugged, early = [], [], None, []
     for stamp, sort, text in re.findall(r"^([\d.]+) (?:\d+ )?([>!<#]) (.*)$", log, re.M):
         fault = re.fullmatch(r"(exchange \d+, )?(\w+): (.*)", text) if sort == "!" else None
         if sort == ">":
             exchanges.append(Exchange(stamp, text))
             exchanges[-1].faults, early = early, []
         elif sort == "<" and exchanges:
-            # The line feed behind a status in single bytes may still be on its way when the next request comes.
+            # The line feed after a status in single bytes can arrive after the next request.
             before = exchanges[-2:][0]
             late = before.status is None and "split" in dict(before.faults)
-            (before if late else exchanges[-1]).take(text, flood_lines)
+            (before if late else exchanges[-1]).add_text(text, flood_lines)
         elif fault:
-            struck.append(fault[2])
+            occurred.append(fault[2])
             if fault[1]:
                 exchanges[-1].faults.append((fault[2], fault[3]))
             elif fault[2] == "hang":
-                early.append((fault[2], fault[3]))  # It struck at a byte of the request that comes next.
+                early.append((fault[2], fault[3]))  # at a byte of the next request
         elif text == "unplugged":
             unplugged = float(stamp)
     for exchange in exchanges:
         if {"cut", "noend"} & dict(exchange.faults).keys():
-            exchange.status = None  # A line that does not end brings no status.
-    return exchanges, struck, unplugged, bool(early)
+            exchange.status = None  # A line that does not end is not a status.
+    return exchanges, occurred, unplugged, bool(early)
