@@ -1,9 +1,12 @@
 #include "harness.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "link/ports.h"
@@ -29,6 +32,26 @@ termios unusual(termios settings) {
     settings.c_cc[VTIME] = 3;
     settings.c_cc[VEOF] = 9;
     return settings;
+}
+
+// Starts a process with record locks on the file, the newest ones in the list of each processor.
+pid_t lockInAnotherProcess(int file) {
+    const pid_t process = fork();
+    if (process == 0) {
+        for (int cpu = 0; cpu < CPU_SETSIZE; cpu++) {
+            cpu_set_t set;
+            CPU_ZERO(&set);
+            CPU_SET(cpu, &set);
+            struct flock lock {
+                .l_type = F_WRLCK, .l_whence = SEEK_SET, .l_start = cpu, .l_len = 1, .l_pid = 0
+            };
+            if (sched_setaffinity(0, sizeof set, &set) == 0)
+                fcntl(file, F_SETLK, &lock);
+        }
+        raise(SIGSTOP);
+    }
+    waitpid(process, nullptr, WUNTRACED);
+    return process;
 }
 
 TEST_F(Link, SendsCommandLinesAndGainsControl) {
@@ -261,13 +284,11 @@ TEST_F(Link, RefusesAPortThatAnotherHostHolds) {
     const int other = open(board.port().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0) << "opened elsewhere without a lock";
     ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
-    // Two locks on unrelated files, and locks of another kind on the port, newer than the holder's on each
-    // processor's list.
-    const Result r = run("exec 8>a 9>b 7<>$PORT; flock 8; flock -s 9; exec python3 -c 'import fcntl, os\n"
-                         "for cpu in os.sched_getaffinity(0):\n"
-                         "    os.sched_setaffinity(0, {cpu})\n"
-                         "    fcntl.lockf(7, fcntl.LOCK_EX, 1, cpu)\n"
-                         "os.execvp(\"secapp\", [\"secapp\", \"-d\", \"'$PORT'\", \"hello\"])'");
+    // Two locks on other files, and locks of another kind on the port.
+    const pid_t locker = lockInAnotherProcess(other);
+    const Result r = run("exec 8>a 9>b; flock 8; flock -s 9; exec secapp -d $PORT hello");
+    kill(locker, SIGKILL);
+    waitpid(locker, nullptr, 0);
     EXPECT_EQ(r.status, 255);
     EXPECT_EQ(r.err, board.port() + ": Device or resource busy\nHeld by secapp_tests (process " +
                          std::to_string(getpid()) + ")\n");
