@@ -213,14 +213,14 @@ def refusals():
             (1, "script:1: error: 'srec'", "script", "good 1", *image, "--image", "srec"),
             (1, "script:1: error: '[image]'", "script", "good 1", "-v", "serial=1"),
             (1, "lost:1: error: 'none.bin'", "lost", "good 1"),
-            (1, "file: error: [image] is not programmed or verified (good 1)", "file", "good 1",
+            (1, "file: error: [image] is not programmed or verified\n", "file", "good 1",
              *image, "-v", "file=image"),
             (1, f"the script names {os.getcwd()}/a.bin: ", "outside", "good 1"),
             (1, "fifo is not a regular file", "file", "good 1", "-v", "file=fifo"),
             (1, "image is given twice", "script", "good 1", *image, "-v", "image=a.bin"),
             (1, "image is given twice", "script", "--boards", "image.csv", *image),
             (1, "none: command not found", "script", "good 1", *image, "--secapp", "none"),
-            (1, "bin cannot be made: Directory not empty", "script", "good 1", *image, "--logs",
+            (1, "bin is not empty", "script", "good 1", *image, "--logs",
              "bin"),
             (1, "board.csv:1: must name the columns", "script", "--boards", "board.csv"),
             (1, "empty.csv:2: serial is empty", "script", "--boards", "empty.csv"),
@@ -403,7 +403,7 @@ Port {port}
 IdentitiesOnly yes
 IdentityAgent none
 BatchMode yes
-LogLevel ERROR
+LogLevel INFO
 UserKnownHostsFile {folder}/known
 StrictHostKeyChecking no
 """})
@@ -411,7 +411,7 @@ StrictHostKeyChecking no
         os.makedirs("/run/sshd", exist_ok=True)
     settings = [f"Port={port}", "ListenAddress=127.0.0.1", f"HostKey={folder}/key_server",
                 f"AuthorizedKeysFile={folder}/keys", "StrictModes=no", "UsePAM=no",
-                "PermitRootLogin=yes", "PidFile=none"]
+                "PermitRootLogin=yes", "PidFile=none", f"Banner={folder}/key_server.pub"]
     with open("sshd.log", "w") as log:
         server = start(SSHD, "-D", "-e", "-f", "/dev/null",
                        *(f"-o{setting}" for setting in settings), stderr=log)
@@ -434,7 +434,8 @@ def remote_hosts():
            got.pop("/x@away")[2])
     expect("the rows", {f"{device}@here": ("good", 1500, ""),
                         "/none@here": ("failed", 0, "/none: No such file or directory"),
-                        "/x@bare": ("failed", 0, "tested_secapp: command not found on bare")}, got)
+                        "/x@bare": ("failed", 0, "bare cannot be used: tested_secapp: command not "
+                                                  "found")}, got)
     holds("good 3", pathlib.Path("20261126").read_bytes())
     expect("the files left on the host", [], os.listdir("home_here"))
     os.symlink("good 3", "link")
