@@ -57,10 +57,10 @@ void checkWordsPerLine() {
     std::exit(startFailure);
 }
 
-/// `lines` are those of the script file or of standard input.
+/// `lines` reads the script file or standard input; it is used only when a script is run.
 ScriptSource makeSource(const Options& options, LineSource& lines) {
     ScriptSource source;
-    source.batchSwitch = options.batchMode;
+    source.batchLineDue = options.batchMode;
     source.immediateLine = options.immediateLine;
     source.name = options.scriptPath.value_or(options.fromTerminal ? "Terminal" : "<Command line>");
     if (options.scriptPath || options.fromTerminal) {
@@ -109,7 +109,7 @@ void reportFailure(const ScriptSource& source, const FailedCommand& failure) {
     writeText(stderr, formatText("   Last target cmd: %s\n", getLastTargetCommand().c_str()));
 }
 
-void closePort(HandlerData& record) {
+void closeTargetPort(HandlerData& record) {
     if (record.port->handle == 0)
         return;
     debug_print("Closing %s", deviceName(record));
@@ -133,7 +133,7 @@ void closePort(HandlerData& record) {
     const std::optional<FailedCommand> failure = runScript(record, source, options.echoFlags);
     if (failure)
         reportFailure(source, *failure);
-    closePort(record);
+    closeTargetPort(record);
     if (failure)
         writeText(stderr, "Terminated with errors\n");
     if ((options.echoFlags & echoExitMask) != 0)

@@ -50,7 +50,7 @@ int printError(const std::string& text) {
     return failureStatus;
 }
 
-[[noreturn]] void show(std::string_view text) {
+[[noreturn]] void printAndExit(std::string_view text) {
     writeText(stdout, std::string(text) + "\n");
     exitProgram(cleanStatus);
 }
@@ -65,14 +65,14 @@ void addDefinition(CommandLine& commandLine, const char* argument) {
 }
 
 CommandLine parseCommandLine(int argc, char** argv) {
-    // CommandLine and words may be mixed, as for secapp.
+    // Options may follow file names, as for secapp.
     ::unsetenv("POSIXLY_CORRECT");
     CommandLine commandLine;
     for (int letter = 0; (letter = ::getopt_long(argc, argv, "hv:", longOptions, nullptr)) != -1;) {
         if (letter == 'h')
-            show(usageText);
+            printAndExit(usageText);
         if (letter == versionOption)
-            show("secapp-lint " SECAPP_VERSION " (Build " SECAPP_BUILD_NUMBER ")");
+            printAndExit("secapp-lint " SECAPP_VERSION " (Build " SECAPP_BUILD_NUMBER ")");
         if (letter == filesOption)
             commandLine.listsFiles = true;
         else if (letter == 'v')

@@ -13,7 +13,7 @@
 namespace secapp {
 namespace {
 
-/// A command line as read, without the target's memories.
+/// The arguments of a command line.
 struct FlashArguments {
     std::string command;
     std::uint32_t fillWidth = 4;
@@ -56,7 +56,7 @@ bool applyFlashOption(std::string_view option, FlashArguments& arguments, Checks
     return true;
 }
 
-/// Removes the option words from the line, and the first word after them, which it returns.
+/// Removes the option words and the word after them from the line; returns that word, empty if there is none.
 Result<std::optional<std::string_view>> takeOptions(std::string_view& line, FlashArguments& arguments,
                                                     ChecksumMode& checksumMode) {
     std::optional<std::string_view> word = nextWord(line);
@@ -78,7 +78,8 @@ ErrorText openImage(FlashArguments& arguments) {
 }
 
 /// Opens the file or evaluates the fill value.
-ErrorText readData(HandlerData& record, TransferDescriptor& descriptor, FlashArguments& arguments) {
+ErrorText openImageOrReadValue(HandlerData& record, TransferDescriptor& descriptor,
+                               FlashArguments& arguments) {
     if (!isNumeric(arguments.dataArgument))
         return openImage(arguments);
     const Result<std::uint64_t> value =
@@ -105,7 +106,7 @@ ErrorText readArguments(HandlerData& record, std::string_view line, const Handle
     if (takesData(descriptor.operation)) {
         if (!word)
             return formatError("%s: Missing filename or fill_value %s", command, commandUsage(entry).c_str());
-        if (ErrorText error = readData(record, descriptor, arguments))
+        if (ErrorText error = openImageOrReadValue(record, descriptor, arguments))
             return error;
         word = nextWord(line);
     }
@@ -118,12 +119,13 @@ ErrorText readArguments(HandlerData& record, std::string_view line, const Handle
     return std::nullopt;
 }
 
-/// The region of an address: the last one in the list that contains it and in which the image fits.
-Result<const FlashRegion*> regionOf(const FlashList& list, const FlashArguments& arguments,
-                                    const FlashTarget& target) {
-    const auto address = static_cast<std::int64_t>(target.address);
+/// The memory of an address: the last one in the list that contains the address and in which the image fits.
+Result<const FlashRegion*> memoryAt(const FlashList& list, const FlashArguments& arguments,
+                                    const FlashDestination& destination) {
+    const auto address = static_cast<std::int64_t>(destination.address);
     const std::int64_t imageSize = arguments.image ? arguments.image->size : 0;
-    const auto imageEnd = static_cast<std::uint32_t>(target.address + static_cast<std::uint64_t>(imageSize));
+    const auto imageEnd =
+        static_cast<std::uint32_t>(destination.address + static_cast<std::uint64_t>(imageSize));
     const FlashRegion* containing = nullptr;
     const FlashRegion* fitting = nullptr;
     for (const FlashRegion& region : list.regions) {
@@ -139,31 +141,32 @@ Result<const FlashRegion*> regionOf(const FlashList& list, const FlashArguments&
     if (fitting != nullptr)
         return fitting;
     if (containing == nullptr)
-        return formatError("No matching memory found %s (0x%" PRIx64 ")", target.item.c_str(),
-                           target.address);
-    return formatError(
-        "Binary image %s (size %" PRId64 ") is too large for memory %s (0x%" PRIx64 ", size %" PRIu32 ")",
-        arguments.dataArgument.c_str(), imageSize, target.item.c_str(), target.address, containing->size);
+        return formatError("No matching memory found %s (0x%" PRIx64 ")", destination.addressText.c_str(),
+                           destination.address);
+    return formatError("Binary image %s (size %" PRId64 ") is too large for memory %s (0x%" PRIx64
+                       ", size %" PRIu32 ")",
+                       arguments.dataArgument.c_str(), imageSize, destination.addressText.c_str(),
+                       destination.address, containing->size);
 }
 
 ErrorText checkPlacement(const FlashRegion& region, const TransferDescriptor& descriptor,
-                         const FlashArguments& arguments, const FlashTarget& target) {
+                         const FlashArguments& arguments, const FlashDestination& destination) {
     if (region.pageSize == 0)
         return formatError("Memory %s has no page size", region.name.c_str());
-    if (static_cast<std::int64_t>(target.address) % region.pageSize != 0)
+    if (static_cast<std::int64_t>(destination.address) % region.pageSize != 0)
         return formatError("Memory base address %s (0x%" PRIx64 ") is not page aligned (PageSize=0x%x)",
-                           target.item.c_str(), target.address, region.pageSize);
+                           destination.addressText.c_str(), destination.address, region.pageSize);
     if (descriptor.checksumMode == ChecksumMode::none)
         return std::nullopt;
     if (descriptor.checksumMode == ChecksumMode::fromTarget && descriptor.operation == Operation::program)
         return formatError("Cannot use checksum ignore option with %s command", arguments.command.c_str());
-    if (target.address != region.base)
+    if (destination.address != region.base)
         return formatError(
             "Checksum options may only be used when address is at the start of a flash region");
     return std::nullopt;
 }
 
-/// Takes the sizes of the transfer from its region.
+/// Sets the sizes of the transfer to those of its memory.
 void setSizes(const FlashRegion& region, TransferDescriptor& descriptor) {
     descriptor.regionSize = region.size;
     descriptor.pageSize = region.pageSize;
@@ -195,9 +198,9 @@ ErrorText checkChunks(const TransferDescriptor& descriptor, const FlashArguments
 }
 
 ErrorText setSource(HandlerData& record, TransferDescriptor& descriptor, const FlashArguments& arguments,
-                    const FlashRegion& region, FlashTarget& target) {
+                    const FlashRegion& region, FlashDestination& destination) {
     // A fill without a length ends at the end of the memory.
-    std::uint64_t length = region.size - (target.address - region.base);
+    std::uint64_t length = region.size - (destination.address - region.base);
     if (arguments.length) {
         const Result<std::uint64_t> given =
             evaluateExpression(record, descriptor.flashList, *arguments.length);
@@ -206,36 +209,36 @@ ErrorText setSource(HandlerData& record, TransferDescriptor& descriptor, const F
         length = *given;
     }
     if (arguments.image)
-        target.source = {.stream = arguments.image->stream.get(),
-                         .fileSize = arguments.image->size,
-                         .fileState = arguments.image->state};
+        destination.source = {.stream = arguments.image->stream.get(),
+                              .fileSize = arguments.image->size,
+                              .fileState = arguments.image->state};
     else
-        target.source = {.fillValue = arguments.fillValue,
-                         .fillRemaining = static_cast<std::uint32_t>(length),
-                         .fillWidth = arguments.fillWidth};
+        destination.source = {.fillValue = arguments.fillValue,
+                              .fillRemaining = static_cast<std::uint32_t>(length),
+                              .fillWidth = arguments.fillWidth};
     return std::nullopt;
 }
 
 ErrorText runAt(HandlerData& record, std::string_view item, const FlashArguments& arguments,
                 TransferDescriptor& descriptor) {
-    FlashTarget target;
-    target.item = item;
+    FlashDestination destination;
+    destination.addressText = item;
     const Result<std::uint64_t> address = evaluateExpression(record, descriptor.flashList, item);
     if (!address)
         return address.error();
-    target.address = *address;
-    const Result<const FlashRegion*> found = regionOf(*descriptor.flashList, arguments, target);
+    destination.address = *address;
+    const Result<const FlashRegion*> found = memoryAt(*descriptor.flashList, arguments, destination);
     if (!found)
         return found.error();
     const FlashRegion& region = **found;
-    if (ErrorText error = checkPlacement(region, descriptor, arguments, target))
+    if (ErrorText error = checkPlacement(region, descriptor, arguments, destination))
         return error;
     setSizes(region, descriptor);
     if (ErrorText error = checkChunks(descriptor, arguments, region))
         return error;
-    if (ErrorText error = setSource(record, descriptor, arguments, region, target))
+    if (ErrorText error = setSource(record, descriptor, arguments, region, destination))
         return error;
-    return runFlashOperation(record, descriptor, target);
+    return runFlashOperation(record, descriptor, destination);
 }
 
 } // namespace
@@ -251,9 +254,9 @@ ErrorText programVerifyEraseHandler(HandlerData& record, std::string_view text, 
     if (ErrorText error = getFlashInfo(record, descriptor.flashList))
         return error;
 
-    const bool everywhere = equalsIgnoringCase(*arguments.addresses, "all");
+    const bool allMemories = equalsIgnoringCase(*arguments.addresses, "all");
     const std::string addresses =
-        everywhere ? buildListOfFlashes(*descriptor.flashList) : *arguments.addresses;
+        allMemories ? buildListOfFlashes(*descriptor.flashList) : *arguments.addresses;
     std::string_view rest = addresses;
     while (const std::optional<std::string_view> item = nextPiece(rest, ","))
         if (ErrorText error = runAt(record, *item, arguments, descriptor))

@@ -11,9 +11,10 @@ namespace secapp {
 
 /// The address and the data of one flash operation; the sizes, the fill byte and the operation are in the
 /// command's descriptor.
-struct FlashTarget {
-    /// The address as written and its value.
-    std::string item;
+struct FlashDestination {
+    /// The address as written in the command.
+    std::string addressText;
+    /// Its value.
     std::uint64_t address = 0;
     /// Used by program and verify only.
     TransferSource source;
@@ -21,6 +22,6 @@ struct FlashTarget {
 
 /// Erases, blank-checks, programs or verifies at one address, as the descriptor's `operation` says.
 [[nodiscard]] ErrorText runFlashOperation(HandlerData& record, TransferDescriptor& descriptor,
-                                          FlashTarget& target);
+                                          FlashDestination& destination);
 
 } // namespace secapp

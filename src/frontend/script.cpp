@@ -42,7 +42,7 @@ ErrorText unrecognised(std::string_view text) {
     return formatError("Unrecognised command: %s", std::string(text).c_str());
 }
 
-/// Substitutes the variables and hands the command to the row of the table that matches its first word.
+/// Substitutes the variables and calls the handler whose row of the command table matches the first word.
 ErrorText callHandler(HandlerData& record, std::string_view commandText) {
     const std::optional<std::string> text = replaceVariables(scriptVariables(), commandText);
     if (!text)
@@ -58,8 +58,8 @@ ErrorText callHandler(HandlerData& record, std::string_view commandText) {
 } // namespace
 
 std::optional<std::string> getScriptLine(ScriptSource& source, const char* deviceName) {
-    if (deviceName != nullptr && source.batchSwitch) {
-        source.batchSwitch = false;
+    if (deviceName != nullptr && source.batchLineDue) {
+        source.batchLineDue = false;
         return "batchmode 1";
     }
     std::optional<std::string> line = std::exchange(source.immediateLine, std::nullopt);

@@ -17,19 +17,20 @@ struct ScriptSource {
     std::string name;
     /// Null when there is only the immediate line; not owned.
     LineSource* lines = nullptr;
-    /// The joined words of the command line, until they are returned.
+    /// The joined words of the command line, until `getScriptLine` returns them.
     std::optional<std::string> immediateLine;
-    /// Whether the next line is the generated one that switches the target's echo off.
-    bool batchSwitch = true;
+    /// Whether the next line is the generated "batchmode 1", which switches the target's echo off.
+    bool batchLineDue = true;
     /// Lines read so far; the generated one does not count.
     int lineCounter = 0;
 };
 
-/// The next line of the script, with its newline; empty at its end. `deviceName` may be null.
+/// The next line of the script, with its newline; empty at its end. The generated line is skipped if
+/// `deviceName` is null.
 [[nodiscard]] std::optional<std::string> getScriptLine(ScriptSource& source, const char* deviceName);
 
-/// One piece of a script line without the white space around it: its prefix, including the "#" of a comment,
-/// and the text after it. The prefix is 0 when there is none.
+/// One piece of a script line, which ";" separates from the next one: its prefix character, including the "#"
+/// of a comment, and the text after it, both without white space. The prefix is 0 when there is none.
 struct PrefixedCommand {
     char prefix = '\0';
     std::string_view command;
@@ -40,8 +41,8 @@ struct PrefixedCommand {
 [[nodiscard]] ErrorText runScriptCommand(HandlerData& runRecord, std::string_view commandText,
                                          std::uint32_t echoFlags);
 
-/// Confirms the command when pausing is on, substitutes the variables, finds the command's handler and calls
-/// it with a new record.
+/// Asks the user to confirm the command when pausing is on, substitutes the variables, finds the command's
+/// handler and calls it with a new record.
 [[nodiscard]] ErrorText processLine(HandlerData& runRecord, std::string_view commandText,
                                     std::uint32_t echoFlags);
 

@@ -6,7 +6,7 @@
 namespace secapp {
 namespace {
 
-std::size_t count(std::string_view text, std::string_view pattern) {
+std::size_t countOccurrences(std::string_view text, std::string_view pattern) {
     std::size_t found = 0;
     for (std::size_t at = text.find(pattern); at != std::string_view::npos;
          at = text.find(pattern, at + pattern.size()))
@@ -36,7 +36,7 @@ void addVariable(Variables& variables, std::string_view name, std::string_view v
 std::optional<std::string> replaceVariables(const Variables& variables, std::string_view text) {
     std::string replaced(text);
     for (const auto& [reference, value] : variables) {
-        const std::size_t references = count(replaced, reference);
+        const std::size_t references = countOccurrences(replaced, reference);
         if (references == 0)
             continue;
         if (replaced.size() + references * value.size() > substitutionLimit)
@@ -64,6 +64,7 @@ Definition splitDefinition(std::string_view text) {
 }
 
 ErrorText varHandler(HandlerData&, std::string_view text, std::string_view word, const HandlerEntry*) {
+    // The command table compares only "var"; the rest of a longer word belongs to the definition.
     constexpr std::size_t matchedLength = 3;
     const auto [name, value] = splitDefinition(trimwhitespace(trimwhitespace(text).substr(matchedLength)));
     if (!name)

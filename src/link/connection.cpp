@@ -18,12 +18,13 @@
 namespace secapp {
 namespace {
 
-constexpr auto synchronisationFailed = static_cast<std::int32_t>(0xDEADBEEF);
+/// The `linkError` of a port whose handshake has failed.
+constexpr auto handshakeFailed = static_cast<std::int32_t>(0xDEADBEEF);
 constexpr int noDeviceName = -2;
 constexpr int attempts = 10;
 constexpr int returnsPerAttempt = 10;
 
-/// In ms. Time-outs count in whole seconds: the answer may take one second.
+/// In ms. A time-out ends with the next whole second, so that each answer may take one second.
 constexpr int answerTimeout = 1;
 
 /// How long the handshake waits for a port that takes no bytes.
@@ -43,7 +44,7 @@ int drawToken() {
     return token != 0 ? token : std::rand();
 }
 
-bool holdsToken(std::string_view response, int token) {
+bool containsToken(std::string_view response, int token) {
     while (const std::optional<std::string_view> line = nextPiece(response, "\r\n")) {
         std::uint32_t value = 0;
         decodeFull(trimwhitespace(*line), value, false);
@@ -58,11 +59,11 @@ enum class Outcome { connected, again, failed };
 
 struct Handshake {
     /// A separate record without an output handler: the answers are not shown.
-    HandlerData work;
+    HandlerData record;
     TimePoint deadline;
     /// The last failure. While there is one, the next attempt sends RETURNs.
     ErrorText pending;
-    /// Whether the pending error is an error of the link and not of the target.
+    /// Whether the last failure was one of the link and not of the target.
     bool linkFailed = false;
     /// When the first line was sent.
     std::optional<TimePoint> started = std::nullopt;
@@ -70,12 +71,12 @@ struct Handshake {
     bool hintDue = true;
 };
 
-bool isOver(const Handshake& handshake) {
+bool isPastDeadline(const Handshake& handshake) {
     return Clock::now() >= handshake.deadline;
 }
 
 /// How long the attempts on a silent target still last, in seconds: each wait for an answer takes one, and
-/// each further test is delayed like any command.
+/// each further "print" is delayed like any command.
 int secondsLeft(const Handshake& handshake) {
     using std::chrono::duration_cast, std::chrono::seconds, std::chrono::microseconds;
     const auto whole =
@@ -88,21 +89,21 @@ void hintAtSilence(Handshake& handshake) {
     if (!handshake.hintDue || Clock::now() - *handshake.started < hintTime)
         return;
     handshake.hintDue = false;
-    if (!errorsGoToTerminal() || deviceName(handshake.work) == nullptr)
+    if (!errorsGoToTerminal() || deviceName(handshake.record) == nullptr)
         return;
     std::string hint = formatText("No answer from the target on %s for 3 s; trying for up to %d s more",
-                                  deviceName(handshake.work), secondsLeft(handshake));
+                                  deviceName(handshake.record), secondsLeft(handshake));
     const char* separator = "; also open in ";
-    for (const std::string& user : deviceUsers(handshake.work.port->handle))
+    for (const std::string& user : deviceUsers(handshake.record.port->handle))
         hint.append(std::exchange(separator, ", ")).append(user);
     writeText(stderr, hint + "\n");
 }
 
-bool send(Handshake& handshake, std::string_view line) {
+bool sendHandshakeLine(Handshake& handshake, std::string_view line) {
     const Clock::duration timeout =
         std::min<Clock::duration>(handshakeWriteTimeout, handshake.deadline - Clock::now());
     handshake.started = handshake.started.value_or(Clock::now());
-    handshake.linkFailed = sendLine(handshake.work, line, timeout).has_value();
+    handshake.linkFailed = sendLine(handshake.record, line, timeout).has_value();
     if (handshake.linkFailed)
         hintAtSilence(handshake);
     return !handshake.linkFailed;
@@ -110,9 +111,9 @@ bool send(Handshake& handshake, std::string_view line) {
 
 /// Waits for an answer; its failure becomes the pending error. False when it fails.
 bool await(Handshake& handshake) {
-    Answer answer = collectAnswer(handshake.work, answerTimeout, handshake.deadline);
+    Answer answer = collectAnswer(handshake.record, answerTimeout, handshake.deadline);
     handshake.linkFailed = answer.end == AnswerEnd::lost;
-    handshake.hintDue = handshake.hintDue && handshake.linkFailed && handshake.work.response.empty();
+    handshake.hintDue = handshake.hintDue && handshake.linkFailed && handshake.record.response.empty();
     hintAtSilence(handshake);
     if (answer.end == AnswerEnd::ok)
         handshake.pending.reset();
@@ -121,19 +122,19 @@ bool await(Handshake& handshake) {
     return answer.end == AnswerEnd::ok;
 }
 
-/// Reads answers to the test until one contains the token, has no lines, or fails.
+/// Reads answers to "print" until one contains the token, has no lines, or fails.
 Outcome awaitToken(Handshake& handshake, int token, bool last) {
     std::size_t searched = 0;
     while (await(handshake)) {
-        if (handshake.work.response.empty()) {
+        if (handshake.record.response.empty()) {
             if (!last)
                 return Outcome::again;
             handshake.pending = "Unable to get control of target";
             return Outcome::failed;
         }
-        if (holdsToken(std::string_view(handshake.work.response).substr(searched), token))
+        if (containsToken(std::string_view(handshake.record.response).substr(searched), token))
             return Outcome::connected;
-        searched = handshake.work.response.size();
+        searched = handshake.record.response.size();
     }
     return Outcome::again;
 }
@@ -141,18 +142,18 @@ Outcome awaitToken(Handshake& handshake, int token, bool last) {
 /// Sends RETURNs, which end an incomplete line at the target, until one is answered with "VQX_OK" or cannot
 /// be written.
 void sendReturns(Handshake& handshake) {
-    for (int sent = 0; sent < returnsPerAttempt && !isOver(handshake); ++sent)
-        if (!send(handshake, "\r") || await(handshake))
+    for (int sent = 0; sent < returnsPerAttempt && !isPastDeadline(handshake); ++sent)
+        if (!sendHandshakeLine(handshake, "\r") || await(handshake))
             return;
 }
 
 Outcome attemptControl(Handshake& handshake, bool last) {
     const int token = drawToken();
     const TimePoint start = Clock::now();
-    const std::string line = composeLine(handshake.work, formatText("print %d", token), "=", "\r");
+    const std::string line = composeLine(handshake.record, formatText("print %d", token), "=", "\r");
     // The delay that the user set for each line does not count.
     handshake.deadline += Clock::now() - start;
-    if (!send(handshake, line)) {
+    if (!sendHandshakeLine(handshake, line)) {
         handshake.pending = last ? "Failed to write synchronization test to target"
                                  : "Failed to write synchronization RETURN";
         return last ? Outcome::failed : Outcome::again;
@@ -198,7 +199,7 @@ void reportEarlierFailure() {
 }
 
 ErrorText getControl(HandlerData& record) {
-    Handshake handshake{.work = newHandlerData(record, record.echoFlags),
+    Handshake handshake{.record = newHandlerData(record, record.echoFlags),
                         .deadline = Clock::now() + handshakeTimeLimit,
                         .pending = std::nullopt};
     // The process number, because a process that was killed in this second can have left an answer with its
@@ -206,7 +207,7 @@ ErrorText getControl(HandlerData& record) {
     std::srand(static_cast<unsigned>(std::time(nullptr)) ^ static_cast<unsigned>(::getpid()) << 16U);
     debug_print("Attempting to gain control of target");
     for (int left = attempts - 1; left >= 0; --left) {
-        const Outcome outcome = attemptControl(handshake, left == 0 || isOver(handshake));
+        const Outcome outcome = attemptControl(handshake, left == 0 || isPastDeadline(handshake));
         if (outcome == Outcome::connected)
             return std::nullopt;
         if (outcome == Outcome::failed)
@@ -215,7 +216,7 @@ ErrorText getControl(HandlerData& record) {
     if (!handshake.linkFailed)
         record.port->error = EPROTO;
     serial_terminate(*record.port);
-    record.port->linkError = synchronisationFailed;
+    record.port->linkError = handshakeFailed;
     return handshake.pending;
 }
 

@@ -14,8 +14,8 @@ struct HandlerData;
 /// Receives a line of the target's output or a message of `secapp`; with `addNewline` a newline follows it.
 using OutputHandler = void (*)(HandlerData& record, std::string_view text, bool addNewline);
 
-/// The record that every command works on. One lives for the run; each command gets a record of its own made
-/// from it. All of them share the port.
+/// The record that every command works on. One lives for the run; each command gets a new one made from it.
+/// All of them share the port.
 struct HandlerData {
     /// Never null.
     std::shared_ptr<Port> port = std::make_shared<Port>();

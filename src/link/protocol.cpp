@@ -15,8 +15,8 @@ int ensureOpen(HandlerData& record) {
     return record.port->handle == 0 ? openSerialDevice(record) : 0;
 }
 
-/// Writes a line to the open port. After an incomplete one the target waits for the rest.
-int send(const HandlerData& record, std::string_view line) {
+/// Writes a line to the open port. After an incomplete line the target waits for the rest.
+int sendOnOpenPort(const HandlerData& record, std::string_view line) {
     record.port->connectionError = sendLine(record, line, writeTimeout());
     return connectionFailure(record) ? notSent : static_cast<int>(line.size());
 }
@@ -63,7 +63,7 @@ int writeLineRaw(HandlerData& record, std::string_view text) {
         return notSent;
     if (const int failure = ensureOpen(record))
         return failure;
-    return send(record, text);
+    return sendOnOpenPort(record, text);
 }
 
 ErrorText writeRawFully(const HandlerData& record, std::span<const std::uint8_t> bytes) {
@@ -89,7 +89,7 @@ int writeLineExt(HandlerData& record, std::string_view text, std::string_view pr
     const std::string line = composeLine(record, text, prefix, suffix);
     if (const int failure = ensureOpen(record))
         return failure;
-    return send(record, line);
+    return sendOnOpenPort(record, line);
 }
 
 ErrorText getTimedResponse(HandlerData& record, int timeout) {

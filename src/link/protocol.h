@@ -12,11 +12,11 @@ namespace secapp {
 /// After a lost answer or an incomplete write, the next answer could belong to an earlier command. From then
 /// on nothing is sent, and every write and every wait for an answer fails with the text of that failure.
 
-/// One exchange: sends a command and waits for its answer. No text on "VQX_OK", else the error text of the
-/// target or of the link.
+/// One exchange: sends a command and waits for its answer. Returns no error on "VQX_OK", else the error of
+/// the target or of the link.
 [[nodiscard]] ErrorText sendCommand(HandlerData& record, std::string_view text);
 
-/// One exchange like that of `sendCommand`; returns the lines of the answer, each followed by a newline.
+/// Like `sendCommand`, but returns the lines of the answer, each followed by a newline.
 [[nodiscard]] Result<std::string> ask(HandlerData& record, std::string_view text);
 
 /// A record for commands whose answers are not shown. Opens the port, which the record shares with `record`.
@@ -32,11 +32,12 @@ namespace secapp {
 /// fails on a port that cannot be opened.
 [[nodiscard]] ErrorText openPort(HandlerData& record);
 
-/// Sends the text unchanged and opens the port on first use. Returns the bytes written or a negative number,
-/// including that of a failed opening. The next `getResponse` also fails then.
+/// Sends the text unchanged and opens the port on first use. Returns the number of bytes written. A
+/// negative number means that the port could not be opened or the text not be sent; then the next
+/// `getResponse` fails.
 int writeLineRaw(HandlerData& record, std::string_view text);
 
-/// Writes all bytes to the open port; waits at most the time-out of an answer while it takes none.
+/// Writes all bytes to the open port. Fails if the port accepts none for the time-out of an answer.
 [[nodiscard]] ErrorText writeRawFully(const HandlerData& record, std::span<const std::uint8_t> bytes);
 
 /// An error for a text with a line break. The target would read several commands; each later answer would

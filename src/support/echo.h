@@ -25,7 +25,7 @@ inline constexpr std::uint32_t ECHO_TARGET_DEBUG_E = 0x00080000;
 inline constexpr std::uint32_t ECHO_TARGET_DEBUG = 0x00100000;
 
 /// The combinations that decide what is shown: script commands, command lines written to the target, lines
-/// read from it, and the closing count.
+/// read from it, and the line count at the end of the run.
 inline constexpr std::uint32_t echoScriptMask = ECHO_NOISY | ECHO_SCRIPT | ECHO_DEBUG;
 inline constexpr std::uint32_t echoTargetMask = ECHO_NOISY | ECHO_DEBUG | ECHO_TARGET;
 inline constexpr std::uint32_t echoReadMask = ECHO_NOISY | ECHO_DEBUG;

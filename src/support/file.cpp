@@ -47,7 +47,7 @@ File openDataFile(const std::string& path) {
     File stream = openFile(path, status);
     if (!stream || (S_ISFIFO(status.st_mode) && !hasWriter(stream.get())))
         return nullptr;
-    // The user ends the data of a terminal.
+    // A device without a size has endless data, except a terminal: there the user ends them.
     const int descriptor = ::fileno(stream.get());
     if (S_ISCHR(status.st_mode) && ::isatty(descriptor) == 0 && !measureFile(stream.get()))
         return nullptr;

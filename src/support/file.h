@@ -13,8 +13,8 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// Opens a file or a pipe whose data are read to their end. Null for what cannot be read, a directory, a
-/// device whose data have no end, and a named pipe that no process opens for writing within 5 s.
+/// Opens a file or a pipe whose data are read to their end. Null for a file that cannot be read, a
+/// directory, a device whose data have no end, and a named pipe that no process opens for writing within 5 s.
 [[nodiscard]] File openDataFile(const std::string& path);
 
 /// The size of a regular file in bytes and its time of modification, which show that it was written to.

@@ -28,7 +28,7 @@ void openStandardStreams() {
 
 /// Called after each write. The result of a write does not show whether a line that fits the buffer was lost;
 /// the stream's error indicator does.
-void keepOutputError() {
+void recordOutputError() {
     if (outputError == 0 && std::ferror(stdout) != 0)
         outputError = errno;
 }
@@ -39,12 +39,12 @@ void writeText(std::FILE* stream, std::string_view text) {
     if (stream == stderr)
         flushOutput();
     std::fwrite(text.data(), 1, text.size(), stream);
-    keepOutputError();
+    recordOutputError();
 }
 
 void flushOutput() {
     std::fflush(stdout);
-    keepOutputError();
+    recordOutputError();
 }
 
 bool errorsGoToTerminal() {

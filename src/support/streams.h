@@ -19,8 +19,9 @@ void flushOutput();
 [[noreturn]] void exitProgram(int status);
 
 /// Runs a whole program and ends the process. An exception is reported on standard error and ends it with the
-/// status `failure`. A standard stream that is closed is opened such that its use fails, so that no file or
-/// port opened later takes its place. Standard output is written line by line, even into a file.
+/// status `failure`. A standard stream that is closed at the start is opened so that its use fails; else a
+/// file or port opened later could take its descriptor. Standard output is written line by line, even into a
+/// file.
 [[noreturn]] void runProgram(void (*program)(int argc, char** argv), int argc, char** argv, int failure);
 
 } // namespace secapp

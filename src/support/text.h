@@ -36,7 +36,7 @@ private:
     ErrorText error_;
 };
 
-/// The number of characters of an error text or of a piece of a script line; longer ones are cut.
+/// The most characters of an error text, which is cut, and of a script line, whose rest is the next line.
 inline constexpr std::size_t textLimit = 1023;
 
 /// Formats as printf does, into a text of any length.
@@ -46,7 +46,7 @@ inline constexpr std::size_t textLimit = 1023;
 [[nodiscard, gnu::format(printf, 1, 0)]] std::string formatArguments(const char* format,
                                                                      std::va_list arguments);
 
-/// Makes an error text, cut at 1023 characters.
+/// Makes an error text, cut at `textLimit` characters.
 [[nodiscard, gnu::format(printf, 1, 2)]] ErrorText formatError(const char* format, ...);
 
 /// The text without white space (space, tab, newline, vertical tab, form feed, carriage return) at its start

@@ -12,8 +12,8 @@
 namespace secapp {
 namespace {
 
-ErrorText callBack(HandlerData& record, BufferFullCallback callback, TransferDescriptor& descriptor,
-                   std::uint32_t staged, std::uint32_t address) {
+ErrorText invokeCallback(HandlerData& record, BufferFullCallback callback, TransferDescriptor& descriptor,
+                         std::uint32_t staged, std::uint32_t address) {
     descriptor.bytesStaged = staged;
     descriptor.baseAddress = address;
     return callback(record, descriptor);
@@ -29,7 +29,7 @@ void reportTransfer(HandlerData& record, const char* label, std::int64_t total, 
 
 /// Whether a file of known size has been read to its end. A pipe and a fill end with a read that returns
 /// nothing.
-bool isReadWhole(const TransferSource& source) {
+bool isReadToEnd(const TransferSource& source) {
     if (source.stream == nullptr || !source.fileSize)
         return false;
     const int next = std::fgetc(source.stream);
@@ -61,8 +61,8 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
     for (bool atEnd = false; !atEnd;) {
         const std::int64_t count = readBuffer(chunk, descriptor.bufferSize, source);
         total += std::max(count, std::int64_t{0});
-        // Changes after the end of the file do no harm.
-        atEnd = count <= 0 || isReadWhole(source);
+        // Checked before the last data are sent; later changes of the file do not matter.
+        atEnd = count <= 0 || isReadToEnd(source);
         if (ErrorText error = checkSource(source, total, atEnd))
             return error;
         if (count <= 0)
@@ -73,13 +73,13 @@ ErrorText download(HandlerData& record, TransferSource& source, std::uint32_t ad
                 return error;
         }
         if (staged % descriptor.bufferSize == 0) {
-            if (ErrorText error = callBack(record, callback, descriptor, staged, address))
+            if (ErrorText error = invokeCallback(record, callback, descriptor, staged, address))
                 return error;
         }
         if (ErrorText error = encoder.encode(record, descriptor, staged, data))
             return error;
     }
-    if (ErrorText error = callBack(record, callback, descriptor, staged, address))
+    if (ErrorText error = invokeCallback(record, callback, descriptor, staged, address))
         return error;
     reportTransfer(record, label, total, address, Clock::now() - start);
     record.response = std::string();

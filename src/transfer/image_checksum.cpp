@@ -13,6 +13,7 @@
 namespace secapp {
 namespace {
 
+/// Its index in the image.
 constexpr std::size_t checkWord = 7;
 
 } // namespace

@@ -9,11 +9,11 @@
 
 namespace secapp {
 
-/// The part of an image that its check word covers: eight words whose sum is 0, the last of them the check
-/// word.
+/// The part of an image that its check word covers, in bytes: eight words whose sum is 0. The last of them is
+/// the check word.
 inline constexpr std::size_t checkedImageSize = 32;
 
-/// An error for an image whose first chunk, of at most `chunkSize` bytes, would not hold its check word.
+/// An error for an image whose first chunk, of at most `chunkSize` bytes, would not contain its check word.
 /// `imageSize` in bytes, empty if it is not known beforehand.
 [[nodiscard]] ErrorText checkChunkSize(std::uint32_t chunkSize, const std::optional<std::int64_t>& imageSize);
 
@@ -22,10 +22,10 @@ inline constexpr std::size_t checkedImageSize = 32;
 [[nodiscard]] ErrorText patchChecksum(HandlerData& record, ChecksumMode checksumMode, std::uint32_t address,
                                       std::span<std::uint8_t> chunk);
 
-/// The check word for the first seven words of the data.
+/// The check word for an image, which has at least seven words.
 [[nodiscard]] std::uint32_t calcTargetChecksum(std::span<const std::uint8_t> image);
 
-/// A word of the target's memory. An error when the answer does not begin with a hexadecimal number.
+/// Reads a word of the target's memory. An error when the answer does not begin with a hexadecimal number.
 [[nodiscard]] Result<std::uint32_t> readWord(HandlerData& record, std::uint32_t address);
 
 } // namespace secapp

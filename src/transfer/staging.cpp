@@ -31,8 +31,8 @@ ErrorText commitPages(HandlerData& record, TransferDescriptor& descriptor) {
 
 std::int64_t readBuffer(std::vector<std::uint8_t>& chunk, std::uint32_t count, TransferSource& source) {
     if (source.stream == nullptr) {
-        // Zeros, because the bytes of an incomplete last item are not written; one item may extend beyond the
-        // count.
+        // Zeros, because the bytes of an incomplete last value are not written; one value may extend beyond
+        // the count.
         const std::uint64_t size =
             std::uint64_t{std::min(count, source.fillRemaining)} + sizeof source.fillValue;
         if (size > chunk.max_size())
@@ -57,10 +57,10 @@ std::int64_t fillBuffer(std::span<std::uint8_t> buffer, std::uint32_t count, Tra
     const bool isTooLong = source.fillRemaining > INT32_MAX;
     if (width != 1 && width != 2 && width != 4)
         return -1;
-    const std::uint64_t asked = (std::uint64_t{count} + width - 1) / width * width;
-    const auto produced = static_cast<std::uint32_t>(std::min<std::uint64_t>(asked, source.fillRemaining));
-    const std::size_t whole = std::min<std::size_t>(produced - produced % width, buffer.size());
-    for (std::size_t at = 0; at < whole; ++at)
+    const std::uint64_t rounded = (std::uint64_t{count} + width - 1) / width * width;
+    const auto produced = static_cast<std::uint32_t>(std::min<std::uint64_t>(rounded, source.fillRemaining));
+    const std::size_t wholeValues = std::min<std::size_t>(produced - produced % width, buffer.size());
+    for (std::size_t at = 0; at < wholeValues; ++at)
         buffer[at] = static_cast<std::uint8_t>(source.fillValue >> (8 * (at % width)));
     source.fillRemaining -= produced;
     return isTooLong ? -1 : std::int64_t{produced};
