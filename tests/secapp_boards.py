@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import signal
 import socket
@@ -178,68 +179,54 @@ def refusals():
     os.symlink("good 1", "other")
     os.mkfifo("fifo")
     write({"empty": "", "elf": b"\x7fELF\2\1\1" + bytes(64), "srec": "S00600004844521B\r\n",
-           "hex": ":020000040000FA\r\n:00000001FF\r\n", "file": FILE,
-           "lost": FILE.replace("[file]", "none.bin"),
+           "hex": ":020000040000FA\r\n:00000001FF\r\n", "lost": FILE.replace("[file]", "none.bin"),
            "outside": FILE.replace("[file]", os.path.abspath("a.bin"))})
-    for name, table in {
-            "board": "board\nx\n", "empty": "device,serial\ngood 1,\n",
-            "cut": "device,serial\nx,1\ngood 1,QUJD==\n", "zero": "device,serial\ngood 1,a\0b\n",
-            "zero_device": "device\ngood\0 1\n", "tab": "device,serial\ngood 1,a\tb\n",
-            "space": "device,serial\ngood 1, 1\n", "latin": "device\nx\nä\n".encode("latin-1"),
-            "more": "device\ngood 1,1\n", "name": "device,name\ngood 1,a\ngood 2,a\n",
-            "quote": 'device\n"good 1\n', "image": "device,image\ngood 1,image\n"}.items():
-        write({f"{name}.csv": table})
-    image = ("--image", "image", "-v", "serial=1")
-    for status, text, *words in [
-            (2, "either devices or --all or --boards", "script"),
-            (2, "only --csv and --json go with it", "--retry-failed", "--logs", "x", "--all"),
-            (2, "the value is empty", "script", "good 1", "-v", "serial"),
-            (2, "the value has a '='", "script", "good 1", "-v", "serial=QUJD=="),
-            (2, "the name is empty", "script", "good 1", "-v", "=1"),
-            (2, "--accept needs --rehearse", "script", "good 1", "--accept", "x"),
-            (2, "unrecognized arguments: --shellquote", "script", "good 1", "--shellquote"),
-            (1, "good 1 is named twice", "script", "good 1", "good 2", "good 1"),
-            (1, "other is named twice, also as good 1", "script", "good 1", "other"),
-            (1, "image is not a serial device", "script", "good 1", "image"),
-            (1, "good 1 is not a regular file", "good 1", "good 2", *image),
-            (1, "/dev/stdin is not a regular file", "/dev/stdin", "good 1", *image),
-            (1, "none: No such file or directory", "script", "good 1", "--image", "none"),
-            (1, "fifo is not a regular file", "script", "good 1", "--image", "fifo"),
-            (1, "bin is not a regular file", "script", "good 1", "--image", "bin"),
-            (1, "/dev/zero is not a regular file", "script", "good 1", "--image", "/dev/zero"),
-            (1, "script:1: error: 'empty'", "script", "good 1", *image, "--image", "empty"),
-            (1, "script:1: error: 'elf'", "script", "good 1", *image, "--image", "elf"),
-            (1, "script:1: error: 'hex'", "script", "good 1", *image, "--image", "hex"),
-            (1, "script:1: error: 'srec'", "script", "good 1", *image, "--image", "srec"),
-            (1, "script:1: error: '[image]'", "script", "good 1", "-v", "serial=1"),
-            (1, "lost:1: error: 'none.bin'", "lost", "good 1"),
-            (1, "file: error: [image] is not programmed or verified\n", "file", "good 1",
-             *image, "-v", "file=image"),
-            (1, f"the script names {os.getcwd()}/a.bin: ", "outside", "good 1"),
-            (1, "fifo is not a regular file", "file", "good 1", "-v", "file=fifo"),
-            (1, "image is given twice", "script", "good 1", *image, "-v", "image=a.bin"),
-            (1, "image is given twice", "script", "--boards", "image.csv", *image),
-            (1, "none: command not found", "script", "good 1", *image, "--secapp", "none"),
-            (1, "bin is not empty", "script", "good 1", *image, "--logs",
-             "bin"),
-            (1, "board.csv:1: must name the columns", "script", "--boards", "board.csv"),
-            (1, "empty.csv:2: serial is empty", "script", "--boards", "empty.csv"),
-            (1, "cut.csv:3: serial has a '='", "script", "--boards", "cut.csv"),
-            (1, "zero.csv:2: ", "script", "--boards", "zero.csv"),
-            (1, "zero_device.csv:2: ", "script", "--boards", "zero_device.csv"),
-            (1, r"tab.csv:2: serial has a control character: 'a\tb'", "script", "--boards",
-             "tab.csv"),
-            (1, "space.csv:2: serial begins or ends with a space", "script", "--boards",
-             "space.csv"),
-            (1, "latin.csv:3: not UTF-8 text", "script", "--boards", "latin.csv"),
-            (1, "more.csv:2: there are more values than columns", "script", "--boards",
-             "more.csv"),
-            (1, "name.csv:3: the name a is used twice", "script", "--boards", "name.csv"),
-            (1, "quote.csv:2: ", "script", "--boards", "quote.csv"),
-            (1, "a board is DEVICE@HOST", "script", "x", "--host", "a", "--host", "b"),
-            (1, "no --host is c", "script", "x@c", "--host", "a", "--host", "b"),
-            (1, "needs an absolute path", "script", "x", "--host", "a")]:
-        before = sorted(os.listdir())
+    image = "script 'good 1' -v serial=1 --image"
+    table = [
+        (2, "either devices or --all or --boards", "script"),
+        (2, "only --csv and --json go with it", "--retry-failed --logs x --all"),
+        (2, "the value is empty", "script 'good 1' -v serial"),
+        (2, "the name is empty", "script 'good 1' -v =1"),
+        (2, "the value has a '='", "script 'good 1' -v serial=QUJD=="),
+        (2, "--accept needs --rehearse", "script 'good 1' --accept x"),
+        (2, "unrecognized arguments: --shellquote", "script 'good 1' --shellquote"),
+        (1, "other and good 1 are the same device", "script 'good 1' other"),
+        (1, "image is not a serial device", "script 'good 1' image"),
+        (1, "good 1 is not a regular file", "'good 1' 'good 2' --image image -v serial=1"),
+        (1, "/dev/stdin is not a regular file", "/dev/stdin 'good 1' --image image"),
+        (1, "none: No such file or directory", f"{image} none"),
+        (1, "script:1: error: '[image]'", "script 'good 1' -v serial=1"),
+        (1, "lost:1: error: 'none.bin'", "lost 'good 1'"),
+        (1, "file: error: [image] is not programmed or verified\n",
+         "file 'good 1' --image image -v file=image"),
+        (1, f"the script names {os.getcwd()}/a.bin: ", "outside 'good 1'"),
+        (1, "fifo is not a regular file", "file 'good 1' -v file=fifo"),
+        (1, "image is given twice", f"{image} image -v image=a.bin"),
+        (1, "none: command not found", f"{image} image --secapp none"),
+        (1, "bin is not empty", f"{image} image --logs bin"),
+        (1, "a board is DEVICE@HOST", "script x --host a --host b"),
+        (1, "no --host is c", "script x@c --host a --host b"),
+        (1, "needs an absolute path", "script x --host a"),
+        *((1, f"{name} is not a regular file", f"{image} {name}")
+          for name in ("fifo", "bin", "/dev/zero")),
+        *((1, f"script:1: error: '{name}'", f"{image} {name}")
+          for name in ("empty", "elf", "hex", "srec"))]
+    for number, (text, content) in enumerate([
+            ("1: must name the columns", "board\nx\n"),
+            ("2: serial is empty", "device,serial\ngood 1,\n"),
+            ("3: serial has a '='", "device,serial\nx,1\ngood 1,QUJD==\n"),
+            (r"2: serial has a control character: 'a\tb'", "device,serial\ngood 1,a\tb\n"),
+            ("2: ", "device,serial\ngood 1,a\0b\n"), ("2: ", "device\ngood\0 1\n"),
+            ("2: serial begins or ends with a space", "device,serial\ngood 1, 1\n"),
+            ("3: not UTF-8 text", "device\nx\nä\n".encode("latin-1")),
+            ("2: there are more values than columns", "device\ngood 1,1\n"),
+            ("3: the name a is used twice", "device,name\ngood 1,a\ngood 2,a\n"),
+            ("2: ", 'device\n"good 1\n'), (" image is given twice", "device,image\ngood 1,x\n")]):
+        write({f"{number}.csv": content})
+        text = text if text.startswith(" ") else f"{number}.csv:{text}"
+        table.append((1, text, f"script --boards {number}.csv --image image"))
+    for status, text, line in table:
+        before, words = sorted(os.listdir()), shlex.split(line)
         if status == 1 and "--secapp" not in words and "--host" not in words:
             words += ["--secapp", "recording_secapp"]
         expect(f"the refusal of {words}", text, run(status, *words).stderr)
@@ -253,7 +240,6 @@ def records():
     for text, name, changed in [
             ("is incomplete or was changed", "run.json", record[:-9]),
             ("is incomplete or was changed", "run.json", "{}"),
-            ("is incomplete or was changed", "run.json", "[1]"),
             ("is incomplete or was changed", "run.json", record.replace("tested_", "other_")),
             ("does not hold an earlier run", "run.json", None),
             ("was changed after the run began", f"files/{image.name}", b"another"),
@@ -424,7 +410,8 @@ def remote_hosts():
     device = f"{folder}/good 3"
     write({"20261126": os.urandom(1000), "../second": os.urandom(500), "both": SCRIPT.strip()
            + "; program ../second MORVI+0x1000; verify ../second MORVI+0x1000\n"})
-    ssh = ("--ssh", f"ssh -F {folder}/ssh_config", "--secapp", SECAPP, "--json")
+    write({"ran": ""})
+    ssh = ("--ssh", f"ssh -F {folder}/ssh_config", "--secapp", "recording_secapp", "--json")
     ended = run(1, "both", f"{device}@here", "/none@here", "/x@bare", "/x@away", "--image",
                 "20261126", "-v", "serial=a@b", "--host", "here", "--host", "bare", "--host",
                 "away", *ssh)
@@ -434,16 +421,18 @@ def remote_hosts():
            got.pop("/x@away")[2])
     expect("the rows", {f"{device}@here": ("good", 1500, ""),
                         "/none@here": ("failed", 0, "/none: No such file or directory"),
-                        "/x@bare": ("failed", 0, "bare cannot be used: tested_secapp: command not "
-                                                  "found")}, got)
+                        "/x@bare": ("failed", 0, "bare cannot be used: recording_secapp: command "
+                                                  "not found")}, got)
     holds("good 3", pathlib.Path("20261126").read_bytes())
     expect("the files left on the host", [], os.listdir("home_here"))
     os.symlink("good 3", "link")
-    expect("a device with two links", "is named twice, also as", run(
+    expect("a device with two links", "are the same device", run(
         1, "both", device, f"{folder}/link", "--host", "here", *ssh).stderr)
     output = run(0, "both", device, "--host", "here", "--image", "20261126", "-v", "serial=1",
                  "--rehearse", *ssh).stdout
     expect("a rehearsal", {device: ("good", 1500, "")}, rows(output))
+    expect("how many directories were made", 2,
+           len(set(re.findall(r"home_here/\.secapp-boards/\w+", read("ran")))))
 
 
 def documented():
@@ -474,7 +463,7 @@ with tempfile.TemporaryDirectory() as temporary:
     os.makedirs(f"{temporary}/work/bin")
     os.chdir(f"{temporary}/work")
     os.symlink(programs / "secapp", "bin/tested_secapp")
-    write_program("recording_secapp", f'echo "$@" >>{os.getcwd()}/ran; exec {SECAPP} "$@"')
+    write_program("recording_secapp", f'echo "$PWD $@" >>{os.getcwd()}/ran; exec {SECAPP} "$@"')
     write_program("waiting_secapp", f'echo $$ >>{os.getcwd()}/pids; exec {SECAPP} "$@"')
     path = os.environ["PATH"]
     os.environ["PATH"] = f"{os.getcwd()}/bin:{programs}:{path}"
