@@ -320,6 +320,7 @@ TEST_F(FrontEnd, FailsWhenItsOutputIsLost) {
         {"-b 'hello;print 1;delay 1' >/dev/full", 255, full},
         {"-b hello >&-", 255, "standard output: Bad file descriptor\n"},
         {"-b echo hi >&-", 0, "hi\n"},
+        {"-b -s /dev/stdin <&-", 1, "Unable to open script file /dev/stdin\n"},
         {"-b -t <&-", 255, report("Terminal:0", "Script could not be read to its end", "", "")},
     });
 }

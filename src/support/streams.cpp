@@ -18,11 +18,11 @@ namespace {
 int outputError = 0;
 
 void openStandardStreams() {
-    // Opened in the direction in which it is not used, so that its use fails. open() takes the lowest free
-    // descriptor, which is the closed one.
+    // Opened as a directory without access, so that its use fails, also as /dev/stdin. open() takes the
+    // lowest free descriptor, which is the closed one.
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (::fcntl(descriptor, F_GETFD) < 0)
-            (void)::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+            (void)::open("/", O_PATH);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 }
 
