@@ -5,6 +5,7 @@
 #include "checker/spelling.h"
 #include "checker/verification.h"
 #include "commands/expressions.h"
+#include "frontend/command_table.h"
 #include "frontend/variables.h"
 #include "support/numbers.h"
 
@@ -114,9 +115,20 @@ bool mentionsFile(const CheckedCommand& command) {
     });
 }
 
+/// Whether the word is a command and more, joined by a character such as a no-break space.
+bool joinsCommand(std::string_view word) {
+    const auto isSeparator = [](char c) { return c < '!' || c > '~'; };
+    const auto length = std::find_if(word.begin(), word.end(), isSeparator) - word.begin();
+    const std::string_view command = word.substr(0, static_cast<std::size_t>(length));
+    return command != word && (findHandler(command).name != nullptr || isTargetCommand(command));
+}
+
 void checkSpelling(Inspection& inspection, const CheckedCommand& command) {
     if (!isForTarget(command))
         return;
+    if (joinsCommand(command.words.front()))
+        return addError(inspection,
+                        quoted(command.words.front()) + " is one word: only spaces and tabs separate words");
     const std::optional<std::string_view> similar = similarCommand(command.words.front());
     if (!similar)
         return;
