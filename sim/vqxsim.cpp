@@ -10,11 +10,12 @@ namespace {
 
 constexpr int usageStatus = 2;
 
-/// Makes the three standard streams exist, so that no file opened later is taken for one of them.
+/// Makes the three standard streams exist, so that no file opened later is taken for one of them. The command
+/// gets those that are closed as they were.
 void openStandardStreams() {
     int number = 0;
     while (number >= 0 && number <= STDERR_FILENO)
-        number = open("/dev/null", O_RDWR);
+        number = open("/dev/null", O_RDWR | O_CLOEXEC);
     if (number > STDERR_FILENO)
         close(number);
 }

@@ -143,6 +143,10 @@ TEST_F(SimRun, LeavesAloneWhatIsNotItsOwn) {
         {"vqxsim --memory m" + inBackground + "vqxsim --memory m -- true; " + killed +
              "vqxsim --memory m -- echo free",
          "vqxsim: m: is in use by process N\nfree\n"},
+        {"vqxsim --memory p --region F,size=1K" + inBackground +
+             "cp -rl p q; rm q/lock; vqxsim --memory q --region F,size=1K -- true; " + killed + "echo end",
+         "vqxsim: q/F.bin: is in use by process N\nend\n"},
+        {"vqxsim -- secapp -d {} print lost >&-; echo $?", "standard output: Bad file descriptor\n255\n"},
         {"vqxsim --link l" + inBackground + "vqxsim --link l -- true; readlink l | cmp path -; " + killed +
              "vqxsim -- vqxsim --link l -- secapp -d ./l print taken; ls l",
          "vqxsim: l: is the link of process N\ntaken\nls: cannot access 'l': No such file or directory\n"},

@@ -1,5 +1,7 @@
 #include "flash/memory.h"
 
+#include "file.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -58,6 +60,9 @@ ErrorText openFile(SparseMemory& memory, const std::string& path, bool& found) {
     struct stat status {};
     if (!memory.file || fstat(memory.file.get(), &status) != 0)
         return systemError(path);
+    // Another simulator may reach it through a link.
+    if (const auto holder = lockByte(memory.file, 0))
+        return path + ": is in use by " + *holder;
     const auto size = static_cast<std::uint64_t>(status.st_size);
     found = size > 0;
     if (found && size != memory.size) {
