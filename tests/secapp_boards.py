@@ -24,6 +24,7 @@ FILE = "erase MORVI; program [file] MORVI; verify [file] MORVI\n"
 IMAGE = os.urandom(100000)
 # Waits longer than any time-out below, under a name that no host has installed.
 SECAPP = "tested_secapp -g 60000"
+WITH_IMAGE = "--image image -v serial=1"
 SSHD = "/usr/sbin/sshd"
 started = []
 
@@ -59,12 +60,16 @@ def board(name, *options):
     return simulator
 
 
-def run(status, *words, output="", **keywords):
+def run(status, line, output="", **keywords):
+    """Runs secapp-boards with the words of a line."""
+    words = shlex.split(line)
+    if not {"--secapp", "--retry-failed", "--help", "--version"} & set(words):
+        words += ["--secapp", SECAPP]
     command = ["sh", "-c", f'exec "$0" "$@" {output}', secapp_boards, *words]
     ended = subprocess.run(command, timeout=120, text=True, capture_output=True,
                            errors="surrogateescape", check=False, **keywords)
     if ended.returncode != status:
-        sys.exit(f"{words}: status {ended.returncode} instead of {status}\n"
+        sys.exit(f"{line}: status {ended.returncode} instead of {status}\n"
                  f"{ended.stdout}{ended.stderr}")
     return ended
 
@@ -72,6 +77,10 @@ def run(status, *words, output="", **keywords):
 def rows(output):
     return {row["board"]: (row["result"], row["bytes"], row["error"])
             for row in map(json.loads, output.splitlines())}
+
+
+def run_rows(status, line):
+    return rows(run(status, f"{line} --json").stdout)
 
 
 def read(name):
@@ -104,8 +113,7 @@ def many_boards():
               "pulled": "unplug,byte=50000,replug=0.5"}
     for name in names:
         board(name, *(["--fault", faults[name]] if name in faults else []))
-    output = run(1, "script", "--boards", "boards.csv", "--image", "image", "--logs", "many",
-                 "--json", "--secapp", SECAPP).stdout
+    output = run(1, "script --boards boards.csv --image image --logs many --json").stdout
     got = rows(output)
     pulled = got.pop("pulled")
     expect("the pulled one", ("failed", 0), pulled[:2])
@@ -129,7 +137,7 @@ def many_boards():
     wait_until(lambda: os.path.exists("pulled"))
     write({"script": "echo another\n", "image": b"rebuilt"})
     os.rename("many", "bin/moved")
-    output = run(0, "--retry-failed", "--logs", "moved", "--csv", cwd="bin").stdout
+    output = run(0, "--retry-failed --logs moved --csv", cwd="bin").stdout
     expect("the table", [[name, "good", "100000", ""] for name in names],
            [[row[column] for column in ("board", "result", "bytes", "error")]
             for row in csv.DictReader(output.splitlines())])
@@ -142,13 +150,12 @@ def files_and_names():
     """A good board holds the image, whatever files are called and parallel is told."""
     here = os.getcwd()
     for number, name in enumerate([
-            "20261126", "build/20261126", "fw=2.bin", "my fw.bin", "it's \"fw\".bin", "[fw];#.bin",
-            "-fw.bin", "new\nline.bin", os.fsdecode(b"caf\xe9.bin"), f"{here}/absolute.bin",
-            f"../{os.path.basename(here)}/up.bin"]):
+            "20261126", "build/20261126", "fw=2.bin", "it's \"fw\".bin", "[fw];#.bin", "-fw.bin",
+            "new\nline.bin", os.fsdecode(b"caf\xe9.bin"), f"../{os.path.basename(here)}/up.bin"]):
         image = os.urandom(1000)
         write({name: image, "fw": b"the wrong one", "plain": SCRIPT.partition(";")[2]})
-        run(0, "plain", "good 1", f"--image={name}", "--logs", "L{#}x", "--secapp", SECAPP,
-            *[["--csv"], ["--json"], []][number % 3])
+        run(0, f"plain 'good 1' {shlex.quote(f'--image={name}')} --logs L{{#}}x "
+               f"{['--csv', '--json', ''][number % 3]}")
         holds("good 1", image)
         expect("the log", "Programmed 1000 bytes", read("L{#}x/1-good_1.log"))
         shutil.rmtree("L{#}x")
@@ -157,7 +164,7 @@ def files_and_names():
     write({name: name for name in cells})
     write({"file": FILE, "files.csv": "device,name,file\n" + "".join(
         f"good {number},station {number},{name}\n" for number, name in enumerate(cells))})
-    output = run(0, "file", "--boards", "files.csv", "--logs", "cells", "--secapp", SECAPP).stdout
+    output = run(0, "file --boards files.csv --logs cells").stdout
     expect("the name of a board", "station 3  good", output)
     for number, name in enumerate(cells):
         holds(f"good {number}", name.encode())
@@ -169,8 +176,8 @@ def files_and_names():
                 "PARALLEL_ENV": "exit 0\1", "PARALLEL_HOME": f"{here}/settings",
                 "HOME": f"{here}/settings",
                 "PATH": f"../{os.path.relpath(programs)}:{path}"}
-    run(0, "../script", "../good 1", "-v", "serial=1", "--image", "../image", "--secapp",
-        "./tested_secapp", cwd="bin", env={**os.environ, **settings})
+    run(0, "../script '../good 1' -v serial=1 --image ../image --secapp ./tested_secapp",
+        cwd="bin", env={**os.environ, **settings})
     holds("good 1", IMAGE)
 
 
@@ -226,17 +233,17 @@ def refusals():
         text = text if text.startswith(" ") else f"{number}.csv:{text}"
         table.append((1, text, f"script --boards {number}.csv --image image"))
     for status, text, line in table:
-        before, words = sorted(os.listdir()), shlex.split(line)
-        if status == 1 and "--secapp" not in words and "--host" not in words:
-            words += ["--secapp", "recording_secapp"]
-        expect(f"the refusal of {words}", text, run(status, *words).stderr)
-        expect(f"the files after {words}", before, sorted(os.listdir()))
+        before = sorted(os.listdir())
+        line += " --secapp recording_secapp" if "--secapp" not in line else ""
+        expect(f"the refusal of {line}", text, run(status, line).stderr)
+        expect(f"the files after {line}", before, sorted(os.listdir()))
 
 
 def records():
     """The directory of a run that does not hold what was there is refused."""
     image = next(pathlib.Path("bin/moved/files").glob("image-*"))
     record, content = read("bin/moved/run.json"), image.read_bytes()
+    retry = "--retry-failed --logs bin/moved"
     for text, name, changed in [
             ("is incomplete or was changed", "run.json", record[:-9]),
             ("is incomplete or was changed", "run.json", "{}"),
@@ -245,13 +252,10 @@ def records():
             ("was changed after the run began", f"files/{image.name}", b"another"),
             ("No such file or directory", f"files/{image.name}", None)]:
         os.remove(f"bin/moved/{name}")
-        if changed is not None:
-            write({f"bin/moved/{name}": changed})
-        expect(f"the refusal of {name}", text,
-               run(1, "--retry-failed", "--logs", "bin/moved").stderr)
+        write({f"bin/moved/{name}": changed} if changed is not None else {})
+        expect(f"the refusal of {name}", text, run(1, retry).stderr)
         write({"bin/moved/run.json": record, image: content})
-    expect("the repaired run", "32 of 32 boards are good",
-           run(0, "--retry-failed", "--logs", "bin/moved").stdout)
+    expect("the repaired run", "32 of 32 boards are good", run(0, retry).stdout)
 
 
 def reports():
@@ -263,18 +267,17 @@ def reports():
             ("secapp did not run the script to its end", "echo 0123456789abcdef end 0")]:
         write_program("fake_secapp", secapp)
         expect(f"what {secapp} leaves", {"x": ("failed", 0, error)},
-               rows(run(1, "hello", "x", "--json", "--secapp", "fake_secapp").stdout))
-    words = ("good 1", "--json", "--secapp", SECAPP)
+               run_rows(1, "hello x --secapp fake_secapp"))
     expect("an early end", {"good 1": ("failed", 0, "secapp did not run the script to its end")},
-           rows(run(1, "help", *words, "--force").stdout))
+           run_rows(1, "help 'good 1' --force"))
     for output in (">&-", ">/dev/full"):
-        expect(output, "standard output: ", run(1, "hello", *words, output=output).stderr)
-    expect("a warning", "only:1: warning: no verify of 'image'", run(0, "only", *words).stderr)
-    output = run(0, "script", *words, "--image", "image", "-v", "serial=1", "--identify").stdout
+        expect(output, "standard output: ", run(1, "hello 'good 1'", output).stderr)
+    expect("a warning", "only:1: warning: no verify of 'image'", run(0, "only 'good 1'").stderr)
+    output = run(0, f"script 'good 1' {WITH_IMAGE} --identify --json").stdout
     expect("the identity", "Serial = 5a100000-00000001-00c0ffee-20240229; USB vendor",
            json.loads(output)["identity"])
     write_program("fake_secapp", "echo 'Error: script:1: " + 20 * "a long error " + "'; exit 255")
-    table = run(1, "hello", "x" * 90, "--secapp", "fake_secapp").stdout.splitlines()[:-1]
+    table = run(1, f"hello {'x' * 90} --secapp fake_secapp").stdout.splitlines()[:-1]
     expect("the whole error", 20 * "a long error ".split(), " ".join(table).split()[-60:])
     expect("the widest line", True, max(map(len, table)) <= 100)
 
@@ -283,19 +286,16 @@ def rehearsal():
     """If the script does not fit one kind of board, all are only asked for their memories."""
     small = board("small", "--region", "MORVI,base=0x1000,size=64K,page=256,buffer=4K")
     write({"special": "unlockSpecial\n" + FILE, "small.bin": os.urandom(9000)})
-    words = ("good 1", "good 2", "small", "--json", "--secapp", "recording_secapp -e n",
-             "--rehearse")
-    output = run(1, "special", *words, "--accept", "unlockSpecial", "-v", "file=image").stdout
-    got = rows(output)
+    words = "'good 1' 'good 2' small --rehearse --secapp 'recording_secapp -e n'"
+    got = run_rows(1, f"special {words} --accept unlockSpecial -v file=image")
     expect("the row of the small one", "on its twin: Binary image image", got.pop("small")[2])
-    expect("the rows", {name: ("not run", 0, "") for name in words[:2]}, got)
+    expect("the rows", {name: ("not run", 0, "") for name in ("good 1", "good 2")}, got)
     expect("the commands for boards", ["queryFlash"] * 3,
            [line.split()[-1] for line in read("ran").splitlines() if "/dev/pts" not in line])
-    os.remove("ran")
-    output = run(1, "special", *words, "-v", "file=small.bin").stdout
-    expect("an unknown command", "on its twin: ", rows(output)["good 1"][2])
-    output = run(1, "file", *words, "none", "-v", "file=small.bin").stdout
-    expect("a board without an answer", "none: No such file or directory", rows(output)["none"][2])
+    expect("an unknown command", "on its twin: ",
+           run_rows(1, f"special {words} -v file=small.bin")["good 1"][2])
+    expect("a board without an answer", "none: No such file or directory",
+           run_rows(1, f"file {words} none -v file=small.bin")["none"][2])
     for name in ("good 1", "good 2", "small"):
         holds(name, pathlib.Path("small.bin").read_bytes())
     stop(small)
@@ -311,13 +311,14 @@ def starts_at_once():
 
 def time_outs_and_interrupts():
     board("endless", "--fault", "hang,s=1000,command=burst")
-    words = ("--image", "image", "-v", "serial=1", "--json", "--secapp", "waiting_secapp")
+    words = f"{WITH_IMAGE} --secapp waiting_secapp"
     expect("a time-out", {"endless": ("timeout", 0, "no end within the time-out")},
-           rows(run(1, "script", "endless", *words, "--timeout", "1").stdout))
+           run_rows(1, f"script endless {words} --timeout 1"))
     for number in (signal.SIGINT, signal.SIGTERM):
         write({"pids": ""})
-        running = start(secapp_boards, "script", "good 1", "endless", "last", *words, "--jobs", "1",
-                        start_new_session=True, stdout=subprocess.PIPE, text=True)
+        running = start(secapp_boards, "script", "good 1", "endless", "last", *words.split(),
+                        "--jobs", "1", "--json", start_new_session=True, stdout=subprocess.PIPE,
+                        text=True)
         wait_until(lambda: read("pids").count("\n") == 2)
         # A terminal sends its signal to the whole group.
         (os.killpg if number == signal.SIGINT else os.kill)(running.pid, number)
@@ -334,15 +335,13 @@ def killed():
     slow = board("slow", "--fault", "hang,s=1000,command=burst")
     for victim in ("parallel", "itself"):
         write({"pids": ""})
-        words = ("--logs", f"killed {victim}", "--json")
         # Without standard output, GNU parallel must still hold the lock.
         output = ">&-" if victim == "itself" else ""
-        running = start("sh", "-c", f'exec "$0" "$@" {output}', secapp_boards, "script", "good 1",
-                        "slow", "--image", "image", "-v", "serial=1", *words, "--secapp",
-                        "waiting_secapp", stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                        text=True)
+        running = start("sh", "-c", f"""exec {secapp_boards} script 'good 1' slow {WITH_IMAGE} \\
+            --logs killed_{victim} --json --secapp waiting_secapp {output}""",
+                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         wait_until(lambda: read("pids").count("\n") == 2
-                   and " end 0\n" in read(f"killed {victim}/1-good_1.log"))
+                   and " end 0\n" in read(f"killed_{victim}/1-good_1.log"))
         child = read(f"/proc/{running.pid}/task/{running.pid}/children").split()[0]
         os.kill(int(child) if victim == "parallel" else running.pid, signal.SIGKILL)
         if victim == "parallel":
@@ -350,17 +349,17 @@ def killed():
             expect("the results", ["good", "interrupted"], [got[name][0] for name in got])
         running.wait()
         expect("the lock", "belongs to a run that has not ended",
-               run(1, "--retry-failed", *words).stderr)
+               run(1, f"--retry-failed --logs killed_{victim}").stderr)
         for pid in read("pids").split():
             if os.path.exists(f"/proc/{pid}"):
                 os.kill(int(pid), signal.SIGKILL)
-        wait_until(lambda: subprocess.run(["flock", "-n", words[1], "true"],
+        wait_until(lambda: subprocess.run(["flock", "-n", f"killed_{victim}", "true"],
                                           check=False).returncode == 0)
     stop(slow)
     board("slow")
     write({"pids": ""})
     expect("the rows", {"good 1": ("good", 100000, ""), "slow": ("good", 100000, "")},
-           rows(run(0, "--retry-failed", *words).stdout))
+           run_rows(0, "--retry-failed --logs killed_itself"))
     expect("how many boards ran again", 1, read("pids").count("\n"))
 
 
@@ -411,10 +410,9 @@ def remote_hosts():
     write({"20261126": os.urandom(1000), "../second": os.urandom(500), "both": SCRIPT.strip()
            + "; program ../second MORVI+0x1000; verify ../second MORVI+0x1000\n"})
     write({"ran": ""})
-    ssh = ("--ssh", f"ssh -F {folder}/ssh_config", "--secapp", "recording_secapp", "--json")
-    ended = run(1, "both", f"{device}@here", "/none@here", "/x@bare", "/x@away", "--image",
-                "20261126", "-v", "serial=a@b", "--host", "here", "--host", "bare", "--host",
-                "away", *ssh)
+    ssh = f"--ssh 'ssh -F {folder}/ssh_config' --secapp recording_secapp --host here"
+    ended = run(1, f"both '{device}@here' /none@here /x@bare /x@away --image 20261126 "
+                   f"-v serial=a@b --host bare --host away --json {ssh}")
     expect("what was said besides", [], ended.stderr.splitlines())
     got = rows(ended.stdout)
     expect("a host that does not answer", "away cannot be used: ssh: connect to host",
@@ -426,11 +424,10 @@ def remote_hosts():
     holds("good 3", pathlib.Path("20261126").read_bytes())
     expect("the files left on the host", [], os.listdir("home_here"))
     os.symlink("good 3", "link")
-    expect("a device with two links", "are the same device", run(
-        1, "both", device, f"{folder}/link", "--host", "here", *ssh).stderr)
-    output = run(0, "both", device, "--host", "here", "--image", "20261126", "-v", "serial=1",
-                 "--rehearse", *ssh).stdout
-    expect("a rehearsal", {device: ("good", 1500, "")}, rows(output))
+    expect("a device with two links", "are the same device",
+           run(1, f"both '{device}' {folder}/link {ssh}").stderr)
+    expect("a rehearsal", {device: ("good", 1500, "")},
+           run_rows(0, f"both '{device}' {WITH_IMAGE} --image 20261126 --rehearse {ssh}"))
     expect("how many directories were made", 2,
            len(set(re.findall(r"home_here/\.secapp-boards/\w+", read("ran")))))
 
@@ -439,8 +436,9 @@ def documented():
     """The help, the man page and the completion name the same options."""
     root = secapp_boards.parent.parent
     options = sorted(re.findall(r"^  (?:-h, )?(--?[a-z-]+)", run(0, "--help").stdout, re.M))
-    page = re.findall(r"^\.It Fl (Fl )?([a-z-]+)", read(root / "docs/secapp-boards.1"), re.M)
-    page = sorted(f"{'--' if long else '-'}{name}" for long, name in page)
+    page = "".join(re.findall(r"^\.It Fl .*", read(root / "docs/secapp-boards.1"), re.M))
+    page = sorted(f"{'--' if long else '-'}{name}"
+                  for long, name in re.findall("Fl (Fl )?([a-z-]+)", page))
     expect("the options of the help", page, options)
     complete = ('source "$1"; COMP_WORDS=("$0" "$2" "$3") COMP_CWORD=2; _secapp_boards "$0"; '
                 'printf "%s\\n" "${COMPREPLY[@]}"')
