@@ -41,7 +41,7 @@ struct Board::Thread {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::min(ms, 5)));
     }
 
-    void send(const Answer& answer) {
+    void send(const Answer& answer) const {
         pauseFor(answer.delayms);
         std::string_view text = answer.text;
         while (!text.empty() && !stop) {
