@@ -264,7 +264,8 @@ def reports():
     for error, secapp in [
             ("no end", r"printf 'half a lineError: script:3: no end\n'; exit 255"),
             ("status 3", "exit 3"), ("secapp did not run the script to its end", "exit 0"),
-            ("secapp did not run the script to its end", "echo 0123456789abcdef end 0")]:
+            ("secapp did not run the script to its end", "echo 0123456789abcdef end 0"),
+            ("secapp did not run the script to its end", ">../1-x.log; echo Processed 1 lines")]:
         write_program("fake_secapp", secapp)
         expect(f"what {secapp} leaves", {"x": ("failed", 0, error)},
                run_rows(1, "hello x --secapp fake_secapp"))
@@ -363,23 +364,23 @@ def killed():
     expect("how many boards ran again", 1, read("pids").count("\n"))
 
 
-def start_server(folder):
+def start_server(directory):
     """Two names for a server of this test, one without secapp, and one that does not answer."""
     keys = ""
     for key in ("server", "here", "bare"):
         subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", f"key_{key}"],
                        check=True)
         os.mkdir(f"home_{key}")
-        path = f"{folder}/bin:$PATH" if key == "here" else "$PATH"
-        keys += (f'command="cd {folder}/home_{key}; HOME=$PWD PATH={path}; eval '
+        path = f"{directory}/bin:$PATH" if key == "here" else "$PATH"
+        keys += (f'command="cd {directory}/home_{key}; HOME=$PWD PATH={path}; eval '
                  f'\\"$SSH_ORIGINAL_COMMAND\\"" {read(f"key_{key}.pub")}')
     with socket.socket() as free:
         free.bind(("127.0.0.1", 0))
         port = free.getsockname()[1]
     write({"keys": keys, "ssh_config": f"""Host here
-IdentityFile {folder}/key_here
+IdentityFile {directory}/key_here
 Host bare
-IdentityFile {folder}/key_bare
+IdentityFile {directory}/key_bare
 Host away
 Port 1
 Host *
@@ -389,14 +390,14 @@ IdentitiesOnly yes
 IdentityAgent none
 BatchMode yes
 LogLevel INFO
-UserKnownHostsFile {folder}/known
+UserKnownHostsFile {directory}/known
 StrictHostKeyChecking no
 """})
     if os.geteuid() == 0:
         os.makedirs("/run/sshd", exist_ok=True)
-    settings = [f"Port={port}", "ListenAddress=127.0.0.1", f"HostKey={folder}/key_server",
-                f"AuthorizedKeysFile={folder}/keys", "StrictModes=no", "UsePAM=no",
-                "PermitRootLogin=yes", "PidFile=none", f"Banner={folder}/key_server.pub"]
+    settings = [f"Port={port}", "ListenAddress=127.0.0.1", f"HostKey={directory}/key_server",
+                f"AuthorizedKeysFile={directory}/keys", "StrictModes=no", "UsePAM=no",
+                "PermitRootLogin=yes", "PidFile=none", f"Banner={directory}/key_server.pub"]
     with open("sshd.log", "w") as log:
         server = start(SSHD, "-D", "-e", "-f", "/dev/null",
                        *(f"-o{setting}" for setting in settings), stderr=log)
@@ -404,13 +405,13 @@ StrictHostKeyChecking no
 
 
 def remote_hosts():
-    folder = os.getcwd()
-    start_server(folder)
-    device = f"{folder}/good 3"
+    directory = os.getcwd()
+    start_server(directory)
+    device = f"{directory}/good 3"
     write({"20261126": os.urandom(1000), "../second": os.urandom(500), "both": SCRIPT.strip()
            + "; program ../second MORVI+0x1000; verify ../second MORVI+0x1000\n"})
     write({"ran": ""})
-    ssh = f"--ssh 'ssh -F {folder}/ssh_config' --secapp recording_secapp --host here"
+    ssh = f"--ssh 'ssh -F {directory}/ssh_config' --secapp recording_secapp --host here"
     ended = run(1, f"both '{device}@here' /none@here /x@bare /x@away --image 20261126 "
                    f"-v serial=a@b --host bare --host away --json {ssh}")
     expect("what was said besides", [], ended.stderr.splitlines())
@@ -425,7 +426,7 @@ def remote_hosts():
     expect("the files left on the host", [], os.listdir("home_here"))
     os.symlink("good 3", "link")
     expect("a device with two links", "are the same device",
-           run(1, f"both '{device}' {folder}/link {ssh}").stderr)
+           run(1, f"both '{device}' {directory}/link {ssh}").stderr)
     expect("a rehearsal", {device: ("good", 1500, "")},
            run_rows(0, f"both '{device}' {WITH_IMAGE} --image 20261126 --rehearse {ssh}"))
     expect("how many directories were made", 2,
