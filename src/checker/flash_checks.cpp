@@ -107,10 +107,10 @@ bool isFlashCommand(const CheckedCommand& command) {
                        [&](std::string_view name) { return isNamed(command, name); });
 }
 
-bool isSplit(std::string_view addresses, std::string_view nextWord) {
+bool isSplit(std::string_view addresses, std::string_view following) {
     constexpr std::string_view joints = ",*/-+";
     return joints.find(addresses.back()) != std::string_view::npos ||
-           joints.find(nextWord.front()) != std::string_view::npos;
+           joints.find(following.front()) != std::string_view::npos;
 }
 
 std::size_t firstArgument(const CheckedCommand& command) {
@@ -129,7 +129,7 @@ std::optional<ProgramArguments> parseProgramArguments(const CheckedCommand& comm
     const std::size_t at = hasData(command) ? firstArgument(command) : command.words.size();
     if (at >= command.words.size())
         return std::nullopt;
-    const auto wordAt = [&](std::size_t place) {
+    const auto wordOrEmpty = [&](std::size_t place) {
         return place < command.words.size() ? command.words[place] : std::string();
     };
     ProgramArguments arguments;
@@ -137,9 +137,9 @@ std::optional<ProgramArguments> parseProgramArguments(const CheckedCommand& comm
         (void)readOption(command.words[option], arguments);
     arguments.data = command.words[at];
     arguments.isFile = !isNumeric(arguments.data);
-    arguments.addresses = wordAt(at + 1);
+    arguments.addresses = wordOrEmpty(at + 1);
     if (!arguments.isFile)
-        arguments.length = wordAt(at + 2);
+        arguments.length = wordOrEmpty(at + 2);
     return arguments;
 }
 

@@ -17,7 +17,7 @@ struct ProgramArguments {
     std::string data;
     bool isFile = false;
     std::string addresses;
-    /// A file has none, whatever follows the addresses.
+    /// Empty for a file, even if a word follows the addresses.
     std::string length;
 };
 
@@ -26,8 +26,8 @@ struct ProgramArguments {
 
 inline constexpr std::string_view oneAddressWord = "write the addresses as one word, without spaces";
 
-/// Whether an expression or a list of them was written with a space.
-[[nodiscard]] bool isSplit(std::string_view addresses, std::string_view nextWord);
+/// Whether a space splits an address or a list of them, so that `following` is the next part.
+[[nodiscard]] bool isSplit(std::string_view addresses, std::string_view following);
 
 /// The index of the first word after the options.
 [[nodiscard]] std::size_t firstArgument(const CheckedCommand& command);
@@ -41,7 +41,7 @@ inline constexpr std::string_view oneAddressWord = "write the addresses as one w
 /// The file that the command reads, if any.
 [[nodiscard]] std::optional<std::string> fileOf(const CheckedCommand& command);
 
-/// Returns what is known about a file; the first time, reports if it cannot be programmed.
+/// Returns the properties of a file; the first time, reports if it cannot be programmed.
 [[nodiscard]] const ImageFile& checkImage(Inspection& inspection, const CheckedCommand& command,
                                           const std::string& name);
 

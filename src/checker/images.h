@@ -4,11 +4,11 @@
 
 namespace secapp {
 
-/// What is known about the file of an image.
+/// The properties of an image file.
 struct ImageFile {
     /// Equal for all names of one file.
     std::string key;
-    /// Why it cannot be programmed, to follow the name; empty if it can.
+    /// Why it cannot be programmed, as words to follow the name; empty if it can.
     std::string problem;
     /// A pipe or a character device.
     bool isPipe = false;
@@ -16,7 +16,7 @@ struct ImageFile {
     bool changesWithChecksum = false;
 };
 
-/// Looks at the file of that name. Only a regular file is opened.
+/// Examines the file of that name. Only a regular file is opened.
 [[nodiscard]] ImageFile inspectImage(const std::string& name);
 
 } // namespace secapp

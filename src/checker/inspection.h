@@ -16,7 +16,7 @@ namespace secapp {
 enum class Severity {
     /// Probably a mistake.
     warning,
-    /// The run fails, or does something else than the script says.
+    /// The run fails, or does not do what the script says.
     error,
 };
 
@@ -29,9 +29,9 @@ struct Finding {
 
 /// One command of a script, as a run interprets it.
 struct CheckedCommand {
-    /// 0 without a prefix; never that of a comment.
+    /// 0 without a prefix; never '#', which starts a comment.
     char prefix = '\0';
-    /// After the prefix, with the variables replaced.
+    /// The text after the prefix, with the variables replaced.
     std::string text;
     /// The command word first; empty after "@".
     std::vector<std::string> words;
@@ -42,10 +42,10 @@ struct CheckedCommand {
 /// An image or value that was programmed at one address and not completely verified since.
 struct ProgrammedData {
     int line = 0;
-    /// As written.
+    /// As written in the script.
     std::string data;
     std::string address;
-    /// In bytes, for a value with a length; otherwise the largest number.
+    /// In bytes, for a value with a length; otherwise UINT64_MAX.
     std::uint64_t size = 0;
     /// Whether fewer bytes were verified.
     bool isPartlyVerified = false;
@@ -72,7 +72,7 @@ struct Inspection {
     std::map<std::string, std::map<std::string, ProgrammedData>> unverified;
 };
 
-/// Report something about the current line.
+/// Add a finding to the current line.
 void addError(Inspection& inspection, std::string text);
 void addWarning(Inspection& inspection, std::string text);
 

@@ -99,13 +99,13 @@ ScriptReport checkScript(std::FILE* stream, const Variables& variables) {
     LineSource lines{.stream = stream};
     ScriptSource source;
     source.lines = &lines;
-    bool isWhole = true;
+    bool startsLine = true;
     while (const std::optional<std::string> line = getScriptLine(source, nullptr)) {
-        if (isWhole)
+        if (startsLine)
             ++inspection.line;
         else
             checkContinuation(inspection, *line);
-        isWhole = line->ends_with('\n');
+        startsLine = line->ends_with('\n');
         checkBytes(inspection, *line, source.lineCounter == 1);
         if (line->find('\0') == std::string::npos)
             checkLine(inspection, *line);

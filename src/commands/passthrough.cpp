@@ -8,7 +8,7 @@
 namespace secapp {
 namespace {
 
-/// The word as it goes out. One that does not evaluate is left to the target.
+/// The word as it is sent: its value, or the word itself if it does not evaluate.
 std::string evaluated(HandlerData& record, std::optional<FlashList>& regions, std::string_view word) {
     if (word.front() == '+')
         return std::string(word);

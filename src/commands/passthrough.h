@@ -9,7 +9,7 @@ namespace secapp {
                                        const HandlerEntry* entry);
 
 /// Sends the command with each argument that is an address expression replaced by its value in hexadecimal;
-/// arguments that do not evaluate, and those that begin with "+", go out as typed.
+/// arguments that do not evaluate, and those that begin with "+", are sent as typed.
 [[nodiscard]] ErrorText genericHandlerWithAddressParser(HandlerData& record, std::string_view text,
                                                         std::string_view word, const HandlerEntry* entry);
 

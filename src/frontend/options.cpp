@@ -192,7 +192,7 @@ std::string joinWords(char** words, char** end) {
 } // namespace
 
 Options parseOptions(int argc, char** argv) {
-    // Options and words may be mixed, whatever the environment asks of the system's parser.
+    // Options may follow words, even if the environment has `getopt` stop at the first word.
     ::unsetenv("POSIXLY_CORRECT");
     Options options;
     bool anyOption = false;

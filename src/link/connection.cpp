@@ -24,7 +24,7 @@ constexpr int noDeviceName = -2;
 constexpr int attempts = 10;
 constexpr int returnsPerAttempt = 10;
 
-/// In ms. A time-out ends with the next whole second, so that each answer may take one second.
+/// In ms. A time-out is extended to the next whole second: an answer may take one second.
 constexpr int answerTimeout = 1;
 
 /// How long the handshake waits for a port that takes no bytes.

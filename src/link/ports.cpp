@@ -12,7 +12,7 @@ namespace {
 
 std::vector<std::string> portList;
 
-/// The driver link of a USB device contains "usb", that of a built-in port does not.
+/// The driver link contains "usb" for a USB device, but not for a built-in port.
 bool isOnUsb(const std::filesystem::path& tty) {
     std::error_code error;
     if (!std::filesystem::is_symlink(tty / "device", error))

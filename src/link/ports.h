@@ -11,7 +11,7 @@ namespace secapp {
 /// The kernel's directory of terminal devices, which lists the USB serial ports.
 inline constexpr std::string_view systemTtyDirectory = "/sys/class/tty/";
 
-/// Searches for ports and copies the path of the one with that index to `device`; -1 is for the only one. An
+/// Searches for ports and copies the path of the one with that index to `device`; -1 means the only one. An
 /// error if there is none; with -1 and several, lists them on standard error.
 [[nodiscard]] ErrorText getSerialDeviceName(int index, std::string& device,
                                             std::string_view directory = systemTtyDirectory);

@@ -25,7 +25,7 @@ namespace {
 /// answer.
 constexpr auto busyWaitLimit = std::chrono::microseconds(60);
 
-/// A longer pause within a line ends a wait whose deadline has passed.
+/// After its deadline, a wait continues until no byte is received for this time.
 constexpr auto longestPause = std::chrono::milliseconds(2);
 
 struct Settings {
@@ -104,7 +104,7 @@ void reportDeviceGone(Port& port) {
     writeText(stderr, formatText("Device %s is gone\n", port.deviceName->c_str()));
 }
 
-/// Makes a system call, again after an interruption by a signal, and keeps its error number.
+/// Makes a system call, again after an interruption by a signal, and stores its error number.
 template <typename Call>
 int callPort(Port& port, Call call) {
     ssize_t result = -1;
@@ -133,7 +133,7 @@ short awaitEvents(const Port& port, short events, Clock::duration time) {
 
 /// Busy-waits for the answer to the last write, unless the answer before was slow. Asks for the number of
 /// bytes, because an empty read sleeps until the kernel's worker has run. That worker carries the bytes and
-/// runs on this processor, so it gets the processor between two looks.
+/// runs on this processor, so it gets the processor between two checks.
 void busyWaitForAnswer(Port& port) {
     int waiting = 0;
     while (port.answerPending && port.answersQuickly) {
@@ -161,7 +161,7 @@ bool endsLine(Port& port, std::string& line, std::size_t capacity, std::uint8_t 
     traceByte(byte);
     if (byte == '\n' || byte == '\r' || byte == '\0')
         return true;
-    // Line ends alone can still belong to the answer before.
+    // Line ends before any other byte can still belong to the previous answer.
     if (port.answerPending)
         port.answersQuickly = Clock::now() - port.written < busyWaitLimit;
     port.answerPending = false;
@@ -199,7 +199,7 @@ void serial_init(Port& port, int vtime, int vmin) {
     if (!isOpenHere(status) && !lockDevice(port.handle))
         refuseHeldPort(port);
     debug_print("open: handle=%d", port.handle);
-    // Waits on the port can last a few µs; by default the kernel adds 50 to each.
+    // Waits on the port can last a few µs; by default the kernel adds 50 µs to each.
     ::prctl(PR_SET_TIMERSLACK, 1UL);
 
     debug_print("init: tcgetattr");

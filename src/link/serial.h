@@ -36,28 +36,29 @@ struct Port {
     ErrorText connectionError = {};
     /// The device is gone, and the user was told.
     bool gone = false;
-    /// The last write, whether no byte was received since, and whether the last answer began soon enough to
-    /// wait for the next one without sleeping.
+    /// The time of the last write.
     TimePoint written = {};
+    /// Whether only line ends were received since the last write.
     bool answerPending = false;
+    /// Whether the last answer began soon enough for a busy-wait for the next one.
     bool answersQuickly = true;
-    /// VMIN: for fewer bytes `poll` does not wake up.
+    /// VMIN in bytes. `poll` does not report fewer.
     cc_t minRead = 1;
 };
 
 /// Opens the port's device raw (38400 baud, 8N1, RTS/CTS, non-blocking) with `vtime` and `vmin` as the VTIME
-/// and VMIN control characters, and saves the settings found. A device that cannot be opened, is no terminal
-/// or is held by another host ends the program with status 255 and the system's message. A port that is still
-/// open when the program exits gets its settings back then.
+/// and VMIN control characters, and saves the settings found. A device that cannot be opened, is not a
+/// terminal or is locked by another process ends the program with status 255 and the system's message. A port
+/// that is still open when the program exits gets its settings back then.
 void serial_init(Port& port, int vtime, int vmin);
 
 /// Gives the port its saved settings back and closes it.
 void serial_terminate(Port& port);
 
-/// One `read` of at most the size of `buffer`; returns the bytes read, 0, or -1.
+/// One `read` of at most the size of `buffer`; returns the number of bytes read, 0, or -1.
 [[nodiscard]] int serial_read(Port& port, std::span<std::uint8_t> buffer);
 
-/// One `write` of all bytes; returns the bytes written (possibly fewer), 0, or -1.
+/// One `write` of all bytes; returns the number written (possibly fewer), 0, or -1.
 [[nodiscard]] int serial_write(Port& port, std::span<const std::uint8_t> bytes);
 
 /// How the wait for a line ended: with a line, without one in time, or because the port failed.
@@ -83,12 +84,12 @@ void setDefaultSerialReadTimeout(std::uint32_t tenths);
 [[nodiscard]] std::uint32_t getDefaultSerialReadMinRead();
 void setDefaultSerialReadMinRead(std::uint32_t bytes);
 
-/// The system calls on an open port, the last one the number of bytes that wait. Tests and fuzzers replace
-/// them.
+/// The system calls on an open port. Tests and fuzzers replace them.
 struct PortCalls {
     ssize_t (*read)(int handle, void* buffer, std::size_t size);
     ssize_t (*write)(int handle, const void* bytes, std::size_t size);
     int (*poll)(pollfd* port, nfds_t count, const timespec* limit, const sigset_t* mask);
+    /// Sets `bytes` to the number of received bytes that were not read yet.
     int (*waiting)(int handle, int& bytes);
 };
 extern const PortCalls systemPortCalls;

@@ -25,7 +25,7 @@ constexpr int ignoredLineTimeouts = 10;
 
 std::string lastTargetCommand;
 
-/// A time-out counts in whole seconds and ends with the next one.
+/// A time-out in ms, extended to the next whole second: 1 ms is 1 s, 5000 ms are 6 s.
 seconds inWholeSeconds(int timeout) {
     return seconds(timeout / millisecondsPerSecond + 1);
 }
