@@ -58,7 +58,7 @@ State stateOf(const Firmware& firmware) {
     return state;
 }
 
-bool succeeded(const vqxsim::Reply& reply) {
+bool succeeded(const vqxsim::Answer& reply) {
     return reply.text == "VQX_OK\r\n" || reply.text.ends_with("\nVQX_OK\r\n");
 }
 
@@ -121,7 +121,7 @@ void checkChange(Firmware& firmware, const vqxsim::Request& request, bool succes
 }
 
 void answer(Firmware& firmware, const vqxsim::Request& request, State& state) {
-    const vqxsim::Reply reply = vqxsim::execute(firmware, request);
+    const vqxsim::Answer reply = vqxsim::execute(firmware, request);
     require(reply.text.size() <= 2 * request.text.size() + answerRoom, "an answer is bounded");
     const std::size_t lineEnd = reply.text.rfind('\n', reply.text.size() - 2);
     const std::string status = reply.text.substr(lineEnd == std::string::npos ? 0 : lineEnd + 1);
@@ -138,7 +138,7 @@ void startFuzzed(Firmware& firmware) {
                                                     {"MORVI", 0x2000, 700, 7, 64, 0x00},
                                                     {"ODD", 0xFFFFFF00, 0x180, 0, 0x8001, 0x5A},
                                                     {"FAR", 0x100000000, 3, 1, 0, 0xFF}},
-                                        .folder = {}};
+                                        .directory = {}};
     require(!vqxsim::startFirmware(firmware, config), "the firmware starts");
 }
 

@@ -30,7 +30,7 @@ void startTarget() {
                                                     {"BANKB", 0x10002000, 0x1000, 64, 0x100, 0x00},
                                                     {"MORVI", 0x14000000, 0x1000, 256, 0x80, 0xFF},
                                                     {"TOP", 0xFFFFFF00, 0x100, 16, 0x80, 0xFF}},
-                                        .folder = {}};
+                                        .directory = {}};
     MemoryPort& port = memoryPort();
     port.toHost.clear();
     port.taken = 0;

@@ -5,7 +5,7 @@
 
 namespace vqxsim {
 
-/// Closes a file descriptor when it goes out of use; -1 is none.
+/// Owns a file descriptor and closes it; -1: none.
 class Descriptor {
 public:
     Descriptor() = default;

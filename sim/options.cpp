@@ -75,13 +75,13 @@ constexpr auto optionRows = std::to_array<OptionRow>({
      "a memory, repeatable; replaces the default three; keys: base (0), size (512K), page (512), buffer (32K), blank (0xff)",
      [](Options& o, Text text) { return readRegion(text, o.service.firmware.regions); }},
     {"no-flash", nullptr, "a target without memories", [](Options& o, Text) { return setFlag(o.noFlash); }},
-    {"like", "FILE", "the memories of a board: FILE holds what 'secapp queryFlash' printed for it",
+    {"like", "FILE", "the memories of a board, from the output of 'secapp queryFlash' in FILE",
      [](Options& o, Text text) { return readPath(text, o.board); }},
-    {"accept", "WORD", "take this command of a special firmware, without effect; repeatable",
+    {"accept", "WORD", "accept this command of a special firmware, without effect; repeatable",
      [](Options& o, Text text) { return acceptWord(text, o.service.firmware.accepted); }},
     {"memory", "DIR",
-     "keep each memory in DIR/NAME.bin, visible to other programs at once, and boot bank and USB identifiers",
-     [](Options& o, Text text) { return readPath(text, o.service.firmware.folder); }},
+     "keep each memory in DIR/NAME.bin, visible to other programs immediately, and boot bank and USB identifiers",
+     [](Options& o, Text text) { return readPath(text, o.service.firmware.directory); }},
     {"null-memory", nullptr, "flash commands succeed and store nothing; bursts are checked, not stored",
      [](Options& o, Text) { return setFlag(o.service.firmware.nullMemory); }},
     {"program-time", "US", "time to program a page, in microseconds",
@@ -156,7 +156,7 @@ ErrorText readOptions(int argc, char** argv, Options& options) {
     options.service.command.assign(argv + optind, argv + argc);
     if (ErrorText error = chooseRegions(options, options.service.firmware.regions))
         return error;
-    if (options.service.firmware.nullMemory && !options.service.firmware.folder.empty())
+    if (options.service.firmware.nullMemory && !options.service.firmware.directory.empty())
         return "--memory and --null-memory exclude each other";
     for (const Fault& fault : options.service.faults)
         if (ErrorText error = checkFault(fault, options.service.firmware))

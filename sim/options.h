@@ -4,13 +4,13 @@
 
 namespace vqxsim {
 
-/// What the command line asks for.
+/// The action that the command line selects.
 enum class Action { serve, showHelp, showVersion };
 
 /// The command line of the simulator.
 struct Options {
     Action action = Action::serve;
-    bool noFlash = false; ///< the target has no regions
+    bool noFlash = false; ///< the target has no memories
     std::string board;    ///< file with a board's answer to queryFlash, empty for none
     Service service;
 };

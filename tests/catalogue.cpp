@@ -24,7 +24,7 @@ void printCommands() {
 /// False when the simulated target refuses to list its commands.
 bool printTargetCommands() {
     vqxsim::Firmware firmware;
-    vqxsim::Reply reply;
+    vqxsim::Answer reply;
     if (vqxsim::runCommand(firmware, "helpadvanced", reply))
         return false;
     std::string_view lines = reply.text;

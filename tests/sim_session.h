@@ -15,13 +15,13 @@ inline std::string burst(const std::string& bytes, unsigned offset = 0) {
     return formatText("=databurst %zx %x %x\r", bytes.size(), offset, burstChecksum(bytes)) + bytes;
 }
 
-/// A target in batch mode, talked to.
+/// A target in batch mode, and what it answers.
 struct SimSession {
     explicit SimSession(const std::vector<RegionSpec>& regions = {flashRegion, oddRegion, pagelessRegion},
-                        const std::string& folder = "") {
+                        const std::string& directory = "") {
         FirmwareConfig config;
         config.regions = regions;
-        config.folder = folder;
+        config.directory = directory;
         error = startFirmware(target.firmware, config);
         target.firmware.batchMode = true;
     }
@@ -31,7 +31,7 @@ struct SimSession {
             EXPECT_EQ(readFault(text, target.faults.emplace_back()), std::nullopt) << text;
     }
 
-    /// Gives all bytes; returns all answers, and keeps the last outcome.
+    /// Sends the bytes; returns all answers, and keeps the last outcome.
     std::string say(std::string_view bytes) {
         std::string answers;
         while (!bytes.empty()) {

@@ -23,7 +23,7 @@ std::string& statusPart(Exchange& exchange) {
     return exchange.floodBytes > 0 ? exchange.answerAfterFlood : exchange.answer;
 }
 
-/// Whether there is no answer that anything could happen to.
+/// Whether there is no answer to change.
 bool isSilent(const Exchange& exchange) {
     return exchange.answer.empty() && exchange.floodBytes == 0;
 }
@@ -34,7 +34,7 @@ std::size_t statusStart(std::string_view answer) {
     return before == std::string_view::npos ? 0 : before + 1;
 }
 
-/// Returns whether that changes the text.
+/// Returns whether the text changes.
 bool replaceLineEnds(std::string& text, std::string_view with) {
     std::string changed;
     std::size_t start = 0;
@@ -156,7 +156,7 @@ std::string applyNoEnd(Fault&, Exchange& exchange, Random&) {
     if (!text.ends_with("\r\n"))
         return {};
     text.resize(text.size() - 2);
-    return "noend: no line end behind the status";
+    return "noend: no line end after the status";
 }
 
 std::string applyEnds(Fault& fault, Exchange& exchange, Random&) {
@@ -168,7 +168,7 @@ std::string applyEnds(Fault& fault, Exchange& exchange, Random&) {
     return replaceLineEnds(exchange.answerAfterFlood, ends) || changed ? "ends: " + fault.with : "";
 }
 
-/// Puts the flood, whose text and length the caller sets, before the status.
+/// Splits the answer before the status for a flood, whose text and length the caller sets.
 void makeRoomForFlood(Exchange& exchange) {
     const std::size_t status = statusStart(exchange.answer);
     exchange.answerAfterFlood = "\r\n" + exchange.answer.substr(status); // the flood may end within a line
@@ -203,25 +203,25 @@ std::string applyFlood(Fault& fault, Exchange& exchange, Random&) {
 }
 
 constexpr auto kinds = std::to_array<FaultKind>({
-    {"error", "text status", "an error status instead of carrying the request out", FaultPhase::request, "",
+    {"error", "text status", "an error status; the request is not carried out", FaultPhase::request, "",
      applyError},
     {"hang", "s byte",
-     "the target does nothing for s seconds, then carries on; before an answer, or once the Nth byte was received",
+     "the target pauses for s seconds before it carries a request out, or after the Nth byte received",
      FaultPhase::request, "", applyHang},
     {"unplug", "byte replug",
-     "the device vanishes once the Nth byte was received, or before an answer; with --link it comes back after replug seconds, its memories kept",
+     "the device vanishes before an answer, or after the Nth byte received; with --link it returns after replug seconds with its memories unchanged",
      FaultPhase::request, "", applyUnplug},
     {"stuckprogram", "addr bit silent",
-     "a bit does not program, at an address or any; silent=1: the firmware does not notice",
+     "a bit is not programmed, at an address or a random one; silent=1: the firmware reports success",
      FaultPhase::request, "programPage", offerStuckBit},
     {"stuckerase", "addr bit silent",
-     "a bit does not erase, at an address or any; silent=1: the firmware does not notice",
+     "a bit is not erased, at an address or a random one; silent=1: the firmware reports success",
      FaultPhase::request, "eraseFlash", offerStuckBit},
-    {"flip", "offset bit", "a bit of a burst is flipped on its way", FaultPhase::burst, "burst", applyFlip},
-    {"lose", "offset", "a byte of a burst is lost on its way", FaultPhase::burst, "burst", applyLose},
+    {"flip", "offset bit", "a bit of a burst is inverted", FaultPhase::burst, "burst", applyFlip},
+    {"lose", "offset", "a byte of a burst is lost", FaultPhase::burst, "burst", applyLose},
     {"double", "offset", "a byte of a burst is duplicated", FaultPhase::burst, "burst", applyDouble},
-    {"drop", "", "the answer is dropped", FaultPhase::answer, "", applyDrop},
-    {"delay", "ms us", "the answer comes later", FaultPhase::answer, "", applyDelay},
+    {"drop", "", "the answer is lost", FaultPhase::answer, "", applyDrop},
+    {"delay", "ms us", "the answer is late", FaultPhase::answer, "", applyDelay},
     {"cut", "bytes", "the answer ends after N bytes, half of it by default", FaultPhase::answer, "",
      applyCut},
     {"split", "us ms", "the answer comes in single bytes with pauses", FaultPhase::answer, "", applySplit},

@@ -19,13 +19,13 @@ struct Fault {
     std::uint64_t at = 0; ///< occurs from this exchange on, counted from 1
     std::optional<std::uint64_t>
         count;                      ///< how often it occurs at most; none: once with `at`, else without limit
-    std::uint64_t chance = certain; ///< of `certain`
-    std::string command;            ///< only at requests known by this word; empty: at all
+    std::uint64_t chance = certain; ///< compared with `certain`
+    std::string command;            ///< only at requests with this word; empty: at all
     std::string text = "Injected error";  ///< of an error status
     std::string status = "VQX_ERROR";     ///< first word of an error status
     std::string with = "LF";              ///< line end: CR, LF, CRLF or NUL
     std::string line = "empty";           ///< an ignored line: empty, repeat or zero
-    std::optional<std::uint64_t> times;   ///< how many ignored lines; none: until the host goes
+    std::optional<std::uint64_t> times;   ///< how many ignored lines; none: until the host closes the device
     std::optional<Duration> time;         ///< delay, hang, pause between bytes or lines
     std::optional<Duration> replug;       ///< comes back after this time
     std::optional<std::uint64_t> bytes;   ///< of noise, flood or a cut answer; UINT64_MAX: endless
@@ -39,24 +39,24 @@ struct Fault {
     std::string given;                    ///< as the user gave it
 };
 
-/// What happens to a byte of a burst on its way.
+/// A change of one byte of a burst.
 struct ByteFault {
     enum class Kind { flip, lose, doubled } kind = Kind::flip;
-    std::uint64_t offset = 0; ///< bytes of the burst that still come before it
+    std::uint64_t offset = 0; ///< bytes of the burst before it that have not arrived
     std::uint8_t mask = 0;    ///< bits to flip
-    Fault* source = nullptr;  ///< the fault that it comes from; not owned
-    std::string note;         ///< for the log, once it has happened
+    Fault* source = nullptr;  ///< its fault; not owned
+    std::string note;         ///< for the log
 };
 
-/// One exchange as the faults see and change it.
+/// One exchange: what the faults read and change.
 struct Exchange {
     std::uint64_t number = 0;
     std::string word;              ///< see `requestWord`
     std::uint64_t burstLength = 0; ///< of the burst that begins, in the burst phase
 
-    std::optional<std::string> refusal; ///< status line in place of carrying the request out
+    std::optional<std::string> refusal; ///< status line, if the request is not carried out
     std::optional<StuckBit> stuckBit;
-    Fault* stuckSource = nullptr; ///< the fault that gave the stuck bit; not owned
+    Fault* stuckSource = nullptr; ///< the fault of the stuck bit; not owned
     std::optional<ByteFault> byteFault;
     Duration hang{0}; ///< before the request is carried out
     bool unplug = false;
@@ -70,20 +70,20 @@ struct Exchange {
     Duration floodPause{0};            ///< before each repetition of the text
     std::string answerAfterFlood;
 
-    std::vector<std::string> notes; ///< what the faults did, for the log
+    std::vector<std::string> notes; ///< the effects of the faults, for the log
 };
 
-/// When faults of a kind occur: before a request is carried out, as a burst begins, or at the answer.
+/// When faults of a kind occur: before a request is carried out, at the start of a burst, or at the answer.
 enum class FaultPhase { request, burst, answer };
 
 /// One row of the table of kinds.
 struct FaultKind {
     std::string_view name;
-    std::string_view settings; ///< those that the kind has besides at, count, chance and command
+    std::string_view settings; ///< other than at, count, chance and command
     std::string_view help;
     FaultPhase phase;
     std::string_view only; ///< the one request at which it occurs, empty for any
-    /// Changes the exchange and returns what it did, for the log; an empty text when it did nothing (yet).
+    /// Changes the exchange and returns the effect for the log; empty if there is none (yet).
     std::string (*apply)(Fault&, Exchange&, Random&);
 };
 
@@ -93,7 +93,7 @@ struct FaultKind {
 /// Applies the faults of a phase to an exchange.
 void applyFaults(std::vector<Fault>& faults, FaultPhase phase, Exchange& exchange, Random& random);
 
-/// Counts and records the exchange's stuck bit after the request was carried out, if a bit was kept.
+/// After the request was carried out: counts and logs the stuck bit if it kept its value.
 void recordStuckBit(Exchange& exchange);
 
 } // namespace vqxsim

@@ -100,7 +100,7 @@ constexpr auto settings = std::to_array<Setting>({
 
 constexpr std::size_t commonSettings = 4;
 
-/// Whether `word` is one of the words in `words`, which single blanks separate.
+/// Whether `word` is one of the words in `words`, separated by single spaces.
 bool holdsWord(std::string_view words, std::string_view word) {
     while (!words.empty()) {
         const std::size_t end = std::min(words.find(' '), words.size());
@@ -193,7 +193,7 @@ ErrorText checkFault(const Fault& fault, const FirmwareConfig& firmware) {
 std::string faultHelp() {
     std::string text =
         "Faults: settings are at=N (from the Nth exchange on, once), command=WORD (only at that command;\n"
-        "\"burst\" is the bytes of a burst), chance=PERCENT, count=N (at most N times), and those of the kind:\n";
+        "\"burst\": the bytes of a burst), chance=PERCENT, count=N (at most N times), settings of the kind:\n";
     for (const FaultKind& kind : faultKinds()) {
         std::string head(kind.name);
         if (!kind.settings.empty())

@@ -5,11 +5,10 @@
 
 namespace vqxsim {
 
-/// Reads "KIND[,setting=value...]" into `fault`. Fails with a text for the user, also for a fault that can
-/// never strike.
+/// Reads "KIND[,setting=value...]" into `fault`. Fails with a text for the user.
 [[nodiscard]] ErrorText readFault(std::string_view text, Fault& fault);
 
-/// Fails when the firmware is made in such a way that the fault can never occur.
+/// Fails if the fault can never occur with this firmware.
 [[nodiscard]] ErrorText checkFault(const Fault& fault, const FirmwareConfig& firmware);
 
 /// The table of kinds and their settings, for the help text.

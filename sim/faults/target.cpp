@@ -41,10 +41,10 @@ Outcome carryOut(Target& target, Request request) {
         exchange.answer = *exchange.refusal + "\r\n";
     } else {
         target.firmware.stuckBit = exchange.stuckBit ? &*exchange.stuckBit : nullptr;
-        Reply reply = execute(target.firmware, outcome.request);
+        const Answer answer = execute(target.firmware, outcome.request);
         target.firmware.stuckBit = nullptr;
-        exchange.answer = std::move(reply.text);
-        outcome.busy = reply.busy;
+        exchange.answer = answer.text;
+        outcome.busy = answer.busy;
         recordStuckBit(exchange);
     }
     if (!exchange.unplug)
@@ -62,7 +62,7 @@ Fault* nextAtByte(Target& target) {
     return next;
 }
 
-/// Gives the firmware bytes with the byte fault applied; returns how many of them are used up.
+/// Passes bytes to the firmware with the byte fault applied; returns how many it has taken.
 std::size_t passBytes(Target& target, std::string_view bytes, std::optional<Request>& request) {
     if (!target.byteFault)
         return collectRequest(target.firmware, bytes, request);

@@ -4,19 +4,19 @@
 
 namespace vqxsim {
 
-/// The firmware with all that can go wrong on the way to it and back. Knows no link and no clock.
+/// The firmware with the faults of its requests and answers. Independent of link and clock.
 struct Target {
     Firmware firmware;
     std::vector<Fault> faults;
     Random random;
     std::uint64_t exchanges = 0;        ///< requests answered so far
     std::uint64_t received = 0;         ///< bytes taken so far
-    bool burstFaultsApplied = false;    ///< the faults have looked at the burst that is arriving
-    std::optional<ByteFault> byteFault; ///< lies ahead in the burst that is arriving
+    bool burstFaultsApplied = false;    ///< to the burst that is arriving
+    std::optional<ByteFault> byteFault; ///< has not arrived yet
     std::vector<std::string> notes;     ///< of byte faults whose exchange has not ended yet
 };
 
-/// What one request led to.
+/// The result of one request.
 struct Outcome {
     Request request;
     Exchange exchange;
@@ -28,7 +28,7 @@ struct Outcome {
 /// be empty.
 [[nodiscard]] std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outcome>& outcome);
 
-/// Carries out the request that the host's silence makes.
+/// Carries out the request that ends with a silence of the host.
 [[nodiscard]] Outcome takeSilence(Target& target);
 
 } // namespace vqxsim

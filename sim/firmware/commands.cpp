@@ -31,14 +31,14 @@ struct Command {
     std::size_t most;
     std::uint64_t numberLimit; ///< words are hexadecimal numbers up to this, or `noNumbers`
     bool advanced;             ///< listed by helpadvanced only
-    ErrorText (*run)(Firmware&, const Arguments&, Reply&);
+    ErrorText (*run)(Firmware&, const Arguments&, Answer&);
 };
 
-/// Adds the table's commands, one a line.
-void listCommands(Reply& reply, bool advanced);
+/// Adds the commands of the table, one per line.
+void listCommands(Answer& answer, bool advanced);
 
-void addLine(Reply& reply, std::string_view line) {
-    reply.text.append(line).append("\r\n");
+void addLine(Answer& answer, std::string_view line) {
+    answer.text.append(line).append("\r\n");
 }
 
 std::string usage(const Command& command) {
@@ -55,87 +55,87 @@ ErrorText checkBuffer(const Firmware& firmware, std::uint64_t offset, std::uint6
                       shown(offset), shown(size));
 }
 
-ErrorText batchMode(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText batchMode(Firmware& firmware, const Arguments& arguments, Answer&) {
     if (arguments.numbers[0] > 1)
         return "Mode is 0 or 1";
     firmware.batchMode = arguments.numbers[0] == 1;
     return std::nullopt;
 }
 
-ErrorText print(Firmware&, const Arguments& arguments, Reply& reply) {
-    addLine(reply, arguments.text);
+ErrorText print(Firmware&, const Arguments& arguments, Answer& answer) {
+    addLine(answer, arguments.text);
     return std::nullopt;
 }
 
-ErrorText help(Firmware&, const Arguments&, Reply& reply) {
-    listCommands(reply, false);
+ErrorText help(Firmware&, const Arguments&, Answer& answer) {
+    listCommands(answer, false);
     return std::nullopt;
 }
 
-ErrorText helpAdvanced(Firmware&, const Arguments&, Reply& reply) {
-    listCommands(reply, true);
+ErrorText helpAdvanced(Firmware&, const Arguments&, Answer& answer) {
+    listCommands(answer, true);
     return std::nullopt;
 }
 
-ErrorText version(Firmware&, const Arguments&, Reply& reply) {
-    addLine(reply, "VQX companion firmware 1.0 (simulated)");
+ErrorText version(Firmware&, const Arguments&, Answer& answer) {
+    addLine(answer, "VQX companion firmware 1.0 (simulated)");
     return std::nullopt;
 }
 
-ErrorText queryPart(Firmware&, const Arguments&, Reply& reply) {
-    addLine(reply, "Partid = 0x51a0c0de");
-    addLine(reply, "Decode = VQX51");
-    addLine(reply, "Core clock = 12000000");
+ErrorText queryPart(Firmware&, const Arguments&, Answer& answer) {
+    addLine(answer, "Partid = 0x51a0c0de");
+    addLine(answer, "Decode = VQX51");
+    addLine(answer, "Core clock = 12000000");
     return std::nullopt;
 }
 
-ErrorText queryFlash(Firmware& firmware, const Arguments&, Reply& reply) {
+ErrorText queryFlash(Firmware& firmware, const Arguments&, Answer& answer) {
     const auto& regions = firmware.flash.regions;
     if (regions.empty()) {
-        addLine(reply, "No Flash");
+        addLine(answer, "No Flash");
         return std::nullopt;
     }
-    addLine(reply, formatText("Number of Flash Devices = %zu", regions.size()));
+    addLine(answer, formatText("Number of Flash Devices = %zu", regions.size()));
     for (const Region& region : regions) {
         const RegionSpec& spec = region.spec;
-        addLine(reply, "Name = " + spec.name);
-        addLine(reply, formatText("Base = 0x%llx", shown(spec.base)));
-        addLine(reply, formatText("Size = 0x%llx", shown(spec.size)));
-        addLine(reply, formatText("Page = 0x%llx", shown(spec.page)));
-        addLine(reply, formatText("Buffer = 0x%llx", shown(spec.buffer)));
-        addLine(reply, formatText("Blank = 0x%02x", spec.blank));
+        addLine(answer, "Name = " + spec.name);
+        addLine(answer, formatText("Base = 0x%llx", shown(spec.base)));
+        addLine(answer, formatText("Size = 0x%llx", shown(spec.size)));
+        addLine(answer, formatText("Page = 0x%llx", shown(spec.page)));
+        addLine(answer, formatText("Buffer = 0x%llx", shown(spec.buffer)));
+        addLine(answer, formatText("Blank = 0x%02x", spec.blank));
     }
     return std::nullopt;
 }
 
-ErrorText queryId(Firmware& firmware, const Arguments&, Reply& reply) {
+ErrorText queryId(Firmware& firmware, const Arguments&, Answer& answer) {
     const UsbIdentity identity = firmware.persistent.usbIdentity.value_or(UsbIdentity());
-    addLine(reply, "Serial = 5a100000-00000001-00c0ffee-20240229");
-    addLine(reply, formatText("USB vendor = 0x%04x", identity.vendor));
-    addLine(reply, formatText("USB product = 0x%04x", identity.product));
-    addLine(reply, formatText("Boot bank = %u", firmware.persistent.bootBank));
+    addLine(answer, "Serial = 5a100000-00000001-00c0ffee-20240229");
+    addLine(answer, formatText("USB vendor = 0x%04x", identity.vendor));
+    addLine(answer, formatText("USB product = 0x%04x", identity.product));
+    addLine(answer, formatText("Boot bank = %u", firmware.persistent.bootBank));
     return std::nullopt;
 }
 
-ErrorText queryMorvi(Firmware& firmware, const Arguments&, Reply& reply) {
+ErrorText queryMorvi(Firmware& firmware, const Arguments&, Answer& answer) {
     const auto& regions = firmware.flash.regions;
     const bool present = std::any_of(regions.begin(), regions.end(), [](const Region& region) {
         return strcasecmp(region.spec.name.c_str(), "MORVI") == 0;
     });
     if (!present)
         return "No external flash";
-    addLine(reply, "Device family = MV25");
+    addLine(answer, "Device family = MV25");
     return std::nullopt;
 }
 
-ErrorText debugOptions(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText debugOptions(Firmware& firmware, const Arguments& arguments, Answer&) {
     if (arguments.numbers[0] > 7)
         return "Options are 0 to 7";
     firmware.debugOptions = static_cast<unsigned>(arguments.numbers[0]);
     return std::nullopt;
 }
 
-ErrorText dataSet(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText dataSet(Firmware& firmware, const Arguments& arguments, Answer&) {
     const std::uint64_t length = arguments.numbers[0] * 4;
     const std::uint64_t fill = arguments.numbers[1];
     if (ErrorText error = checkBuffer(firmware, 0, length))
@@ -146,7 +146,7 @@ ErrorText dataSet(Firmware& firmware, const Arguments& arguments, Reply&) {
     return filled ? std::nullopt : ErrorText("Buffer cannot be filled");
 }
 
-ErrorText dataBurst(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText dataBurst(Firmware& firmware, const Arguments& arguments, Answer&) {
     const auto& numbers = arguments.numbers;
     if (numbers[0] == 0)
         return "Burst of no bytes";
@@ -156,7 +156,7 @@ ErrorText dataBurst(Firmware& firmware, const Arguments& arguments, Reply&) {
     return std::nullopt;
 }
 
-ErrorText dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText dataPacket(Firmware& firmware, const Arguments& arguments, Answer&) {
     const auto& numbers = arguments.numbers;
     const std::uint64_t length = (numbers.size() - 1) * 4;
     ErrorText error = checkBuffer(firmware, numbers[0], length);
@@ -169,7 +169,7 @@ ErrorText dataPacket(Firmware& firmware, const Arguments& arguments, Reply&) {
     return std::nullopt;
 }
 
-/// Checks the arguments of the page commands and gives the part of the transfer buffer that they work on.
+/// Checks the arguments of the page commands and returns their part of the transfer buffer.
 ErrorText stagedPages(Firmware& firmware, const Arguments& arguments, std::span<const std::uint8_t>& data) {
     std::uint64_t length = 0;
     ErrorText error = checkPages(firmware.flash, arguments.numbers[0], arguments.numbers[1], length);
@@ -184,45 +184,45 @@ ErrorText stagedPages(Firmware& firmware, const Arguments& arguments, std::span<
     return error;
 }
 
-ErrorText programPages(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+ErrorText programPages(Firmware& firmware, const Arguments& arguments, Answer& answer) {
     std::span<const std::uint8_t> data;
     if (ErrorText error = stagedPages(firmware, arguments, data))
         return error;
     const auto most = longestWork / std::max(firmware.programTime, std::chrono::microseconds(1));
-    reply.busy =
+    answer.busy =
         firmware.programTime * std::min(static_cast<std::int64_t>(arguments.numbers[1]), std::int64_t{most});
     return programFlash(firmware.flash, arguments.numbers[0], data, firmware.stuckBit);
 }
 
-ErrorText verifyPages(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText verifyPages(Firmware& firmware, const Arguments& arguments, Answer&) {
     std::span<const std::uint8_t> data;
     if (ErrorText error = stagedPages(firmware, arguments, data))
         return error;
     return verifyFlash(firmware.flash, arguments.numbers[0], data);
 }
 
-ErrorText readWord(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+ErrorText readWord(Firmware& firmware, const Arguments& arguments, Answer& answer) {
     const std::uint64_t address = arguments.numbers[0];
     if (address % 4 != 0)
         return formatText("Address 0x%08llx is not at the start of a word", shown(address));
     std::vector<std::uint8_t> bytes;
     if (ErrorText error = readFlash(firmware.flash, address, 4, bytes))
         return error;
-    addLine(reply, formatText("0x%02x%02x%02x%02x", bytes[3], bytes[2], bytes[1], bytes[0]));
+    addLine(answer, formatText("0x%02x%02x%02x%02x", bytes[3], bytes[2], bytes[1], bytes[0]));
     return std::nullopt;
 }
 
-ErrorText erase(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+ErrorText erase(Firmware& firmware, const Arguments& arguments, Answer& answer) {
     if (findRegion(firmware.flash, arguments.numbers[0]) != nullptr)
-        reply.busy = firmware.eraseTime;
+        answer.busy = firmware.eraseTime;
     return eraseFlash(firmware.flash, arguments.numbers[0], firmware.stuckBit);
 }
 
-ErrorText blankCheck(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText blankCheck(Firmware& firmware, const Arguments& arguments, Answer&) {
     return checkBlank(firmware.flash, arguments.numbers[0]);
 }
 
-ErrorText bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText bootBank(Firmware& firmware, const Arguments& arguments, Answer&) {
     const auto bank = parseNumber(arguments.words[0]);
     if (!bank || *bank > 1)
         return "Boot bank is 0 or 1";
@@ -230,7 +230,7 @@ ErrorText bootBank(Firmware& firmware, const Arguments& arguments, Reply&) {
     return std::nullopt;
 }
 
-ErrorText programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
+ErrorText programUsbId(Firmware& firmware, const Arguments& arguments, Answer&) {
     const std::uint64_t product = arguments.numbers[0];
     const std::uint64_t vendor = arguments.numbers[1];
     if (product > 0xFFFF || vendor > 0xFFFF)
@@ -244,7 +244,7 @@ ErrorText programUsbId(Firmware& firmware, const Arguments& arguments, Reply&) {
     return std::nullopt;
 }
 
-ErrorText dump(Firmware& firmware, const Arguments& arguments, Reply& reply) {
+ErrorText dump(Firmware& firmware, const Arguments& arguments, Answer& answer) {
     const std::uint64_t address = arguments.numbers[0];
     const std::uint64_t count = arguments.numbers[1];
     if (count > dumpLimit)
@@ -256,7 +256,7 @@ ErrorText dump(Firmware& firmware, const Arguments& arguments, Reply& reply) {
         std::string line = formatText("%08llx:", shown(address + start));
         for (std::size_t i = start; i < std::min(start + 16, bytes.size()); ++i)
             line += formatText(" %02x", bytes[i]);
-        addLine(reply, line);
+        addLine(answer, line);
     }
     return std::nullopt;
 }
@@ -285,10 +285,10 @@ constexpr auto commands = std::to_array<Command>({
     {"version", "", 0, 0, noNumbers, false, version},
 });
 
-void listCommands(Reply& reply, bool advanced) {
+void listCommands(Answer& answer, bool advanced) {
     for (const Command& command : commands)
         if (advanced || !command.advanced)
-            addLine(reply, usage(command));
+            addLine(answer, usage(command));
 }
 
 auto findCommand(std::string_view word) {
@@ -324,7 +324,7 @@ bool isCommand(std::string_view word) {
     return findCommand(word) != commands.end();
 }
 
-ErrorText runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
+ErrorText runCommand(Firmware& firmware, std::string_view line, Answer& answer) {
     const std::string_view word = line.substr(0, line.find_first_of(" \t"));
     const auto command = findCommand(word);
     const auto& accepted = firmware.accepted;
@@ -335,7 +335,7 @@ ErrorText runCommand(Firmware& firmware, std::string_view line, Reply& reply) {
     Arguments arguments;
     if (ErrorText error = readArguments(*command, line.substr(word.size()), arguments))
         return error;
-    return command->run(firmware, arguments, reply);
+    return command->run(firmware, arguments, answer);
 }
 
 } // namespace vqxsim

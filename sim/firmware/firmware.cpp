@@ -16,10 +16,10 @@ namespace {
 
 constexpr std::uint64_t smallestBuffer = 0x8000;
 
-/// Bytes of the file that keeps what lasts besides the flash.
+/// Largest size of the file of the persistent state, in bytes.
 constexpr std::size_t persistentLimit = 4096;
 
-/// Bytes of a burst for which room is made at once; a longer one grows as it arrives.
+/// Bytes allocated at the start of a burst; a longer one grows as it arrives.
 constexpr std::uint64_t burstReserve = 1U << 20;
 
 bool isRawText(const Firmware& firmware) {
@@ -71,14 +71,14 @@ ErrorText storeBurst(Firmware& firmware, const Request& request) {
     return std::nullopt;
 }
 
-ErrorText carryOut(Firmware& firmware, const Request& request, Reply& reply) {
+ErrorText carryOut(Firmware& firmware, const Request& request, Answer& answer) {
     switch (request.kind) {
     case RequestKind::line:
         if (request.text.empty())
             return std::nullopt;
         if (!firmware.batchMode)
-            reply.text = "=" + request.text + "\r\n";
-        return runCommand(firmware, request.text, reply);
+            answer.text = "=" + request.text + "\r\n";
+        return runCommand(firmware, request.text, answer);
     case RequestKind::burst:
         return storeBurst(firmware, request);
     case RequestKind::longLine:
@@ -90,9 +90,9 @@ ErrorText carryOut(Firmware& firmware, const Request& request, Reply& reply) {
                       shown(request.header.length));
 }
 
-/// The file that keeps what lasts besides the flash, as the commands that set it.
+/// The file of the persistent state; it contains the commands that set it.
 std::string persistentPath(const Firmware& firmware) {
-    return firmware.flash.folder + "/board.txt";
+    return firmware.flash.directory + "/board.txt";
 }
 
 ErrorText readPersistent(Firmware& firmware) {
@@ -102,10 +102,10 @@ ErrorText readPersistent(Firmware& firmware) {
         return errno == ENOENT ? std::nullopt : error;
     for (std::istringstream lines(text); std::getline(lines, text);) {
         const std::string_view word = std::string_view(text).substr(0, text.find(' '));
-        Reply reply;
+        Answer answer;
         ErrorText error = "neither bootBank nor otp_ProgUSBID";
         if (word == "bootBank" || word == "otp_ProgUSBID")
-            error = runCommand(firmware, text, reply);
+            error = runCommand(firmware, text, answer);
         if (error)
             return path + ": " + printable(text, 64) + ": " + *error;
     }
@@ -133,7 +133,7 @@ std::uint32_t littleEndian(std::string_view bytes) {
 
 ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config) {
     firmware = Firmware{};
-    firmware.flash.folder = config.folder;
+    firmware.flash.directory = config.directory;
     firmware.flash.nullMemory = config.nullMemory;
     firmware.accepted = config.accepted;
     firmware.programTime = config.programTime;
@@ -143,8 +143,8 @@ ErrorText startFirmware(Firmware& firmware, const FirmwareConfig& config) {
         firmware.flash.regions.push_back({spec, std::nullopt});
         bufferSize = std::max(bufferSize, spec.buffer);
     }
-    if (!config.folder.empty()) {
-        ErrorText error = openFolder(firmware.flash);
+    if (!config.directory.empty()) {
+        ErrorText error = openDirectory(firmware.flash);
         if (!error)
             error = readPersistent(firmware);
         if (error)
@@ -196,16 +196,16 @@ Request requestAfterSilence(Firmware& firmware) {
     return request;
 }
 
-Reply execute(Firmware& firmware, const Request& request) {
-    Reply reply;
+Answer execute(Firmware& firmware, const Request& request) {
+    Answer answer;
     const PersistentState before = firmware.persistent;
-    ErrorText error = carryOut(firmware, request, reply);
-    if (firmware.persistent != before && !firmware.flash.folder.empty())
+    ErrorText error = carryOut(firmware, request, answer);
+    if (firmware.persistent != before && !firmware.flash.directory.empty())
         error = writePersistent(firmware);
     if (error)
         firmware.persistent = before;
-    reply.text += error ? "VQX_ERROR " + *error + "\r\n" : "VQX_OK\r\n";
-    return reply;
+    answer.text += error ? "VQX_ERROR " + *error + "\r\n" : "VQX_OK\r\n";
+    return answer;
 }
 
 std::string exchangeBytes(Firmware& firmware, std::string_view bytes) {

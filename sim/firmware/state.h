@@ -8,7 +8,7 @@ namespace vqxsim {
 
 using Duration = std::chrono::steady_clock::duration;
 
-/// A burst that was announced and whose bytes are on their way.
+/// A burst that was announced and is arriving.
 struct Burst {
     std::uint64_t length = 0;
     std::uint64_t offset = 0;
@@ -23,15 +23,15 @@ struct UsbIdentity {
     bool operator==(const UsbIdentity&) const = default;
 };
 
-/// What the firmware remembers besides the flash when it is switched off.
+/// The state besides the flash that survives power-off.
 struct PersistentState {
     unsigned bootBank = 0;
     std::optional<UsbIdentity> usbIdentity; ///< once programmed
     bool operator==(const PersistentState&) const = default;
 };
 
-/// The companion firmware: takes bytes, gives bytes, owns the memory. It knows no clock; callers tell it the
-/// time.
+/// The companion firmware: it reads bytes, returns answers and owns the memories. It is independent of the
+/// clock.
 struct Firmware {
     Flash flash;
     SparseMemory buffer; ///< transfer buffer
@@ -40,7 +40,7 @@ struct Firmware {
 
     std::vector<std::string> accepted; ///< words of commands that succeed without effect
 
-    bool batchMode = false; ///< command lines are not repeated to the host
+    bool batchMode = false; ///< command lines are not echoed
     unsigned debugOptions = 7;
     PersistentState persistent;
     StuckBit* stuckBit = nullptr; ///< not owned; applies to every flash command
@@ -54,18 +54,18 @@ enum class RequestKind {
     line,       ///< a command line, without "=" and line end
     burst,      ///< the bytes of a burst
     longLine,   ///< a line over the limit
-    brokenBurst ///< a burst whose bytes stopped coming
+    brokenBurst ///< an incomplete burst, followed by a silence
 };
 
 /// One complete request of the host.
 struct Request {
     RequestKind kind = RequestKind::line;
     std::string text; ///< of a burst, its bytes
-    Burst header;     ///< of a burst, what its header said
+    Burst header;     ///< of a burst
 };
 
 /// The answer to one request.
-struct Reply {
+struct Answer {
     std::string text;                  ///< lines ended by CR LF, the last one is the status line
     std::chrono::microseconds busy{0}; ///< how long the firmware works before it answers
 };

@@ -13,7 +13,7 @@ namespace {
 /// Region numbers stay below this, so that sums of them never wrap.
 constexpr std::uint64_t regionNumberLimit = 0xFFFFFFFFF;
 
-/// The sums of a host have 32 bits: no region may reach this.
+/// A host adds with 32 bits: no memory may reach this address.
 constexpr std::uint64_t addressEnd = 1ULL << 32;
 
 /// Bytes; a list of ten thousand memories is shorter.

@@ -4,7 +4,7 @@
 
 namespace vqxsim {
 
-/// Reads a memory as the command line gives it, "NAME[,KEY=N...]", and appends it to `regions`. Fails with a
+/// Reads a memory of the form "NAME[,KEY=N...]" and appends it to `regions`. Fails with a
 /// text for the user.
 [[nodiscard]] ErrorText readRegion(std::string_view text, std::vector<RegionSpec>& regions);
 
@@ -13,7 +13,7 @@ namespace vqxsim {
 /// when the file has no memory.
 [[nodiscard]] ErrorText readBoard(const std::string& path, std::vector<RegionSpec>& regions);
 
-/// Fails when a host cannot name a memory or reach all of it, or when two overlap.
+/// Fails if a host cannot name or address a memory completely, or if two overlap.
 [[nodiscard]] ErrorText checkRegions(const std::vector<RegionSpec>& regions);
 
 } // namespace vqxsim

@@ -33,7 +33,7 @@ ErrorText unusable(const Region& region) {
 ErrorText openRegion(const Flash& flash, Region& region) {
     if (region.memory)
         return std::nullopt;
-    const std::string path = flash.folder.empty() ? "" : flash.folder + "/" + region.spec.name + ".bin";
+    const std::string path = flash.directory.empty() ? "" : flash.directory + "/" + region.spec.name + ".bin";
     region.memory.emplace();
     ErrorText error = openMemory(*region.memory, region.spec.size, region.spec.blank, path);
     if (error)
@@ -69,7 +69,7 @@ std::optional<std::pair<std::size_t, std::uint8_t>> keptBit(StuckBit* stuck, std
     return std::nullopt;
 }
 
-/// The region that holds the address, with its memory at hand.
+/// Finds the memory with the address and allocates its bytes if necessary.
 ErrorText useRegion(Flash& flash, std::uint64_t address, Region*& region) {
     region = findRegion(flash, address);
     if (region == nullptr)
@@ -84,15 +84,15 @@ ErrorText useRegion(Flash& flash, std::uint64_t address, Region*& region) {
 
 /// Two simulators on one memory would work on each other's flash.
 ErrorText lockFolder(Flash& flash) {
-    const std::string path = flash.folder + "/lock";
+    const std::string path = flash.directory + "/lock";
     flash.lock = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     if (!flash.lock)
         return systemError(path);
     const auto holder = lockByte(flash.lock, 0);
-    return holder ? ErrorText(flash.folder + ": is in use by " + *holder) : std::nullopt;
+    return holder ? ErrorText(flash.directory + ": is in use by " + *holder) : std::nullopt;
 }
 
-/// The bytes of the flash from the address on, which must lie in one region.
+/// The bytes of the flash from the address on, which must be in one memory.
 ErrorText useBytes(Flash& flash, std::uint64_t address, std::uint64_t length, Region*& region, Bytes& bytes) {
     if (ErrorText error = useRegion(flash, address, region))
         return error;
@@ -112,11 +112,11 @@ void programPage(Bytes page, std::span<const std::uint8_t> data, std::uint8_t bl
 
 } // namespace
 
-ErrorText openFolder(Flash& flash) {
+ErrorText openDirectory(Flash& flash) {
     std::error_code code;
-    std::filesystem::create_directories(flash.folder, code);
+    std::filesystem::create_directories(flash.directory, code);
     if (code)
-        return flash.folder + ": " + code.message();
+        return flash.directory + ": " + code.message();
     if (ErrorText error = lockFolder(flash))
         return error;
     std::uint64_t ready = 0;

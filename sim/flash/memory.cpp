@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::uint64_t blockSize = 0x10000;
 
-/// A file up to this size holds its whole content from the start, so that it can be compared with an image. A
+/// A file up to this size has its whole content from the start, so that it can be compared with an image. A
 /// larger one has holes where nothing was touched yet.
 constexpr std::uint64_t wholeFileLimit = 64U << 20;
 
@@ -28,7 +28,8 @@ bool touchBlock(SparseMemory& memory, std::size_t block) {
     const std::uint64_t start = block * blockSize;
     const auto length = static_cast<std::size_t>(blockLength(memory, block));
     if (memory.file) {
-        // Writing to a mapping for which the disk has no room would end the process; this reports it instead.
+        // Writing to a mapping for which the disk has no space would end the process; this reports it
+        // instead.
         const int error =
             posix_fallocate(memory.file.get(), static_cast<off_t>(start), static_cast<off_t>(length));
         if (error != 0) {

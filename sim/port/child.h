@@ -11,7 +11,7 @@ namespace vqxsim {
 /// The command that the simulator runs.
 struct Child {
     pid_t id = 0;       ///< 0: none, or it has ended
-    bool told = false;  ///< a signal was passed on to it
+    bool told = false;  ///< a signal was sent to it
     int exitStatus = 0; ///< of the ended command: its own, or 128 and the number of the signal that ended it;
                         ///< of one that could not be started: 126, or 127 when it was not found
 };
@@ -24,8 +24,7 @@ struct Child {
 /// Returns true once, when the command has ended.
 [[nodiscard]] bool hasEnded(Child& child);
 
-/// Passes the first signal on to a command that runs; returns false without one, and for every further
-/// signal.
+/// Sends the first signal to the running command; returns false for every further signal and if none runs.
 [[nodiscard]] bool passOn(Child& child, int signal);
 
 } // namespace vqxsim

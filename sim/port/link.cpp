@@ -8,13 +8,13 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// What a port and its driver hold on the way to a slow link.
+/// Bytes that a port and its driver buffer before a slow link.
 constexpr std::size_t portQueue = 4096;
 constexpr Duration readAhead = milliseconds(20);
 
 constexpr std::size_t fastRead = 0x10000;
 
-/// No time lies beyond it, so that sums never overflow.
+/// The latest time, so that sums never overflow.
 constexpr TimePoint farthest{std::chrono::hours(24 * 365 * 200)};
 
 TimePoint later(TimePoint time, Duration by, std::uint64_t times = 1) {

@@ -17,7 +17,7 @@ namespace vqxsim {
 
 namespace {
 
-/// Everything that one run of the simulator holds.
+/// The state of one run of the simulator.
 struct Server {
     Target target;
     Link link;
@@ -27,7 +27,7 @@ struct Server {
     std::string linkPath;
     std::string input = std::string(0x10000, '\0');
     TimePoint lastInput;
-    bool outputBlocked = false; ///< the port takes no bytes
+    bool outputBlocked = false; ///< the port accepts no bytes
     std::optional<TimePoint> replug;
     std::string replugError; ///< why the device could not be plugged in again
     int hosts = 0;
@@ -37,13 +37,13 @@ struct Server {
     bool incomplete = false; ///< the log could not be written
 };
 
-/// Writes per turn of the loop, so that endless output leaves room for everything else.
+/// Writes per turn of the loop, so that endless output does not block other events.
 constexpr int writesPerTurn = 64;
 
 /// A device that could not be plugged in again is tried again after this time.
 constexpr Duration replugPause = std::chrono::milliseconds(100);
 
-/// A log is made readable when nothing has happened for this long.
+/// The log is flushed if nothing happens for this time.
 constexpr Duration logTimeout = std::chrono::milliseconds(50);
 
 sigset_t handledSignals() {
@@ -64,7 +64,7 @@ ErrorText catchSignals(Server& server, sigset_t& before) {
     return server.signals ? std::nullopt : systemError("signals");
 }
 
-/// The first signal is passed on to the command, whose end then ends the run; a second one ends it at once.
+/// The first signal is sent to the command, whose end then ends the run; a second one ends it immediately.
 void handleSignals(Server& server) {
     signalfd_siginfo info{};
     while (read(server.signals.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
@@ -165,7 +165,7 @@ void logHosts(Server& server) {
     }
 }
 
-/// When the host's silence becomes a request: silenceTimeout starts once the last answer is out.
+/// When a silence of the host ends a request: `silenceTimeout` starts when the last answer was sent.
 std::optional<TimePoint> silenceDeadline(const Server& server) {
     const auto time = silenceTimeout(server.target.firmware);
     if (!time)
@@ -187,13 +187,13 @@ void setEarlier(std::optional<TimePoint>& wake, std::optional<TimePoint> other) 
         wake = other;
 }
 
-/// What there is to do.
+/// The events of one turn of the loop.
 struct Events {
     bool signals = false;  ///< arrived
     bool hosts = false;    ///< opened or closed the device
-    bool writable = false; ///< the port takes bytes again
+    bool writable = false; ///< the port accepts bytes again
     bool readable = false; ///< the port has bytes
-    bool quiet = false;    ///< nothing happened for so long that the log should be made readable
+    bool quiet = false;    ///< the log must be flushed
 };
 
 /// When the loop must go on though nothing happens, none when it need not.
