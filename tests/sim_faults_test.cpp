@@ -1,10 +1,12 @@
-// What goes wrong on the way to the simulated target and back, the arithmetic of its link, and its options.
+// The faults of the simulated target, its options, and the times of its link.
 
 #include "options.h"
 #include "port/link.h"
 #include "sim_session.h"
 
 #include <algorithm>
+#include <iterator>
+#include <sstream>
 
 namespace {
 
@@ -37,20 +39,34 @@ TEST(SimFaults, ChangeAnswers) {
     const std::string noise = noisy.line("print hi");
     EXPECT_EQ(noise.size(), 3 + 5 + 2 + hi.size());
     EXPECT_TRUE(noise.ends_with("\r\n" + hi));
-    SimSession flooded({"flood,bytes=endless,lines=0", "delay,ms=1.5", "split,us=20", "hang,s=2"});
-    flooded.line("print hi");
-    EXPECT_EQ(flooded.last.exchange.floodBytes, UINT64_MAX);
-    EXPECT_GE(flooded.last.exchange.floodText.size(), 0x1000U);
-    EXPECT_EQ(flooded.last.exchange.floodText.find_first_not_of('f'), std::string::npos);
-    EXPECT_EQ(flooded.last.exchange.delay, microseconds(1500));
-    EXPECT_EQ(flooded.last.exchange.bytePause, microseconds(20));
-    EXPECT_EQ(flooded.last.exchange.hang, seconds(2));
+    const struct {
+        const char* fault;
+        std::string start; ///< of the flood
+        std::uint64_t bytes;
+        milliseconds pause;
+    } floods[] = {
+        {"flood,bytes=endless,lines=0", "fff", UINT64_MAX, milliseconds(0)},
+        {"ignored,ms=7", "\r\n", UINT64_MAX, milliseconds(7)},
+        {"ignored,line=repeat,times=2", "=print\r\n", 16, milliseconds(500)},
+        {"ignored,line=zero,times=3", std::string(1, '\0'), 3, milliseconds(500)},
+    };
+    for (const auto& c : floods) {
+        SimSession session({c.fault, "split,us=20", "delay,ms=1.5", "hang,s=2"});
+        EXPECT_EQ(session.line("print hi"), "hi\r\n\r\n" + ok) << c.fault;
+        const Exchange& exchange = session.last.exchange;
+        EXPECT_EQ(exchange.floodText.substr(0, c.start.size()), c.start) << c.fault;
+        EXPECT_EQ(exchange.floodBytes, c.bytes) << c.fault;
+        EXPECT_EQ(exchange.floodPause, c.pause) << c.fault;
+        EXPECT_EQ(exchange.bytePause, microseconds(20));
+        EXPECT_EQ(exchange.delay, microseconds(1500));
+        EXPECT_EQ(exchange.hang, seconds(2));
+    }
 }
 
-TEST(SimFaults, MeetInTheOrderGiven) {
+TEST(SimFaults, OccurInTheOrderGiven) {
     const std::string hi = "hi\r\nVQX_OK\r\n";
     const struct {
-        std::vector<const char*> faults;
+        std::initializer_list<const char*> faults;
         std::string answer;    ///< to: print hi, print hi
         std::int64_t occurred; ///< how many of the faults
     } cases[] = {
@@ -64,13 +80,11 @@ TEST(SimFaults, MeetInTheOrderGiven) {
         {{"cut,bytes=12"}, hi + hi, 0},
     };
     for (const auto& c : cases) {
-        SimSession session;
-        for (const char* text : c.faults)
-            EXPECT_EQ(readFault(text, session.target.faults.emplace_back()), std::nullopt) << text;
-        EXPECT_EQ(session.say("=print hi\r=print hi\r"), c.answer) << c.faults[0];
+        SimSession session(c.faults);
+        EXPECT_EQ(session.say("=print hi\r=print hi\r"), c.answer) << *c.faults.begin();
         const auto occurred = std::count_if(session.target.faults.begin(), session.target.faults.end(),
                                             [](const Fault& fault) { return fault.occurred > 0; });
-        EXPECT_EQ(occurred, c.occurred) << c.faults[0];
+        EXPECT_EQ(occurred, c.occurred) << *c.faults.begin();
     }
 }
 
@@ -81,25 +95,31 @@ TEST(SimFaults, ErrorsKeepTheCommandFromRunning) {
     EXPECT_EQ(session.line("blankCheck 10000000"), ok);
 }
 
-TEST(SimFaults, HitBurstsOnTheirWay) {
-    const std::string bytes = "abcdefgh"; // its words sum to 0xcccac8c6
-    const std::string good = burst(bytes);
-    const std::string next = "=print 1\r";
-    SimSession flip({"flip,at=2,offset=7,bit=0"});
-    EXPECT_EQ(flip.say(good), ok + "VQX_ERROR Burst checksum is 0xcdcac8c6, not 0xcccac8c6\r\n");
-    EXPECT_EQ(flip.say(good), ok + ok) << "at=N strikes once";
-    SimSession lose({"lose,offset=0"});
-    EXPECT_EQ(lose.say(good), ok);
-    EXPECT_EQ(takeSilence(lose.target).exchange.answer, "VQX_ERROR Burst given up after 7 of 8 bytes\r\n");
-    SimSession twice({"double,offset=7"});
-    EXPECT_EQ(twice.say(good + next), ok + ok + "VQX_ERROR Unknown command h=print\r\n");
-    SimSession behind({"flip,offset=8", "lose,offset=0x1000000000000"});
-    EXPECT_EQ(behind.say(good), ok + ok) << "the burst has no such byte";
-    EXPECT_EQ(behind.target.faults[0].occurred + behind.target.faults[1].occurred, 0U);
-    SimSession broken({"flip,offset=3"});
-    broken.say(good.substr(0, good.size() - 6));
-    EXPECT_EQ(takeSilence(broken.target).exchange.answer, "VQX_ERROR Burst given up after 2 of 8 bytes\r\n");
-    EXPECT_EQ(broken.target.faults[0].occurred, 0U) << "the byte never came";
+TEST(SimFaults, ChangeBytesOfABurst) {
+    const std::string good = burst("abcdefgh"); // its words sum to 0xcccac8c6
+    const struct {
+        const char* fault;
+        std::string bytes;
+        std::string answer; ///< including that to a silence, if the firmware waits for bytes
+        unsigned occurred;
+    } cases[] = {
+        {"flip,at=2,offset=7,bit=0", good + good,
+         ok + "VQX_ERROR Burst checksum is 0xcdcac8c6, not 0xcccac8c6\r\n" + ok + ok, 1},
+        {"lose,offset=0", good, ok + "VQX_ERROR Burst given up after 7 of 8 bytes\r\n", 1},
+        {"double,offset=7", good + "=print 1\r", ok + ok + "VQX_ERROR Unknown command h=print\r\n", 1},
+        {"flip,offset=8", good, ok + ok, 0},
+        {"lose,offset=0x1000000000000", good, ok + ok, 0},
+        {"flip,offset=3", good.substr(0, good.size() - 6),
+         ok + "VQX_ERROR Burst given up after 2 of 8 bytes\r\n", 0},
+    };
+    for (const auto& c : cases) {
+        SimSession session({c.fault});
+        std::string answer = session.say(c.bytes);
+        if (silenceTimeout(session.target.firmware))
+            answer += takeSilence(session.target).exchange.answer;
+        EXPECT_EQ(answer, c.answer) << c.fault;
+        EXPECT_EQ(session.target.faults[0].occurred, c.occurred) << c.fault;
+    }
     SimSession random({"flip"});
     for (int i = 0; i < 20; ++i)
         EXPECT_NE(random.say(good), ok + ok);
@@ -133,141 +153,86 @@ TEST(SimFaults, KeepBitsOfFlashCells) {
     EXPECT_NE(unseen.line("blankCheck 10000000"), ok);
 }
 
-TEST(SimFaults, UnplugAtAByteOrAnExchange) {
-    SimSession byte({"unplug,byte=12,replug=0.5"});
-    EXPECT_EQ(byte.say("=print 1\r"), "1\r\n" + ok);
-    EXPECT_FALSE(byte.last.exchange.unplug);
-    std::optional<Outcome> outcome;
-    EXPECT_EQ(takeBytes(byte.target, "=version\r", outcome), 3U) << "the bytes behind it never arrive";
-    ASSERT_TRUE(outcome && outcome->exchange.unplug);
-    EXPECT_EQ(outcome->exchange.replug, milliseconds(500));
-    SimSession exchange({"unplug,at=2"});
-    exchange.say("=print 1\r=print 1\r");
-    EXPECT_TRUE(exchange.last.exchange.unplug);
+ErrorText parse(const std::string& commandLine, Options& options) {
+    std::istringstream stream("vqxsim " + commandLine);
+    std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+    std::vector<char*> arguments;
+    for (std::string& word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    return readOptions(static_cast<int>(words.size()), arguments.data(), options);
 }
 
-TEST(SimFaults, RepeatThemselvesFromTheSeed) {
-    const auto run = [](unsigned seed) {
-        SimSession session({"error,chance=30", "noise,chance=20"});
-        session.target.random.seed(seed);
-        std::string answers;
-        for (int i = 0; i < 50; ++i)
-            answers += session.line("print 1");
-        return answers;
-    };
-    std::size_t errors = 0;
-    const std::string once = run(1);
-    for (std::size_t at = 0; (at = once.find("Injected", at)) != std::string::npos; ++at)
-        ++errors;
-    EXPECT_NEAR(static_cast<double>(errors), 15, 8);
-    EXPECT_EQ(run(1), once);
-    EXPECT_NE(run(1), run(2));
-}
-
-TEST(SimOptions, RefuseNonsense) {
-    const struct {
-        std::vector<const char*> words;
-        const char* message; ///< empty: accepted
-    } cases[] = {
-        {{"--region", "A,base=0x10,size=1M,page=0,buffer=4K,blank=0"}, ""},
-        {{"--fault", "flood,bytes=endless,lines=0,chance=0.5,count=2", "--", "x", "--bad"}, ""},
-        {{"--bad"}, "bad option '--bad'"},
-        {{"--region", "A,sise=1"},
-         "option --region: unknown memory setting 'sise=1' (base, size, page, buffer and blank exist)"},
-        {{"--region", "A,size=0x1000000000"},
-         "option --region: bad number in memory setting 'size=0x1000000000'"},
-        {{"--region", "A,base=0xFFFFFFFFF"},
-         "memory 'A' ends at 0x100007ffff: the last usable address is 0xfffffffe"},
-        {{"--latency", "1000000001"}, "option --latency: '1000000001' is not a number from 0 to 1000000000"},
-        {{"--fault", "noise,bytes=0x1000000", "--fault", "flood,bytes=0x10000000000", "--fault",
-          "hang,s=1000000,chance=0.0001", "--fault", "flip,bit=7,chance=100"},
-         ""},
-        {{"--region", ",size=1K"}, "a memory has an empty name"},
-        {{"--region", "0x1f"}, "memory name '0x1f' reads as a number"},
-        {{"--region", "A", "--region", "a,base=1M"}, "two memories are named 'A'"},
-        {{"--accept", "a b"}, "option --accept: 'a b' is not a command word"},
-        {{"--accept", "print"}, "option --accept: the firmware has the command 'print'"},
-        {{"--like", "board", "--no-flash"}, "--like excludes --region and --no-flash"},
-        {{"--no-flash", "--region", "A"}, "--no-flash and --region exclude each other"},
-        {{"--fault", "nonsense,at=1"}, "option --fault: unknown fault 'nonsense'"},
-        {{"--fault", "drop,text=no"}, "option --fault: fault drop has no setting 'text'"},
-        {{"--fault", "drop,at=1,9"}, "option --fault: fault drop has no setting '9'"},
-        {{"--fault", "unplug,replug=1"}, "a device that is plugged in again needs --link"},
-        {{"--fault", "flip,command=burst", "--fault", "stuckerase,command=eraseFlash,addr=0x14000000"}, ""},
-        {{"--fault", "error,command=unlock", "--accept", "unlock"}, ""},
-        {{"--fault", "noise,bytes=0"}, ""},
-        {{"--null"}, "bad option '--null'"},
-        {{"--seed=3", "--lin=x"}, "bad option '--lin=x'"},
-        {{"--memory", "x", "--null-memory"}, "--memory and --null-memory exclude each other"},
-        {{"--fault", "unplug,byte=5,at=1"},
-         "option --fault: 'byte' cannot be combined with at, count, chance or command"},
-        {{"--fault", "stuckerase", "--null-memory"},
-         "fault 'stuckerase' can never occur: there is no memory"},
-        {{"--fault", "stuckerase", "--no-flash"},
-         "fault 'stuckerase' can never occur: no memory has this address"},
-        {{"--fault", "error,text=a, b=c,sta=d"}, "option --fault: fault error has no setting 'sta'"},
-        {{"--region", "A,base=0xFFFFF000,size=0xFFF"}, ""},
-        {{"--region", "A,base=0xFFFFF000,size=0x1000"},
-         "memory 'A' ends at 0x100000000: the last usable address is 0xfffffffe"},
-        {{"--region", "B,base=0x1000,size=0", "--region", "A,size=0x1001", "--region",
-          "C,base=0x1001,size=1"},
-         ""},
-        {{"--region", "B,base=0x1000", "--region", "A,size=0x1001"}, "memories 'A' and 'B' overlap"},
-    };
-    for (const auto& c : cases) {
-        std::vector<char*> words{const_cast<char*>("vqxsim")};
-        for (const char* word : c.words)
-            words.push_back(const_cast<char*>(word));
-        words.push_back(nullptr);
+TEST(SimOptions, AreChecked) {
+    for (const char* accepted :
+         {"--fault flood,bytes=endless,lines=0,chance=0.5,count=2 -- x --bad",
+          "--fault noise,bytes=0x1000000 --fault flood,bytes=0x10000000000",
+          "--fault hang,s=1000000,chance=0.0001 --fault flip,bit=7,chance=100",
+          "--fault flip,command=burst --fault stuckerase,command=eraseFlash,addr=0x14000000",
+          "--fault error,command=unlock --accept unlock", "--region A,base=0xFFFFF000,size=0xFFF",
+          "--region B,base=0x1000,size=0 --region A,size=0x1001 --region C,base=0x1001,size=1"}) {
         Options options;
-        const ErrorText error = readOptions(static_cast<int>(words.size()) - 1, words.data(), options);
-        EXPECT_EQ(error.value_or(""), c.message) << c.words.back();
+        EXPECT_EQ(parse(accepted, options), std::nullopt) << accepted;
     }
-}
-
-TEST(SimOptions, RefuseFaultsThatCannotOccur) {
-    const char* const badValues[][3] = {
-        {"drop,chance=100.0001", "chance=100.0001", "a percentage from 0.0001 to 100"},
-        {"drop,at=0", "at=0", "a number above 0"},
-        {"delay,ms=nan", "ms=nan", "a time of at most 1000000 s"},
-        {"flip,command=programPage", "command=programPage", "the command at which the fault can occur"},
-        {"ignored,times=0", "times=0", "a number from 1 to 1000000"},
-        {"ignored,line=full", "line=full", "empty, repeat or zero"},
-        {"drop,chance=0", "chance=0", "a percentage from 0.0001 to 100"},
-        {"noise,bytes=0x1000001", "bytes=0x1000001",
-         "a number of at most 16 Mi; for a flood of at most 2^40, or endless"},
-        {"flood,bytes=0x10000000001", "bytes=0x10000000001",
-         "a number of at most 16 Mi; for a flood of at most 2^40, or endless"},
-        {"hang,s=1000000.000001", "s=1000000.000001", "a time of at most 1000000 s"},
-        {"ends,with=X", "with=X", "CR, LF, CRLF or NUL"},
-        {"noise,lines=2", "lines=2", "0 or 1"},
+    const char* const amount = "a number of at most 16 Mi; for a flood of at most 2^40, or endless";
+    const char* const refused[][2] = {
+        // options, the last part of the error
+        {"--seed 12x", "option --seed: '12x' is not a number from 0 to 18446744073709551615"},
+        {"--latency 1000000001", "option --latency: '1000000001' is not a number from 0 to 1000000000"},
+        {"--program-time -1", "option --program-time: '-1' is not a number from 0 to 1000000000"},
+        {"--null", "bad option '--null'"},
+        {"--seed=3 --lin=x", "bad option '--lin=x'"},
+        {"--memory x --null-memory", "--memory and --null-memory exclude each other"},
+        {"--like board --no-flash", "--like excludes --region and --no-flash"},
+        {"--no-flash --region A", "--no-flash and --region exclude each other"},
+        {"--accept print", "option --accept: the firmware has the command 'print'"},
+        {"--region A,sise=1", "setting 'sise=1' (base, size, page, buffer and blank exist)"},
+        {"--region A,size=0x1000000000", "option --region: bad number in memory setting 'size=0x1000000000'"},
+        {"--region A,size=K", "bad number in memory setting 'size=K'"},
+        {"--region A,blank=256", "bad number in memory setting 'blank=256'"},
+        {"--region ,size=1K", "a memory has an empty name"},
+        {"--region 0x1f", "memory name '0x1f' reads as a number"},
+        {"--region A --region a,base=1M", "two memories are named 'A'"},
+        {"--region B,base=0x1000 --region A,size=0x1001", "memories 'A' and 'B' overlap"},
+        {"--region A,base=0xFFFFF000,size=0x1000",
+         "ends at 0x100000000: the last usable address is 0xfffffffe"},
+        {"--fault nonsense,at=1", "option --fault: unknown fault 'nonsense'"},
+        {"--fault drop,text=no", "option --fault: fault drop has no setting 'text'"},
+        {"--fault unplug,replug=1", "a device that is plugged in again needs --link"},
+        {"--fault unplug,byte=5,at=1", "'byte' cannot be combined with at, count, chance or command"},
+        {"--fault drop,chance=100.0001", "in 'chance=100.0001': it takes a percentage from 0.0001 to 100"},
+        {"--fault drop,chance=0", "bad value in 'chance=0': it takes a percentage from 0.0001 to 100"},
+        {"--fault drop,at=0", "bad value in 'at=0': it takes a number above 0"},
+        {"--fault delay,ms=nan", "bad value in 'ms=nan': it takes a time of at most 1000000 s"},
+        {"--fault hang,s=1000000.000001", "it takes a time of at most 1000000 s"},
+        {"--fault flip,command=programPage", "it takes the command at which the fault can occur"},
+        {"--fault ignored,times=0", "it takes a number from 1 to 1000000"},
+        {"--fault ignored,line=full", "it takes empty, repeat or zero"},
+        {"--fault noise,bytes=0x1000001", amount},
+        {"--fault flood,bytes=0x10000000001", amount},
+        {"--fault ends,with=X", "it takes CR, LF, CRLF or NUL"},
+        {"--fault noise,lines=2", "it takes 0 or 1"},
+        {"--fault stuckerase --null-memory", "fault 'stuckerase' can never occur: there is no memory"},
+        {"--fault stuckerase --no-flash", "'stuckerase' can never occur: no memory has this address"},
+        {"--fault stuckprogram,addr=0x14400000", "can never occur: no memory has this address"},
+        {"--fault error,command=programpage", "can never occur: the firmware has no such command"},
+        {"--fault hang,s=0", "can never occur: its time is 0"},
+        {"--fault flood,bytes=0", "can never occur: it has no bytes"},
+        {"--fault noise,bytes=0,lines=0", "can never occur: it has no bytes"},
+        {"--fault ends,with=CRLF", "can never occur: lines end with CRLF already"},
     };
-    for (const auto& [given, setting, takes] : badValues) {
-        Fault fault;
-        EXPECT_EQ(readFault(given, fault), formatText("bad value in '%s': it takes %s", setting, takes));
-    }
-    const char* const impossible[][2] = {
-        {"error,command=programpage", "the firmware has no such command"},
-        {"hang,s=0", "its time is 0"},
-        {"flood,bytes=0", "it has no bytes"},
-        {"noise,bytes=0,lines=0", "it has no bytes"},
-        {"ends,with=CRLF", "lines end with CRLF already"},
-        {"stuckprogram,addr=0x14400000", "no memory has this address"},
-    };
-    FirmwareConfig config;
-    config.regions = {flashRegion};
-    for (const auto& [given, why] : impossible) {
-        Fault fault;
-        ASSERT_EQ(readFault(given, fault), std::nullopt) << given;
-        EXPECT_EQ(checkFault(fault, config), formatText("fault '%s' can never occur: %s", given, why));
+    for (const auto& [given, end] : refused) {
+        Options options;
+        const std::string error = parse(given, options).value_or("");
+        EXPECT_TRUE(error.ends_with(end)) << given << ": " << error;
     }
 }
 
 TEST(SimLink, TakesTheTimeThatTheOptionsSay) {
-    const char* words[] = {"vqxsim",  "--erase-time", "200",   "--program-time", "20000",         "--rate",
-                           "1000000", "--latency",    "40000", "--region",       "FLASH,size=4K", nullptr};
+    const char* const words = "--erase-time 200 --program-time 20000 --rate 1000000 --latency 40000 "
+                              "--region FLASH,size=4K";
     Options options;
-    ASSERT_EQ(readOptions(11, const_cast<char**>(words), options), std::nullopt);
+    ASSERT_EQ(parse(words, options), std::nullopt);
     SimSession session;
     ASSERT_EQ(startFirmware(session.target.firmware, options.service.firmware), std::nullopt);
     session.target.firmware.batchMode = true;
@@ -301,6 +266,7 @@ TEST(SimLink, SpacesBytesAndRepeatsFloods) {
     outcome.exchange.bytePause = milliseconds(2);
     outcome.exchange.floodText = "xyz";
     outcome.exchange.floodBytes = 7;
+    outcome.exchange.floodPause = milliseconds(10);
     outcome.exchange.answerAfterFlood = "!";
     queueAnswer(link, outcome, now);
     std::string got;
@@ -312,7 +278,7 @@ TEST(SimLink, SpacesBytesAndRepeatsFloods) {
         static_cast<void>(recordSent(link, 1));
     }
     EXPECT_EQ(got, "abxyzxyzx!");
-    EXPECT_EQ(last - now, milliseconds(7));
+    EXPECT_EQ(last - now, milliseconds(5 + 3 * 10));
 }
 
 } // namespace

