@@ -2,7 +2,7 @@
 //
 //     cost STATUS WALL-µs USER-µs SYSTEM-µs PEAK-KiB VOLUNTARY-SWITCHES
 //
-// A small program of its own, because a process starts with the peak memory of the one that started it.
+// A separate small program, because a process starts with the peak memory of the one that started it.
 #include <chrono>
 #include <cstdio>
 #include <cstring>

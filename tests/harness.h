@@ -73,7 +73,7 @@ struct Result {
     double seconds = 0;
 };
 
-/// A test runs the real programs in a folder of its own, as one would type it.
+/// A test runs the real programs in a temporary directory, with commands as a user types them.
 class Secapp : public testing::Test {
 protected:
     Secapp();

@@ -15,7 +15,7 @@ protected:
 };
 
 TEST_F(Help, KeepsItsWords) {
-    // Whoever changes them on purpose writes the file again with the command.
+    // After an intended change, write the file again with the command.
     for (const auto& [command, file] : {std::pair("secapp -d $PORT -h | sed 1d", "secapp-help.txt"),
                                         {"secapp -d $PORT -H ignored | sed 1d", "secapp-advanced-help.txt"},
                                         {"secapp-lint -h", "secapp-lint-help.txt"},
