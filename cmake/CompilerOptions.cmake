@@ -2,7 +2,7 @@
 
 add_library(secapp_options INTERFACE)
 target_compile_options(secapp_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
-# Files of any size and dates after 2038, on 32-bit hosts too.
+# Files of any size and dates after 2038, even on 32-bit hosts.
 target_compile_definitions(secapp_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 if(SECAPP_WERROR)
   target_compile_options(secapp_options INTERFACE -Werror)

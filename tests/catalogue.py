@@ -22,7 +22,7 @@ arguments = {name: words for sort, name, words in entries if sort == "target"}
 targets = set(arguments)
 encoders = {name for sort, name, _ in entries if sort == "encoder"}
 faults = {name: set(settings.split()) for sort, name, settings in entries if sort == "fault"}
-# Other firmware need not have "dump", which secapp never sends by itself.
+# Other firmware need not have "dump", which secapp sends only for a script.
 protocol = targets - {"dump"}
 differences = 0
 
