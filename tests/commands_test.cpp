@@ -141,13 +141,13 @@ TEST_F(Commands, ChecksFlashArgumentsInOrder) {
               report("script:1", "No matching memory found 0x10 (0x10)", "erase 0x10", "=queryFlash"));
 }
 
-TEST_F(Commands, ChoosesTheRegion) {
+TEST_F(Commands, ChoosesTheMemory) {
     const auto region = [](const char* base, const char* size, const char* page) {
         return std::string("Name=R\nBase=") + base + "\nSize=" + size + "\nPage=" + page + "\n";
     };
     const std::string two = "Number of Flash Devices=2\n";
     for (const auto& [regions, command, conversation] : Rows<3>{
-             // The last of those that hold the address and the image.
+             // The last memory that contains the address and the image
              {two + region("0", "0x400", "4") + region("0x100", "0x400", "8"), "program +w1 1 0x100 1",
               "dataSet 2 0|databurst 1 0 ffffff01|programPage 100 1|dataSet 2 0|"},
              {two + region("0", "0x400", "4") + region("0x100", "2", "8"), "program img 0x100",

@@ -112,7 +112,7 @@ TEST_F(FrontEnd, ReportsTheFirstFailingCommandAndStops) {
     });
     board.answers.emplace("batchmode", "VQX_FATAL\n");
     expectRows({{"-b echo hi", 0, "hi\n"}});
-    // The handshake writes its test after the command that opens the port.
+    // The last line sent while "batchmode 1" ran is from the handshake.
     EXPECT_EQ(withoutNumbers(run("exec secapp -d $PORT echo hi").err),
               withoutNumbers(report("<Command line>:0", "", "batchmode 1", "=print 1")));
 }
@@ -280,7 +280,7 @@ TEST_F(FrontEnd, EchoesDelaysPausesAndTimes) {
     EXPECT_EQ(timed(again), "Elapsed time #s\n");
 }
 
-TEST_F(FrontEnd, ReportsMistakesInScriptAids) {
+TEST_F(FrontEnd, ReportsMistakesInScriptCommands) {
     const std::string usage = ": Missing parameter \nUsage: timer <start|stop|print>";
     for (const auto& [command, text] : Rows<2>{
              {"delay", "No time specified for delay"},

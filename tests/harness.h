@@ -113,8 +113,8 @@ std::string withoutTraces(const std::string& text);
 /// `size` bytes that look random and are the same each time.
 std::string image(std::size_t size);
 
-/// Two flash regions, FLASH at 0x10000000 and BANKB at 0x10080000, each of 512 KiB in pages of 512 bytes with
-/// a buffer of 32 KiB, as the target lists them.
+/// Two flash memories, FLASH at 0x10000000 and BANKB at 0x10080000, each of 512 KiB in pages of 512 bytes
+/// with a buffer of 32 KiB, as the target lists them.
 extern const char* const twoRegions;
 
 /// What a run wrote to standard output, with "#" for each number that has decimals. Fails the test when such

@@ -54,7 +54,7 @@ pid_t lockInAnotherProcess(int file) {
     return process;
 }
 
-TEST_F(Link, SendsCommandLinesAndGainsControl) {
+TEST_F(Link, ConnectsAndSendsCommandLines) {
     EXPECT_EQ(runScript("hello 16\nprint  0x10  FLASH").status, 0);
     EXPECT_EQ(withoutNumbers(board.bytes()), "=print #\r=batchmode # \r=hello # \r=print  #x#  FLASH\r");
     EXPECT_EQ(runScript("echo hi;delay 1", "-b").status, 0);
@@ -96,7 +96,7 @@ TEST_F(Link, ReadsAnswers) {
 
 TEST_F(Link, KeepsTheWholeOfAnOverlongLine) {
     board.answers.emplace("hello", std::string(40000, 'x') + "\nVQX_OK\n");
-    // On a busy machine a line can take longer than the time-out.
+    // On a busy host a line can take longer than the time-out.
     const Result r = run("exec secapp -g 0 -d $PORT hello");
     EXPECT_EQ(r.status, 0);
     const std::string piece(16384, 'x');
@@ -142,7 +142,7 @@ TEST_F(Link, TakesAnAnswerShorterThanVminAsSoonAsItCame) {
 
 TEST_F(Link, ShowsTimersAndDumps) {
     board.answers.emplace("a%s", Answer("VQX_OK\n", 60));
-    // The opening command goes under the label of the handshake that it started.
+    // The time of the opening command has the label of the handshake, which runs during it.
     const std::string print = "Command timer (=print #): #.#\n", read = "Read timer (=print #): #.#\n";
     Result r = run("exec secapp -d $PORT -e x a%s");
     EXPECT_EQ(withoutNumbers(r.err), print + print + "Command timer (=a%s): #.#\n");
@@ -180,7 +180,7 @@ TEST_F(Link, DelaysEachCommandLine) {
     EXPECT_GE(r.seconds, 0.150); // batchmode, the test of the handshake, hello
 }
 
-TEST_F(Link, GainsControlOfADifficultTarget) {
+TEST_F(Link, ConnectsToADifficultTarget) {
     const auto ok = [](const std::string& text) { return Answer(text + "\nVQX_OK\n"); };
     struct Case {
         std::string name;
@@ -243,7 +243,7 @@ TEST_F(Link, GivesUpAfterTenAttempts) {
     }
 }
 
-TEST_F(Link, SetsThePortAndGivesItBackAfterEveryEnding) {
+TEST_F(Link, SetsThePortAndRestoresItAfterEveryEnding) {
     board.setSettings(unusual(board.settings()));
     const termios before = board.settings();
     termios during{};
@@ -280,7 +280,7 @@ TEST_F(Link, SetsThePortAndGivesItBackAfterEveryEnding) {
     }
 }
 
-TEST_F(Link, RefusesAPortThatAnotherHostHolds) {
+TEST_F(Link, RefusesAPortThatAnotherProcessLocks) {
     const int other = open(board.port().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     EXPECT_EQ(run("exec secapp -d $PORT hello").status, 0) << "opened elsewhere without a lock";
     ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
@@ -380,7 +380,7 @@ protected:
     }
 };
 
-TEST_F(Discovery, FindsWhatSitsOnAUsbDriver) {
+TEST_F(Discovery, FindsPortsWithAUsbDriver) {
     addTty("ttyS0", "../../bus/platform/drivers/serial8250");
     addTty("ttyS1", "");
     addTty("ttyACM0", "../../bus/USB/drivers/cdc_acm");

@@ -57,7 +57,7 @@ TEST_F(Lint, ReportsMistakes) {
               "    E2 '?' alone shows the help and ends the run with status 0\n");
 }
 
-TEST_F(Lint, IsSilentAboutWhatRunsAsItLooks) {
+TEST_F(Lint, IsSilentAboutCorrectScripts) {
     for (const std::string& script : std::vector<std::string>{
              "# lint: off\nprogram fw FLASH\n# lint: off\n# " + std::string(1200, '#'),
              "program +c fw FLASH+0x4000\nverify +i fw flash+16*1024; program ./fw 0; verify link 0",
@@ -73,7 +73,7 @@ TEST_F(Lint, IsSilentAboutWhatRunsAsItLooks) {
         EXPECT_EQ(findings(script), "") << script;
 }
 
-TEST_F(Lint, TakesVariablesAsTheToolDoes) {
+TEST_F(Lint, TakesVariablesAsSecappDoes) {
     EXPECT_EQ(findings("verify [image] FLASH 7", "-v image=fw -v ' more=x '"),
               "    E1 '7' has no effect: a file is verified whole\n");
     const Result r = run("secapp-lint -v a=b=c s; exec secapp-lint -v image s");

@@ -2,7 +2,7 @@
 
 namespace {
 
-// The real tool against the real simulated target.
+// secapp programs a board of vqxsim, both as users run them.
 class Programming : public Secapp {
 protected:
     Result vqxsim(const std::string& script, const std::string& options = "",

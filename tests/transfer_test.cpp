@@ -11,7 +11,7 @@ class Transfer : public Secapp {
 protected:
     Transfer() { region("0x10000", "0x200", "0x1000"); }
 
-    // Gives the board one region, FLASH at 0x1000.
+    // Gives the board one memory, FLASH at 0x1000.
     void region(const std::string& size, const std::string& page, const std::string& buffer,
                 const std::string& blank = "0xff") {
         board.answers.insert_or_assign("queryFlash", "Name=FLASH\nBase=0x1000\nSize=" + size +
@@ -35,7 +35,7 @@ std::string repeated(const std::string& text, int times) {
     return all;
 }
 
-TEST_F(Transfer, ReadsTheRegionList) {
+TEST_F(Transfer, ReadsTheListOfMemories) {
     const std::string mismatch = "Mismatch between number of device and count of devices returned";
     for (const auto& [answer, error, conversation] : Rows<3>{
              {"", "", ""},
@@ -65,7 +65,7 @@ TEST_F(Transfer, ReadsTheRegionList) {
     }
 }
 
-TEST_F(Transfer, AsksForTheRegionsWithDebugOptions) {
+TEST_F(Transfer, AsksForTheMemoriesWithDebugOptions) {
     for (const auto& [letters, conversation] : Rows<2>{{"N", "DebugOptions 0|queryFlash|DebugOptions 7|"},
                                                        {"E", "DebugOptions 0|queryFlash|DebugOptions 7|"},
                                                        {"S", "DebugOptions 4|queryFlash|DebugOptions 7|"},
@@ -151,7 +151,7 @@ TEST_F(Transfer, ShowsHowLongAndHowFast) {
     EXPECT_NEAR(seconds * rate, 4, 0.03) << r.out;
 }
 
-TEST_F(Transfer, TakesBufferAndFillByteFromTheRegion) {
+TEST_F(Transfer, TakesBufferAndFillByteFromTheMemory) {
     const std::string commit = "programPage 1000 1|";
 #ifdef SECAPP_LIMIT_MEMORY
     const std::string limit = "ulimit -v 300000; ";
@@ -254,7 +254,7 @@ TEST_F(Transfer, RefusesDataThatTheBufferWouldCut) {
     }
 }
 
-TEST_F(Transfer, PatchesTheImageChecksum) {
+TEST_F(Transfer, PatchesTheCheckWord) {
     const std::string words = "\1\0\0\0\2\0\0\0\3\0\0\0\4\0\0\0\5\0\0\0\6\0\0\0\7\0\0\0"s;
     const std::string old = "\xAD\xDE\0\0"s;
     const std::string rest = image(0x1100);
