@@ -21,19 +21,22 @@ constexpr int findingStatus = 1;
 constexpr int failureStatus = 2;
 
 constexpr const char* usageText =
-    "Usage: secapp-lint [-v NAME=VALUE]... [--files] SCRIPT...\n"
+    "Usage: secapp-lint [-v NAME=VALUE]... [--files] [--unattended] SCRIPT...\n"
     "Reports script lines that secapp would interpret differently from what they seem to say.\n"
     "  -v NAME=VALUE  define a script variable, as for secapp\n"
     "  --files        list the files that the scripts name instead, one path per line\n"
+    "  --unattended   also report commands that wait for a user\n"
     "  -h, --help     show this help\n"
     "  --version      show the version\n"
     "Status: 0 without errors and warnings, 1 with, 2 when a script could not be read.";
 
 constexpr int versionOption = 1;
 constexpr int filesOption = 2;
+constexpr int unattendedOption = 3;
 constexpr option longOptions[] = {
     {"files", no_argument, nullptr, filesOption},
     {"help", no_argument, nullptr, 'h'},
+    {"unattended", no_argument, nullptr, unattendedOption},
     {"version", no_argument, nullptr, versionOption},
     {},
 };
@@ -43,6 +46,7 @@ struct CommandLine {
     /// The findings about the definitions of variables.
     Inspection definitions;
     bool listsFiles = false;
+    bool isUnattended = false;
 };
 
 int printError(const std::string& text) {
@@ -75,6 +79,8 @@ CommandLine parseCommandLine(int argc, char** argv) {
             printAndExit("secapp-lint " SECAPP_VERSION " (Build " SECAPP_BUILD_NUMBER ")");
         if (letter == filesOption)
             commandLine.listsFiles = true;
+        else if (letter == unattendedOption)
+            commandLine.isUnattended = true;
         else if (letter == 'v')
             addDefinition(commandLine, optarg);
         else
@@ -106,7 +112,7 @@ int checkFile(const char* path, const CommandLine& commandLine, std::set<std::st
     const File script = isDevice(path) ? nullptr : openDataFile(path);
     if (!script)
         return printError(formatText("Unable to open script file %s", path));
-    const ScriptReport report = checkScript(script.get(), commandLine.variables);
+    const ScriptReport report = checkScript(script.get(), commandLine.variables, commandLine.isUnattended);
     if (commandLine.listsFiles) {
         for (const std::string& file : report.files)
             if (listed.insert(file).second)

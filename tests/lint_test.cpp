@@ -76,6 +76,9 @@ TEST_F(Lint, IsSilentAboutCorrectScripts) {
 TEST_F(Lint, TakesVariablesAsSecappDoes) {
     EXPECT_EQ(findings("verify [image] FLASH 7", "-v image=fw -v ' more=x '"),
               "    E1 '7' has no effect: a file is verified whole\n");
+    EXPECT_EQ(
+        findings("pause off; ?echo a\npause; pause on", "--unattended"),
+        "    E1 '?' waits for a user\n    E2 'pause' waits for a user\n    E2 'pause' waits for a user\n");
     const Result r = run("secapp-lint -v a=b=c s; exec secapp-lint -v image s");
     EXPECT_TRUE(r.out.starts_with("<Command line>:0: error: only one '=' counts: the variable 'a' is 'b'\n"));
     EXPECT_EQ(r.err, "variable cannot have a NULL value: image\n");

@@ -187,6 +187,7 @@ def refusals():
     os.mkfifo("fifo")
     write({"empty": "", "elf": b"\x7fELF\2\1\1" + bytes(64), "srec": "S00600004844521B\r\n",
            "hex": ":020000040000FA\r\n:00000001FF\r\n", "lost": FILE.replace("[file]", "none.bin"),
+           "asks": "erase FLASH\npause now\n",
            "outside": FILE.replace("[file]", os.path.abspath("a.bin"))})
     image = "script 'good 1' -v serial=1 --image"
     table = [
@@ -204,6 +205,7 @@ def refusals():
         (1, "none: No such file or directory", f"{image} none"),
         (1, "script:1: error: '[image]'", "script 'good 1' -v serial=1"),
         (1, "lost:1: error: 'none.bin'", "lost 'good 1'"),
+        (1, "asks:2: error: 'pause' waits for a user", "asks 'good 1'"),
         (1, "file: error: [image] is not programmed or verified\n",
          "file 'good 1' --image image -v file=image"),
         (1, f"the script names {os.getcwd()}/a.bin: ", "outside 'good 1'"),

@@ -237,6 +237,14 @@ void checkPause(Inspection& inspection, const CheckedCommand& command) {
                                      "': it switches confirmation and is not shown");
 }
 
+/// Reports a command that waits for a user, who is not there.
+void checkAttendance(Inspection& inspection, const CheckedCommand& command) {
+    const bool pauses =
+        isNamed(command, "pause") && !startsWithIgnoringCase(argumentsOf(command.text), "off");
+    if (inspection.isUnattended && (pauses || command.prefix == '?'))
+        addError(inspection, (pauses ? quoted(command.words.front()) : "'?'") + " waits for a user");
+}
+
 void checkTimer(Inspection& inspection, const CheckedCommand& command) {
     if (!isNamed(command, "timer") || command.words.size() < 2)
         return;
@@ -276,8 +284,8 @@ void checkNumbers(Inspection& inspection, const CheckedCommand& command) {
 using CommandCheck = void (*)(Inspection& inspection, const CheckedCommand& command);
 
 constexpr CommandCheck commandChecks[] = {
-    checkSpelling, checkWords,   checkVariable,     checkPause,        checkTimer,
-    checkBank,     checkNumbers, checkFlashCommand, trackVerification,
+    checkSpelling, checkWords, checkVariable, checkPause,        checkAttendance,
+    checkTimer,    checkBank,  checkNumbers,  checkFlashCommand, trackVerification,
 };
 
 } // namespace

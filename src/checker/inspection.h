@@ -68,6 +68,8 @@ struct Inspection {
     /// The undefined variables reported so far.
     std::set<std::string> missingVariables;
     bool isTimerRunning = false;
+    /// Whether no user answers the script.
+    bool isUnattended = false;
     /// By data, then by address; keys are equal if the data or addresses are, however they are written.
     std::map<std::string, std::map<std::string, ProgrammedData>> unverified;
 };

@@ -93,9 +93,10 @@ std::vector<Finding> sortAndFilter(const Inspection& inspection) {
 
 } // namespace
 
-ScriptReport checkScript(std::FILE* stream, const Variables& variables) {
+ScriptReport checkScript(std::FILE* stream, const Variables& variables, bool isUnattended) {
     scriptVariables() = variables;
     Inspection inspection;
+    inspection.isUnattended = isUnattended;
     LineSource lines{.stream = stream};
     ScriptSource source;
     source.lines = &lines;

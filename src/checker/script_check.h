@@ -16,7 +16,8 @@ struct ScriptReport {
     std::vector<Finding> unknownFiles;
 };
 
-/// Checks a script that starts with these variables. Needs no board and opens no port.
-[[nodiscard]] ScriptReport checkScript(std::FILE* stream, const Variables& variables);
+/// Checks a script that starts with these variables. Needs no board and opens no port. `isUnattended`: no
+/// user answers the script.
+[[nodiscard]] ScriptReport checkScript(std::FILE* stream, const Variables& variables, bool isUnattended);
 
 } // namespace secapp
