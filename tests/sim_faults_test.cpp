@@ -157,6 +157,7 @@ ErrorText parse(const std::string& commandLine, Options& options) {
     std::istringstream stream("vqxsim " + commandLine);
     std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

@@ -30,6 +30,7 @@ TEST(SimFirmware, AnswersCommands) {
         {"databurst 1 ffffffff 0",
          "VQX_ERROR 0x1 bytes at offset 0xffffffff exceed the buffer of 0x8000 bytes\r\n"},
         {"programPage 10000000 0", "VQX_ERROR No pages given\r\n"},
+        {"programPage 10000e00 2", "VQX_ERROR 0x2 pages at 0x10000e00 exceed memory FLASH\r\n"},
         {"programPage 10000200 80000000000000",
          "VQX_ERROR 0x80000000000000 pages at 0x10000200 exceed memory FLASH\r\n"},
         {"programPage ffffff00 1", "VQX_ERROR Memory PAGELESS has no page size\r\n"},
