@@ -191,7 +191,7 @@ def refusals():
            "outside": FILE.replace("[file]", os.path.abspath("a.bin"))})
     image = "script 'good 1' -v serial=1 --image"
     table = [
-        (2, "either devices or --all or --boards", "script"),
+        (2, "give exactly one of DEVICE..., --all and --boards", "script"),
         (2, "only --csv and --json go with it", "--retry-failed --logs x --all"),
         (2, "the value is empty", "script 'good 1' -v serial"),
         (2, "the name is empty", "script 'good 1' -v =1"),
