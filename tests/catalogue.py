@@ -102,7 +102,7 @@ usage = subprocess.check_output([programs / "vqxsim", "--help"], text=True)
 compare("docs/vqxsim.1", "option", words(r"^  (--[a-z-]+)", usage),
         words(r"^\.It Fl Fl ([a-z-]+)", re.sub("Fl Fl ", "Fl Fl --", part("docs/vqxsim.1"))))
 
-# What the checker knows: how many words a command takes, and how a command is spelt
+# Facts that the checker contains: how many words a command takes, and how a command is spelt
 with tempfile.TemporaryDirectory() as directory:
     script = pathlib.Path(directory) / "script"
 

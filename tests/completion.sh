@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Usage: completion.sh COMPLETIONS PROGRAMS SCRIPTS
-# What the Tab key offers. The completion of secapp is called as bash calls it, with words split at = and :, and without -e,
-# which no interactive shell has. In zsh the keys are typed. Status 77 without zsh.
+# Checks the words that the Tab key offers. The completion of secapp is called as bash calls it, with words split at =
+# and :, and without -e, which no interactive shell has. In zsh the keys are typed. Status 77 without zsh.
 set -uo pipefail
 export LC_ALL=C
 

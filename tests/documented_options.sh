@@ -10,7 +10,7 @@ completion=$3
 # shellcheck source=tests/lib.sh
 source "$(dirname "$0")/lib.sh"
 
-# One option a line, "a:" when it takes an argument.
+# One option per line, "a:" if it takes an argument.
 options_of_program() {
     # The string that getopt is given: letters with many colons between them.
     local found

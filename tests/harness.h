@@ -117,6 +117,6 @@ std::string image(std::size_t size);
 /// with a buffer of 32 KiB, as the target lists them.
 extern const char* const twoRegions;
 
-/// What a run wrote to standard output, with "#" for each number that has decimals. Fails the test when such
+/// The standard output of a run, with "#" for each number that has decimals. Fails the test when such
 /// a number has not three of them, or when a time is not between `least` and the seconds of the whole run.
 std::string timed(const Result& result, double least = 0);

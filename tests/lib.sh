@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# What the tests in bash share. Sourced, not run: it changes to a temporary directory, which is removed at the end, and makes
-# the test fail at its end if a check failed.
+# Functions that the tests in bash share. Sourced, not run: it changes to a temporary directory, which is removed at the
+# end, and makes the test fail at its end if a check failed.
 
 failures=0
 directory=$(mktemp -d)

@@ -24,7 +24,7 @@ list() {
     printf 'NAME=%s\nBase = %s\nsize= %s\nPage = %s\nbuffer=%s\nBlank = 0\n' "$@"
 }
 
-# Twins of odd boards: a page of 4 bytes, a single memory that ends at 0xFFFFFF00, and 200 memories
+# Simulated targets with unusual memories: a page of 4 bytes, a single memory that ends at 0xFFFFFF00, and 200 memories
 list Odd 0xFFFFFE00 256 4 64 >board
 accept 0 'Accepted: all ' --like board
 check 'a check of the memory' grep -qxF 'ok    Odd: the last word of the page as well' output

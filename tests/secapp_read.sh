@@ -20,7 +20,7 @@ head -c 16384 /dev/urandom >memory/FLASH.bin
 head -c 1024 /dev/urandom >memory/BANKB.bin
 cat memory/FLASH.bin memory/BANKB.bin >both
 
-# What is asked for, and the place and number of the bytes that it means
+# Address and length, then offset and number of the bytes that must be read
 while read -r address length offset count; do
     status=0
     "${target[@]}" -- "$secapp_read" {} "$address" "$length" read >output 2>&1 || status=$?
