@@ -25,14 +25,14 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 struct FakePort {
-    std::string input;         ///< not yet read
-    std::string endless;       ///< received after that, repeatedly, with a pause before each
-    std::string output;        ///< the bytes written
-    std::size_t room = 100000; ///< bytes that one write takes
-    int writeError = EAGAIN;   ///< of a write that takes none; 0 for the result 0
-    bool slow = false;         ///< takes one byte after each pause
-    bool prints = false;       ///< answers the test of the handshake
-    TimePoint now;             ///< advances in waits and sleeps only
+    std::string input;               ///< not yet read
+    std::string endless;             ///< received after that, repeatedly, with a pause before each
+    std::string output;              ///< the bytes written
+    std::size_t writeLimit = 100000; ///< bytes that one write takes
+    int writeError = EAGAIN;         ///< of a write that takes none; 0 for the result 0
+    bool slow = false;               ///< takes one byte after each pause
+    bool prints = false;             ///< answers the test of the handshake
+    TimePoint now;                   ///< advances in waits and sleeps only
 } fakePort;
 
 constexpr auto shortPause = milliseconds(10);
@@ -50,10 +50,10 @@ ssize_t fakeRead(int, void* buffer, std::size_t size) {
 }
 
 ssize_t fakeWrite(int, const void* bytes, std::size_t size) {
-    const std::size_t count = std::min(size, fakePort.room);
+    const std::size_t count = std::min(size, fakePort.writeLimit);
     fakePort.output.append(static_cast<const char*>(bytes), count);
     if (fakePort.slow)
-        fakePort.room = 0;
+        fakePort.writeLimit = 0;
     if (fakePort.prints)
         fakePort.input = fakePort.output.substr(fakePort.output.rfind(' ')) + "VQX_OK\n";
     errno = fakePort.writeError;
@@ -67,7 +67,7 @@ int fakePoll(pollfd* port, nfds_t, const timespec* limit, const sigset_t*) {
         fakePort.now += seconds(limit->tv_sec) + std::chrono::nanoseconds(limit->tv_nsec);
     if (ready && !reads) {
         fakePort.now += shortPause;
-        fakePort.room = 1;
+        fakePort.writeLimit = 1;
     }
     port->revents = ready ? port->events : short{0};
     return ready ? 1 : 0;
@@ -92,7 +92,7 @@ protected:
 };
 
 TEST_F(Wire, RefusesAnAnswerBeyondItsLimit) {
-    constexpr std::size_t room = 8;
+    constexpr std::size_t remaining = 8;
     for (const auto& [lines, fits] : std::vector<std::pair<std::string, bool>>{
              {"1234567\n", true},
              {"12345678\n", false},
@@ -103,11 +103,11 @@ TEST_F(Wire, RefusesAnAnswerBeyondItsLimit) {
          }) {
         SCOPED_TRACE(lines);
         fakePort.input = lines + "VQX_OK\n";
-        record.response.assign(responseLimit - room, 'y');
+        record.response.assign(responseLimit - remaining, 'y');
         const Answer answer = collectAnswer(record, 1000);
         EXPECT_EQ(answer.end, fits ? AnswerEnd::ok : AnswerEnd::lost);
         EXPECT_EQ(answer.text, fits ? "" : "Answer too long (over 67108864 bytes)");
-        EXPECT_EQ(record.response.size(), responseLimit - (fits && lines.front() == '1' ? 0 : room));
+        EXPECT_EQ(record.response.size(), responseLimit - (fits && lines.front() == '1' ? 0 : remaining));
     }
 }
 
@@ -158,7 +158,7 @@ TEST_F(Wire, AwaitsNoAnswerAfterItsLimit) {
 }
 
 TEST_F(Wire, ReportsThatTheHandshakeCannotWrite) {
-    fakePort.room = 0;
+    fakePort.writeLimit = 0;
     fakePort.writeError = EIO;
     EXPECT_EQ(getControl(record), "Failed to write synchronization test to target");
     EXPECT_EQ(serial_getError(*record.port), EIO);
@@ -172,10 +172,10 @@ TEST_F(Wire, LeavesTheUsersDelaysOutOfTheTimeOfTheHandshake) {
 }
 
 TEST_F(Wire, WritesForNoLongerThanItsTimeoutInAll) {
-    fakePort.room = 1;
+    fakePort.writeLimit = 1;
     EXPECT_EQ(writeAll(record, bytesOf("hello"), shortPause), std::nullopt);
     EXPECT_EQ(std::exchange(fakePort.output, ""), "hello");
-    fakePort.room = 0;
+    fakePort.writeLimit = 0;
     EXPECT_EQ(writeAll(record, bytesOf("hello"), shortPause), "Resource temporarily unavailable");
     fakePort.slow = true;
     EXPECT_EQ(writeAll(record, bytesOf(std::string(1000, 'x')), 10 * shortPause),
@@ -213,12 +213,12 @@ TEST_F(Wire, SendsNothingAfterAnIncompleteLine) {
                                       {EAGAIN, "Resource temporarily unavailable"}}) {
         SCOPED_TRACE(error);
         record.port->connectionError.reset();
-        fakePort.room = 0;
+        fakePort.writeLimit = 0;
         fakePort.writeError = error;
         EXPECT_EQ(writeRawFully(record, bytesOf("lost")), text);
         record.port->connectionError.reset();
         EXPECT_EQ(sendCommand(record, "lost"), text);
-        fakePort.room = 100;
+        fakePort.writeLimit = 100;
         fakePort.input = "VQX_OK\n";
         EXPECT_EQ(sendCommand(record, "next"), text);
         EXPECT_EQ(fakePort.output, "");
