@@ -11,7 +11,7 @@ namespace {
 constexpr int usageStatus = 2;
 
 /// Makes the three standard streams exist, so that no file opened later is taken for one of them. The command
-/// gets those that are closed as they were.
+/// gets the closed ones as closed.
 void openStandardStreams() {
     int number = 0;
     while (number >= 0 && number <= STDERR_FILENO)

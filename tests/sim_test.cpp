@@ -195,7 +195,7 @@ TEST(SimChild, GetsNoSignalAfterItsEnd) {
     ASSERT_EQ(waitid(P_PID, static_cast<id_t>(id), &info, WEXITED | WNOWAIT), 0);
     EXPECT_TRUE(hasEnded(child));
     EXPECT_EQ(child.exitStatus, 3);
-    EXPECT_FALSE(passOn(child, SIGTERM));
+    EXPECT_FALSE(sendSignal(child, SIGTERM));
 }
 
 } // namespace

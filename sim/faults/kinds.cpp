@@ -169,7 +169,7 @@ std::string applyEnds(Fault& fault, Exchange& exchange, Random&) {
 }
 
 /// Splits the answer before the status for a flood, whose text and length the caller sets.
-void makeRoomForFlood(Exchange& exchange) {
+void splitBeforeStatus(Exchange& exchange) {
     const std::size_t status = statusStart(exchange.answer);
     exchange.answerAfterFlood = "\r\n" + exchange.answer.substr(status); // the flood may end within a line
     exchange.answer.resize(status);
@@ -183,7 +183,7 @@ std::string applyIgnored(Fault& fault, Exchange& exchange, Random&) {
                                                 : "\r\n";
     exchange.floodBytes = fault.times ? *fault.times * exchange.floodText.size() : endless;
     exchange.floodPause = fault.time.value_or(milliseconds(500));
-    makeRoomForFlood(exchange);
+    splitBeforeStatus(exchange);
     return formatText("ignored: %s lines %.3f s apart, ", fault.line.c_str(),
                       inSeconds(exchange.floodPause)) +
            (fault.times ? formatText("%llu of them", shown(*fault.times)) : "endless");
@@ -197,7 +197,7 @@ std::string applyFlood(Fault& fault, Exchange& exchange, Random&) {
     exchange.floodText.clear();
     while (exchange.floodText.size() < 0x1000)
         exchange.floodText.append(floodLineLength, 'f').append(fault.lines ? "\r\n" : "ff");
-    makeRoomForFlood(exchange);
+    splitBeforeStatus(exchange);
     return exchange.floodBytes == endless ? "flood: endless"
                                           : formatText("flood: %llu bytes", shown(exchange.floodBytes));
 }

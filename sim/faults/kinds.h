@@ -13,21 +13,21 @@ struct FaultKind;
 /// The chance of a fault that occurs whenever it can, in 1/10000 percent.
 constexpr std::uint64_t certain = 1000000;
 
-/// One fault asked for on the command line. Which settings a kind reads is in the table of kinds.
+/// One fault of the command line. The table of kinds lists the settings of each kind.
 struct Fault {
     const FaultKind* kind = nullptr;
     std::uint64_t at = 0; ///< occurs from this exchange on, counted from 1
     std::optional<std::uint64_t>
         count;                      ///< how often it occurs at most; none: once with `at`, else without limit
     std::uint64_t chance = certain; ///< compared with `certain`
-    std::string command;            ///< only at requests with this word; empty: at all
+    std::string command;            ///< only at requests with this word; empty: at every request
     std::string text = "Injected error";  ///< of an error status
     std::string status = "VQX_ERROR";     ///< first word of an error status
     std::string with = "LF";              ///< line end: CR, LF, CRLF or NUL
     std::string line = "empty";           ///< an ignored line: empty, repeat or zero
     std::optional<std::uint64_t> times;   ///< how many ignored lines; none: until the host closes the device
     std::optional<Duration> time;         ///< delay, hang, pause between bytes or lines
-    std::optional<Duration> replug;       ///< comes back after this time
+    std::optional<Duration> replug;       ///< the device comes back after this time
     std::optional<std::uint64_t> bytes;   ///< of noise, flood or a cut answer; UINT64_MAX: endless
     std::optional<std::uint64_t> offset;  ///< in the burst
     std::optional<std::uint64_t> byte;    ///< received so far, counted from 1

@@ -22,7 +22,7 @@ bool readNumberInto(std::string_view value, std::uint64_t least, std::uint64_t m
 }
 
 /// Reads a time in units of which a second has 10 to the power of `places`.
-bool readTime(std::string_view value, std::size_t places, std::optional<Duration>& time) {
+bool readFaultTime(std::string_view value, std::size_t places, std::optional<Duration>& time) {
     const auto nanoseconds = parseFixed(value, 9 - places);
     time = Duration(std::chrono::nanoseconds(std::min(nanoseconds.value_or(0), longestSeconds * 1000000000)));
     return nanoseconds && *nanoseconds <= longestSeconds * 1000000000;
@@ -84,10 +84,10 @@ constexpr auto settings = std::to_array<Setting>({
     {"line", "empty, repeat or zero", [](std::string_view v, Fault& f) { return readLine(v, f.line); }},
     {"times", "a number from 1 to 1000000",
      [](std::string_view v, Fault& f) { return readNumberInto(v, 1, 1000000, f.times); }},
-    {"s", aTime, [](std::string_view v, Fault& f) { return readTime(v, 0, f.time); }},
-    {"ms", aTime, [](std::string_view v, Fault& f) { return readTime(v, 3, f.time); }},
-    {"us", aTime, [](std::string_view v, Fault& f) { return readTime(v, 6, f.time); }},
-    {"replug", aTime, [](std::string_view v, Fault& f) { return readTime(v, 0, f.replug); }},
+    {"s", aTime, [](std::string_view v, Fault& f) { return readFaultTime(v, 0, f.time); }},
+    {"ms", aTime, [](std::string_view v, Fault& f) { return readFaultTime(v, 3, f.time); }},
+    {"us", aTime, [](std::string_view v, Fault& f) { return readFaultTime(v, 6, f.time); }},
+    {"replug", aTime, [](std::string_view v, Fault& f) { return readFaultTime(v, 0, f.replug); }},
     {"bytes", "a number of at most 16 Mi; for a flood of at most 2^40, or endless", readBytes},
     {"offset", "a number", [](std::string_view v, Fault& f) { return readNumberInto(v, 0, any, f.offset); }},
     {"byte", "a number above 0",
@@ -125,8 +125,8 @@ ErrorText readSetting(std::string_view text, Fault& fault) {
     return "bad value in '" + printable(text, 64) + "': it takes " + setting->takes;
 }
 
-/// Where the setting at the start of `text` ends: at the next comma, and that of a text only at a comma that
-/// a further setting follows.
+/// The end of the setting at the start of `text`: the next comma. A setting "text" may contain commas; it
+/// ends at the next comma before another setting.
 std::size_t settingEnd(std::string_view text) {
     std::size_t end = text.find(',');
     while (text.starts_with("text=") && end != std::string_view::npos) {

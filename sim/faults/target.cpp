@@ -28,7 +28,7 @@ void applyBurstFaults(Target& target) {
     }
 }
 
-Outcome carryOut(Target& target, Request request) {
+Outcome carryOutWithFaults(Target& target, Request request) {
     Outcome outcome;
     outcome.request = std::move(request);
     outcome.exchange = beginExchange(target, requestWord(outcome.request));
@@ -95,7 +95,7 @@ std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outc
     const std::size_t taken = passBytes(target, bytes, request);
     target.received += taken;
     if (request)
-        outcome = carryOut(target, std::move(*request));
+        outcome = carryOutWithFaults(target, std::move(*request));
     if (atByte != nullptr && target.received == *atByte->byte) {
         if (!outcome)
             outcome.emplace();
@@ -106,7 +106,7 @@ std::size_t takeBytes(Target& target, std::string_view bytes, std::optional<Outc
 }
 
 Outcome takeSilence(Target& target) {
-    return carryOut(target, requestAfterSilence(target.firmware));
+    return carryOutWithFaults(target, requestAfterSilence(target.firmware));
 }
 
 } // namespace vqxsim

@@ -12,7 +12,7 @@ struct Target {
     std::uint64_t exchanges = 0;        ///< requests answered so far
     std::uint64_t received = 0;         ///< bytes taken so far
     bool burstFaultsApplied = false;    ///< to the burst that is arriving
-    std::optional<ByteFault> byteFault; ///< has not arrived yet
+    std::optional<ByteFault> byteFault; ///< of this burst; its byte has not arrived yet
     std::vector<std::string> notes;     ///< of byte faults whose exchange has not ended yet
 };
 

@@ -162,10 +162,10 @@ ErrorText dataPacket(Firmware& firmware, const Arguments& arguments, Answer&) {
     ErrorText error = checkBuffer(firmware, numbers[0], length);
     if (error || firmware.flash.nullMemory)
         return error;
-    std::uint8_t* room = writableBytes(firmware.buffer, numbers[0], length).data();
-    for (std::size_t i = 1; i < numbers.size(); ++i, room += 4)
+    std::uint8_t* word = writableBytes(firmware.buffer, numbers[0], length).data();
+    for (std::size_t i = 1; i < numbers.size(); ++i, word += 4)
         for (unsigned byte = 0; byte < 4; ++byte)
-            room[byte] = static_cast<std::uint8_t>(numbers[i] >> (8 * byte));
+            word[byte] = static_cast<std::uint8_t>(numbers[i] >> (8 * byte));
     return std::nullopt;
 }
 

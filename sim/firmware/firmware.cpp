@@ -28,8 +28,8 @@ bool isRawText(const Firmware& firmware) {
 }
 
 void appendToLine(Firmware& firmware, std::string_view text) {
-    const std::size_t room = lineLimit + 1 - firmware.line.size();
-    firmware.line.append(text.substr(0, room));
+    const std::size_t space = lineLimit + 1 - firmware.line.size();
+    firmware.line.append(text.substr(0, space));
 }
 
 Request takeLine(Firmware& firmware) {
@@ -65,8 +65,8 @@ ErrorText storeBurst(Firmware& firmware, const Request& request) {
     if (found != request.header.checksum)
         return formatText("Burst checksum is 0x%x, not 0x%x", found, request.header.checksum);
     if (!firmware.flash.nullMemory) {
-        const auto room = writableBytes(firmware.buffer, request.header.offset, request.text.size());
-        std::memcpy(room.data(), request.text.data(), room.size());
+        const auto target = writableBytes(firmware.buffer, request.header.offset, request.text.size());
+        std::memcpy(target.data(), request.text.data(), target.size());
     }
     return std::nullopt;
 }

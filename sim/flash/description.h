@@ -4,8 +4,8 @@
 
 namespace vqxsim {
 
-/// Reads a memory of the form "NAME[,KEY=N...]" and appends it to `regions`. Fails with a
-/// text for the user.
+/// Reads a memory of the form "NAME[,KEY=N...]" and appends it to `regions`. Fails with a text for the
+/// user.
 [[nodiscard]] ErrorText readRegion(std::string_view text, std::vector<RegionSpec>& regions);
 
 /// Reads the memories of a board from a file with its answer to queryFlash, as a host reads them; other lines

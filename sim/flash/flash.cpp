@@ -12,8 +12,8 @@ namespace vqxsim {
 
 namespace {
 
-/// Files of regions are made at the start until they hold this much together; later ones wait for their first
-/// use.
+/// Files of memories are created at the start until their sizes add up to this; later ones wait for their
+/// first use.
 constexpr std::uint64_t readyLimit = 64U << 20;
 
 using Bytes = std::span<std::uint8_t>;

@@ -38,9 +38,9 @@ struct StuckBit {
     bool occurred = false; ///< set when a bit kept its value
 };
 
-/// Makes and locks `flash.directory` and opens its files, as far as they are small enough to be held ready.
-/// Fails when another process has it locked, a region's name does not serve as a file name, or a file cannot
-/// be used.
+/// Creates and locks `flash.directory` and opens the files that are small enough to be opened at the start.
+/// Fails if another process has it locked, the name of a memory cannot be a file name, or a file cannot be
+/// used.
 [[nodiscard]] ErrorText openDirectory(Flash& flash);
 
 /// The memory with the address; null if there is none.

@@ -43,10 +43,10 @@ bool hasEnded(Child& child) {
     return true;
 }
 
-bool passOn(Child& child, int signal) {
-    if (child.id == 0 || child.told)
+bool sendSignal(Child& child, int signal) {
+    if (child.id == 0 || child.signalSent)
         return false;
-    child.told = true;
+    child.signalSent = true;
     return kill(child.id, signal) == 0;
 }
 

@@ -10,8 +10,8 @@ namespace vqxsim {
 
 /// The command that the simulator runs.
 struct Child {
-    pid_t id = 0;       ///< 0: none, or it has ended
-    bool told = false;  ///< a signal was sent to it
+    pid_t id = 0;            ///< 0: none, or it has ended
+    bool signalSent = false; ///< a signal was sent to it
     int exitStatus = 0; ///< of the ended command: its own, or 128 and the number of the signal that ended it;
                         ///< of one that could not be started: 126, or 127 when it was not found
 };
@@ -25,6 +25,6 @@ struct Child {
 [[nodiscard]] bool hasEnded(Child& child);
 
 /// Sends the first signal to the running command; returns false for every further signal and if none runs.
-[[nodiscard]] bool passOn(Child& child, int signal);
+[[nodiscard]] bool sendSignal(Child& child, int signal);
 
 } // namespace vqxsim

@@ -21,7 +21,7 @@ Descriptor openLink(const std::string& link) {
 }
 
 /// The byte of the device that a simulator locks as long as the link leads to it. It depends on the link,
-/// because the path of a device that is gone is soon that of another.
+/// because the path of a closed device is soon used for another one.
 off_t linkByte(const Descriptor& link) {
     struct stat status {};
     return fstat(link.get(), &status) == 0 ? static_cast<off_t>(status.st_ino & INT64_MAX) : 0;
@@ -90,7 +90,7 @@ ErrorText makeLink(Pty& pty, const std::string& link) {
 }
 
 void removeLink(Pty& pty, const std::string& link) {
-    // While it is open, its number is not that of another.
+    // While the link is open, no other file has its inode number.
     if (pty.link && linkByte(openLink(link)) == linkByte(pty.link))
         unlink(link.c_str());
     pty.link = Descriptor();

@@ -73,7 +73,7 @@ void handleSignals(Server& server) {
             server.ended = true;
             server.status = server.child.exitStatus;
         }
-        if (number == SIGCHLD || server.ended || passOn(server.child, number))
+        if (number == SIGCHLD || server.ended || sendSignal(server.child, number))
             continue;
         server.ended = true;
         server.status = server.child.id != 0 ? 128 + number : 0;

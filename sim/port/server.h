@@ -17,8 +17,8 @@ struct Service {
 };
 
 /// Serves the simulated target until a signal or the end of the command; `status` is the exit status of the
-/// program. Fails before it serves if device, link, memory or command cannot be opened or
-/// started.
+/// program. Fails at the start if the device, the link, a memory, the log or the command cannot be
+/// opened or started.
 [[nodiscard]] ErrorText serve(const Service& service, int& status);
 
 } // namespace vqxsim
