@@ -176,7 +176,7 @@ std::string helpText() {
         "SIGTERM or SIGHUP; with a command, runs it with each {} replaced by that path and ends with its\n"
         "exit status.\n"
         "\n"
-        "Options (numbers are decimal, or hexadecimal with 0x; in regions K stands for 1024, M for 1024 K):\n";
+        "Options (numbers are decimal, or hexadecimal with 0x; in --region K means 1024, M 1024 K):\n";
     for (const OptionRow& row : optionRows) {
         const std::string name = formatText("--%s %s", row.name, row.argument != nullptr ? row.argument : "");
         text += helpRow(name, 29, row.help);

@@ -67,7 +67,7 @@ void runProgram(void (*program)(int argc, char** argv), int argc, char** argv, i
     } catch (const std::bad_alloc&) {
         writeText(stderr, "Out of memory\n");
     } catch (const std::length_error&) {
-        writeText(stderr, "Out of memory: this machine cannot hold so much at once\n");
+        writeText(stderr, "Out of memory: a length is beyond the limits of this host\n");
     } catch (const std::exception& error) {
         writeText(stderr, formatText("Internal error: %s\n", error.what()));
     }
