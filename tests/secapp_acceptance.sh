@@ -54,6 +54,14 @@ noise,command=print
 unplug,at=700
 FAULTS
 
+# Every command of the target but "dump", which secapp never sends by itself
+only=(--memory A)
+accept 0 'Accepted: all ' --region 'A,base=0,size=4K,page=64,buffer=256' --region 'MORVI,base=64K,size=4K,page=64,buffer=256' --log log
+only=()
+"$programs/vqxsim" -- "$programs/secapp" -d {} helpadvanced | cut -d ' ' -f 1 | grep -vx dump | sort -u >commands
+sed -nE 's/^[0-9. ]+> ([A-Za-z_]+).*/\1/p' log | sort -u >sent
+check 'a command that is never sent' diff commands <(comm -12 commands sent)
+
 # A target whose description a shell would run
 mkdir hostile
 cat >hostile/secapp <<ANSWER
